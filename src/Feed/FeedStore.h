@@ -1,0 +1,122 @@
+#pragma once
+// The one observable object at the centre: owns the client, ingests batches,
+// merges repeats, groups equity trades, prunes, scores and publishes. One
+// change signal per published property. Main thread only.
+
+#include "Feed/LinkState.h"
+#include "Feed/TarnwickClient.h"
+#include "Feed/Telemetry.h"
+#include "Model/Clock.h"
+#include "Model/Preferences.h"
+#include "Model/Signal.h"
+
+#include <QHash>
+#include <QObject>
+#include <QSet>
+
+#include <optional>
+
+class QTimer;
+
+class FeedStore : public QObject {
+    Q_OBJECT
+public:
+    // The app's store: build-time addresses, real clock, preferences from QSettings.
+    explicit FeedStore(QObject *parent = nullptr);
+    // Tests: a client of their own (the store takes ownership), an injectable
+    // clock and a prune interval.
+    FeedStore(TarnwickClient *client, Clock now, int pruneIntervalMs = 15000, QObject *parent = nullptr);
+    ~FeedStore() override;
+
+    // Published state.
+    const QList<Signal> &signalList() const { return signals_; } // newest first, at most 120
+    LinkState link() const { return link_; }
+    std::optional<double> lastUpdate() const { return lastUpdate_; }
+    FeedFilter filter() const { return filter_; }
+    void setFilter(const FeedFilter &filter);
+    const Preferences &preferences() const { return preferences_; }
+    // Assigns without saving; emits preferencesChanged when it differs.
+    void setPreferences(const Preferences &prefs);
+    // What every editor does: equal -> false, nothing saved; otherwise assign,
+    // save the whole value, rebuild, return true.
+    bool updatePreferences(const Preferences &prefs);
+    const Telemetry &telemetry() const { return telemetry_; }
+    qint64 heartbeat() const { return heartbeat_; }
+    const QHash<QString, SignalDetail> &details() const { return details_; }
+    const QSet<QString> &loadingDetail() const { return loadingDetail_; }
+    const QSet<QString> &failedDetail() const { return failedDetail_; }
+
+    // Derived lists.
+    QList<Signal> tickerSignals() const; // all signals by score, top 8
+    QList<Signal> visibleSignals() const; // filtered, newest first
+    QList<Signal> heroSignals() const;   // visible by score, top 3
+    QList<Signal> streamSignals() const; // visible minus heroes
+    int count(const FeedFilter &filter) const;
+    double score(const Signal &s, double now) const;
+
+    void start();
+    void stop(); // stops the prune timer and the client's socket (close code 1001)
+    void refresh();
+    void rebuild();
+    void loadDetail(const Signal &signal);
+
+    void ingest(const QList<TwFill> &fills);
+    void ingest(const QList<TwRadar> &radar);
+
+    TarnwickClient &client() { return *client_; }
+    int heldCount() const { return int(inbox_.size()); }
+    bool pruneTimerActive() const;
+    double now() const { return now_(); }
+
+Q_SIGNALS:
+    void signalsChanged();
+    void linkChanged();
+    void lastUpdateChanged();
+    void filterChanged();
+    void preferencesChanged();
+    void telemetryChanged();
+    void heartbeatChanged();
+    void detailsChanged();
+    void loadingDetailChanged();
+    void failedDetailChanged();
+
+private:
+    // The implementer owns everything below.
+    struct ActorMark {
+        QString id;
+        double usd = 0;
+        double at = 0;
+    };
+    struct StockGroup {
+        QString signalId;
+        QSet<QString> handles;
+        double totalUsd = 0;
+        TwFill largest;
+        double at = 0;
+    };
+    void wireClient();
+    bool ingestStock(const TwFill &fill, const Signal &signal);
+    void log(const QString &message) const;
+
+    TarnwickClient *client_ = nullptr;
+    Clock now_;
+    int pruneIntervalMs_ = 15000;
+    QTimer *pruneTimer_ = nullptr;
+    bool verbose_ = false;
+
+    QList<Signal> signals_;
+    LinkState link_ = LinkState::connecting;
+    std::optional<double> lastUpdate_;
+    FeedFilter filter_;
+    Preferences preferences_;
+    Telemetry telemetry_;
+    qint64 heartbeat_ = 0;
+    QHash<QString, SignalDetail> details_;
+    QSet<QString> loadingDetail_;
+    QSet<QString> failedDetail_;
+
+    QHash<QString, Signal> inbox_;
+    QHash<QString, ActorMark> recentByActor_;
+    QHash<QString, StockGroup> stockGroups_;
+    TelemetryWindow window_;
+};

@@ -1,0 +1,23 @@
+#pragma once
+// The fixed rules that turn wire records into signals and evidence.
+
+#include "Feed/TarnwickModels.h"
+#include "Model/Signal.h"
+
+#include <optional>
+
+namespace SignalRules {
+std::optional<Signal> signal(const TwFill &fill, const TwTrader *trader, const TwToken *token);
+std::optional<Signal> signal(const TwRadar &radar, double now);
+
+// Steps of the fill rule, public so they can be tested on their own.
+bool isNoise(const TwFill &fill);
+Headline headline(const TwFill &fill);
+std::optional<QString> detail(const TwFill &fill, const TwTrader *trader);
+int pileInCount(const TwFill &fill);
+int notionalPriority(double usd);
+
+TokenProfile tokenProfile(const TwToken &token, double now);
+WalletProfile walletProfile(const TwTraderDetail &detail, const TwTrader *trader);
+MarketSession marketSession(double at); // seconds since 1970, judged in New York time
+} // namespace SignalRules

@@ -1,0 +1,121 @@
+#pragma once
+// The only contact with the tape service: REST (backfill, polling, radar,
+// enrichment tables, trader detail) and the live WebSocket with its watchdog,
+// keep-alive pings and reconnect schedule. Everything runs on the thread that
+// owns the client (the main thread); callbacks are invoked there.
+
+#include "Feed/LinkState.h"
+#include "Feed/TarnwickModels.h"
+#include "Model/Clock.h"
+
+#include <QHash>
+#include <QObject>
+#include <QPointer>
+
+#include <functional>
+#include <optional>
+
+class QNetworkAccessManager;
+class QTimer;
+class QWebSocket;
+
+// Every interval the link uses, in one place. Tests shorten them.
+struct TarnwickTiming {
+    int requestTimeoutMs = 12000;
+    int openWatchdogMs = 8000;
+    int pingIntervalMs = 20000;
+    int pollIntervalMs = 5000;
+    int radarIntervalMs = 45000;
+    double enrichmentFreshSeconds = 120;
+    // Reconnect delay is (min(2 × failures + 2, 30) + jitter in [0, 4)) seconds,
+    // multiplied by this factor (1 in the app; tests shrink it).
+    double reconnectScale = 1.0;
+};
+
+class TarnwickClient : public QObject {
+    Q_OBJECT
+public:
+    explicit TarnwickClient(QObject *parent = nullptr); // build-time addresses, standard timing
+    TarnwickClient(QString httpBase, QString socketURL, TarnwickTiming timing, Clock now,
+                   QObject *parent = nullptr);
+    ~TarnwickClient() override;
+
+    void start();
+    void stop();
+
+    std::function<void(const QList<TwFill> &)> onFills;
+    std::function<void(const QList<TwRadar> &)> onRadar;
+    std::function<void(LinkState)> onLink;
+    std::function<void(double)> onLatency; // REST round trip in ms
+    std::function<void()> onFrame;
+
+    // Enrichment tables (no network).
+    const TwTrader *trader(const QString &handle) const;
+    const TwToken *token(const QString &address) const; // case-insensitive
+    void ensureEnrichment();
+    void clearEnrichmentStamp();
+    void refresh(); // one radar fetch
+
+    // REST on demand. The callback runs on the client's thread with the
+    // decoded value, or with nullopt and an error text. `context` ends the
+    // request's delivery when it is destroyed.
+    using TraderDetailCallback = std::function<void(std::optional<TwTraderDetail>, QString error)>;
+    void traderDetail(const QString &handle, QObject *context, TraderDetailCallback done);
+    using TapeCallback = std::function<void(std::optional<QList<TwFill>>, QString error)>;
+    void tape(int limit, QObject *context, TapeCallback done);
+
+    // Pure helpers, public for tests.
+    static QString traderPath(const QString &handle);
+    static double reconnectBaseDelay(int failures); // min(2f + 2, 30) seconds
+    static double jitter();                         // uniform in [0, 4)
+
+    // State, for tests and the measuring scripts.
+    bool isStopped() const { return stopped_; }
+    bool socketOpenedOnce() const { return socketOpenedOnce_; }
+    int socketFailures() const { return socketFailures_; }
+    qint64 lastFillId() const { return lastFillId_; }
+    qint64 framesReceived() const { return framesReceived_; }
+    qint64 fillsReceived() const { return fillsReceived_; }
+    bool isPolling() const;
+    bool hasSocket() const;
+    bool enrichmentRunning() const { return enrichmentRunning_; }
+    std::optional<double> enrichmentFetchedAt() const { return enrichmentFetchedAt_; }
+    int traderCount() const { return int(traders_.size()); }
+    int tokenCount() const { return int(tokens_.size()); }
+    const TarnwickTiming &timing() const { return timing_; }
+    QString httpBase() const { return httpBase_; }
+
+private:
+    // Implementation detail; see TarnwickClient.cpp.
+    void connectSocket();
+    void deliver(QList<TwFill> fills, bool gated);
+    void startPolling();
+    void startRadarLoop();
+    void socketDidClose();
+    void scheduleReconnect();
+    void loadEnrichment();
+
+    QString httpBase_;
+    QString socketURL_;
+    TarnwickTiming timing_;
+    Clock now_;
+    QNetworkAccessManager *rest_ = nullptr;
+    QPointer<QWebSocket> socket_;
+    QTimer *pingTimer_ = nullptr;
+    QTimer *pollTimer_ = nullptr;
+    QTimer *radarTimer_ = nullptr;
+    QTimer *reconnectTimer_ = nullptr;
+    QTimer *openWatchdog_ = nullptr;
+    bool socketOpenedOnce_ = false;
+    int socketFailures_ = 0;
+    bool stopped_ = true;
+    qint64 lastFillId_ = 0;
+    QHash<QString, TwTrader> traders_;
+    QHash<QString, TwToken> tokens_;
+    std::optional<double> enrichmentFetchedAt_;
+    bool enrichmentRunning_ = false;
+    bool verbose_ = false;
+    qint64 framesReceived_ = 0;
+    qint64 fillsReceived_ = 0;
+    quint64 generation_ = 0; // bumps on stop(): stale replies and timers end quietly
+};

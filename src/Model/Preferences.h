@@ -1,0 +1,35 @@
+#pragma once
+// The user's settings and their persistence in QSettings ("Larkpin"/"Larkpin").
+
+#include "Model/Signal.h"
+
+#include <map>
+
+class QSettings;
+
+struct Preferences {
+    std::map<SignalKind, bool> streams; // whale, spike, stocks
+    double minTradeUsd = 1000;
+    bool paused = false;
+    double focalUsd = 25000;
+
+    static const Preferences &defaults();
+    // A kind missing from the map is shown.
+    bool shows(SignalKind kind) const;
+    bool operator==(const Preferences &) const = default;
+};
+
+namespace PreferencesStore {
+// The default overloads use QSettings("Larkpin", "Larkpin"); tests pass their own.
+Preferences load();
+Preferences load(QSettings &settings);
+void save(const Preferences &prefs);
+void save(const Preferences &prefs, QSettings &settings);
+
+// Launch at login lives in the desktop's autostart folder, not in Preferences.
+// Setting it writes or removes ~/.config/autostart/larkpin.desktop (honouring
+// XDG_CONFIG_HOME); the getter reads the state back from that file.
+void setLaunchAtLogin(bool on);
+bool launchAtLogin();
+QString autostartPath();
+} // namespace PreferencesStore

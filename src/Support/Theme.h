@@ -1,0 +1,56 @@
+#pragma once
+// The one table of colours and motion curves. Colours are plain sRGB component
+// values so the engine library needs no Qt GUI; the UI layers convert them with
+// toQColor() (Menu/Paint.h) or hand them to QML as "#rrggbb" / alpha pairs.
+
+#include "Model/Signal.h"
+
+namespace Theme {
+struct Rgba {
+    double r = 0, g = 0, b = 0, a = 1; // 0...1 each
+    constexpr Rgba withAlpha(double alpha) const { return {r, g, b, alpha}; }
+    bool operator==(const Rgba &) const = default;
+};
+constexpr Rgba rgb8(int r, int g, int b, double a = 1.0) { return {r / 255.0, g / 255.0, b / 255.0, a}; }
+
+inline constexpr Rgba lark{0.8, 1.0, 0.0, 1.0};
+inline constexpr Rgba amber = rgb8(255, 176, 32);
+inline constexpr Rgba emerald = rgb8(0, 255, 156);
+inline constexpr Rgba alert = rgb8(255, 80, 0);
+inline constexpr Rgba abyss = rgb8(6, 7, 10);
+inline constexpr Rgba plate = rgb8(11, 13, 18);
+inline constexpr Rgba raised = rgb8(18, 21, 28);
+inline constexpr Rgba float_ = rgb8(24, 28, 36); // "float" is a keyword
+inline constexpr Rgba hairline{1, 1, 1, 0.07};
+inline constexpr Rgba hairlineHot{1, 1, 1, 0.16};
+inline constexpr Rgba ink = rgb8(237, 241, 244);
+inline constexpr Rgba ink2 = rgb8(162, 171, 180);
+inline constexpr Rgba ink3 = rgb8(107, 116, 128);
+inline constexpr Rgba ink4 = rgb8(60, 67, 77);
+
+// The accent of a kind in the panel (whale lark, spike amber, stocks emerald).
+Rgba kindColour(SignalKind kind);
+// The accent of a kind for the menu bar; the light variants stay legible on a light bar.
+Rgba menuAccent(SignalKind kind, bool dark);
+} // namespace Theme
+
+namespace Motion {
+// Springs are response (s) and damping fraction; glide is an ease-out.
+struct Curve {
+    enum Type { Spring, EaseOut } type = Spring;
+    double response = 0; // spring response, or the ease-out duration
+    double damping = 1;   // damping fraction (springs only)
+    // Spring in physical terms for unit mass: stiffness = (2π/response)²,
+    // damping coefficient = 4π·damping/response.
+    double stiffness() const;
+    double dampingCoefficient() const;
+    // Progress 0 -> 1 of the curve at time t seconds (springs may overshoot).
+    double valueAt(double t) const;
+    // Time after which the curve stays within 0.1 % of its target.
+    double settlingDuration() const;
+};
+inline constexpr Curve snap{Curve::Spring, 0.34, 0.76};
+inline constexpr Curve settle{Curve::Spring, 0.52, 0.88};
+inline constexpr Curve glide{Curve::EaseOut, 0.18, 1.0};
+inline constexpr Curve roll{Curve::Spring, 0.4, 0.95};
+} // namespace Motion
