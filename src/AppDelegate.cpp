@@ -1,0 +1,85 @@
+#include "AppDelegate.h"
+
+#include "Feed/FeedStore.h"
+#include "Menu/StatusItemController.h"
+#include "Panel/PanelController.h"
+#include "Snapshot.h"
+#include "Support/Log.h"
+
+#include <QCoreApplication>
+#include <QEventLoop>
+#include <QTimer>
+
+#include <cstdio>
+
+AppDelegate::AppDelegate(QObject *parent) : QObject(parent), store_(std::make_unique<FeedStore>()) {}
+
+AppDelegate::~AppDelegate()
+{
+    applicationWillTerminate();
+    // The views observe the store: they go first.
+    statusItem_.reset();
+    panel_.reset();
+}
+
+bool AppDelegate::applicationDidFinishLaunching()
+{
+    if (qEnvironmentVariableIsSet("LARKPIN_SNAPSHOT")) {
+        const QString dir = qEnvironmentVariable("LARKPIN_SNAPSHOT");
+        QString error;
+        if (!Snapshot::prepareDirectory(dir, &error)) {
+            std::fprintf(stderr, "[Larkpin] snapshot mode failed: %s\n", qUtf8Printable(error));
+            return false;
+        }
+        store_->start();
+        Snapshot::run(dir, *store_, [dir](bool ok, const QString &failure) {
+            if (ok) {
+                // Always printed: it is the one line a developer waits for.
+                Log::write("Larkpin", QStringLiteral("snapshots written to ") +
+                                          (dir.isEmpty() ? QStringLiteral(".") : dir));
+                QCoreApplication::exit(0);
+            } else {
+                std::fprintf(stderr, "[Larkpin] snapshot mode failed: %s\n", qUtf8Printable(failure));
+                QCoreApplication::exit(1);
+            }
+        });
+        return true;
+    }
+
+    panel_ = std::make_unique<PanelController>(store_.get());
+    statusItem_ = std::make_unique<StatusItemController>(store_.get());
+    statusItem_->onToggle = [this] { togglePanel(); };
+    store_->start();
+    return true;
+}
+
+void AppDelegate::togglePanel()
+{
+    if (!panel_ || !statusItem_)
+        return;
+    if (panel_->isVisible()) {
+        panel_->close();
+        return;
+    }
+    if (shouldOpen(false, panel_->secondsSinceClosed()))
+        panel_->show(statusItem_->anchorRect());
+}
+
+void AppDelegate::openPanel()
+{
+    if (panel_ && statusItem_ && !panel_->isVisible())
+        panel_->show(statusItem_->anchorRect());
+}
+
+void AppDelegate::applicationWillTerminate()
+{
+    if (terminated_ || !store_)
+        return;
+    terminated_ = true;
+    store_->stop();
+    // The close frame (1001) is only queued by stop(); give the socket a
+    // moment of event loop to put it on the wire before the process ends.
+    QEventLoop flush;
+    QTimer::singleShot(250, &flush, &QEventLoop::quit);
+    flush.exec();
+}

@@ -1,0 +1,47 @@
+#pragma once
+// Owns the one feed store and, in normal mode, the ticker strip / tray item and
+// the floating panel. Snapshot mode runs the store and the renderer instead.
+
+#include <QObject>
+#include <QString>
+
+#include <memory>
+
+class FeedStore;
+class PanelController;
+class StatusItemController;
+
+class AppDelegate : public QObject {
+    Q_OBJECT
+public:
+    explicit AppDelegate(QObject *parent = nullptr);
+    ~AppDelegate() override;
+
+    // Chooses the mode from the environment and starts it. Returns false (and
+    // prints why) when snapshot mode cannot run, e.g. an unwritable directory.
+    bool applicationDidFinishLaunching();
+    // Stops the prune timer and closes the socket (code 1001) before the
+    // process ends; safe to call twice.
+    void applicationWillTerminate();
+
+    // The status item's toggle: close when open; open only when the panel
+    // closed more than 0.25 s ago, so the click that just closed it by
+    // taking focus away does not reopen it.
+    void togglePanel();
+    void openPanel();
+
+    FeedStore &store() { return *store_; }
+
+    static constexpr double reopenDebounceSeconds = 0.25;
+    // The debounce rule on its own, for tests.
+    static bool shouldOpen(bool visible, double secondsSinceClosed)
+    {
+        return !visible && secondsSinceClosed > reopenDebounceSeconds;
+    }
+
+private:
+    std::unique_ptr<FeedStore> store_;
+    std::unique_ptr<StatusItemController> statusItem_;
+    std::unique_ptr<PanelController> panel_;
+    bool terminated_ = false;
+};
