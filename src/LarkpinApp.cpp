@@ -7,6 +7,8 @@
 #include "Menu/StatusItemController.h"
 
 #include <QApplication>
+#include <QCryptographicHash>
+#include <QStandardPaths>
 #include <QLocalServer>
 #include <QLocalSocket>
 #include <QSocketNotifier>
@@ -46,9 +48,13 @@ void installSignalHandlers(QCoreApplication &app)
     sigaction(SIGTERM, &action, nullptr);
 }
 
+// One instance per user session: keyed by the user and the settings folder,
+// so a test run with its own XDG_CONFIG_HOME never talks to the real app.
 QString instanceName()
 {
-    return QStringLiteral("larkpin-") + QString::number(::getuid());
+    const QByteArray home = QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation).toUtf8();
+    const QByteArray key = QCryptographicHash::hash(home, QCryptographicHash::Sha1).toHex().left(10);
+    return QStringLiteral("larkpin-") + QString::number(::getuid()) + QLatin1Char('-') + QString::fromLatin1(key);
 }
 
 // True when another instance took the request; this process should then exit.
