@@ -1,0 +1,33 @@
+#include "Support/Log.h"
+
+#include <QTime>
+
+#include <unistd.h>
+
+namespace Log {
+
+bool enabledByEnvironment()
+{
+    return qEnvironmentVariable("LARKPIN_LOG") == QLatin1String("1");
+}
+
+QString formatLine(const char *tag, const QString &message, const QString &clock)
+{
+    return clock + QStringLiteral(" [") + QLatin1String(tag) + QStringLiteral("] ") + message + QLatin1Char('\n');
+}
+
+void write(const char *tag, const QString &message)
+{
+    const QByteArray line =
+        formatLine(tag, message, QTime::currentTime().toString(QStringLiteral("HH:mm:ss"))).toUtf8();
+    // One write per line, so lines from the store and the client never interleave.
+    qsizetype done = 0;
+    while (done < line.size()) {
+        const ssize_t n = ::write(STDERR_FILENO, line.constData() + done, size_t(line.size() - done));
+        if (n <= 0)
+            break;
+        done += n;
+    }
+}
+
+} // namespace Log
