@@ -85,8 +85,13 @@ QString Headline::text() const
 
 QString shortestExactText(double value)
 {
-    char buf[64];
-    auto [end, ec] = std::to_chars(buf, buf + sizeof buf, value);
+    char buf[400];
+    // Plain digits across the range where every whole number is exact; an
+    // exponent outside it, as a double's own text does.
+    const double a = std::fabs(value);
+    const bool plain = a == 0 || (a >= 1e-4 && a < 9007199254740992.0);
+    auto [end, ec] = plain ? std::to_chars(buf, buf + sizeof buf, value, std::chars_format::fixed)
+                           : std::to_chars(buf, buf + sizeof buf, value, std::chars_format::scientific);
     if (ec != std::errc())
         return QStringLiteral("nan");
     QString text = QString::fromLatin1(buf, int(end - buf));

@@ -1,0 +1,145 @@
+// Preferences on disk: fresh, partial, malformed and corrupt files fall back
+// field by field; a round trip gives back the same value.
+
+#include "Model/Preferences.h"
+
+#include <QFile>
+#include <QSettings>
+#include <QTemporaryDir>
+#include <QTest>
+
+using Writer = std::function<void(QSettings &)>;
+Q_DECLARE_METATYPE(Writer)
+Q_DECLARE_METATYPE(Preferences)
+
+class PreferencesTest : public QObject {
+    Q_OBJECT
+    QTemporaryDir dir_;
+    int n_ = 0;
+    QString nextFile() { return dir_.filePath(QStringLiteral("prefs-%1.ini").arg(++n_)); }
+
+private Q_SLOTS:
+    void load_data()
+    {
+        QTest::addColumn<Writer>("write");
+        QTest::addColumn<Preferences>("expected");
+        const Preferences d = Preferences::defaults();
+        auto with = [d](auto change) {
+            Preferences p = d;
+            change(p);
+            return p;
+        };
+        QTest::newRow("fresh") << Writer([](QSettings &) {}) << d;
+        QTest::newRow("whale off only") << Writer([](QSettings &s) {
+            s.setValue(QStringLiteral("streams"), QVariantMap{{QStringLiteral("whale"), false}});
+        }) << with([](Preferences &p) { p.streams[SignalKind::whale] = false; });
+        QTest::newRow("non-boolean keeps the whole default map") << Writer([](QSettings &s) {
+            s.setValue(QStringLiteral("streams"),
+                       QVariantMap{{QStringLiteral("whale"), false}, {QStringLiteral("spike"), QStringLiteral("yes")}});
+        }) << d;
+        QTest::newRow("streams not a map") << Writer([](QSettings &s) {
+            s.setValue(QStringLiteral("streams"), 42);
+        }) << d;
+        QTest::newRow("unknown kinds ignored") << Writer([](QSettings &s) {
+            s.setValue(QStringLiteral("streams"),
+                       QVariantMap{{QStringLiteral("stocks"), false}, {QStringLiteral("stock"), true}});
+        }) << with([](Preferences &p) { p.streams[SignalKind::stocks] = false; });
+        QTest::newRow("negative min falls back") << Writer([](QSettings &s) {
+            s.setValue(QStringLiteral("minTradeUsd"), -5.0);
+        }) << d;
+        QTest::newRow("zero min is kept") << Writer([](QSettings &s) {
+            s.setValue(QStringLiteral("minTradeUsd"), 0.0);
+        }) << with([](Preferences &p) { p.minTradeUsd = 0; });
+        QTest::newRow("text focal falls back") << Writer([](QSettings &s) {
+            s.setValue(QStringLiteral("focalUsd"), QStringLiteral("lots"));
+        }) << d;
+        QTest::newRow("zero focal kept") << Writer([](QSettings &s) {
+            s.setValue(QStringLiteral("focalUsd"), 0.0);
+        }) << with([](Preferences &p) { p.focalUsd = 0; });
+        QTest::newRow("paused") << Writer([](QSettings &s) { s.setValue(QStringLiteral("paused"), true); })
+                                << with([](Preferences &p) { p.paused = true; });
+    }
+    void load()
+    {
+        QFETCH(Writer, write);
+        QFETCH(Preferences, expected);
+        const QString file = nextFile();
+        {
+            QSettings s(file, QSettings::IniFormat);
+            write(s);
+        }
+        QSettings reread(file, QSettings::IniFormat); // through the file, as after a restart
+        QCOMPARE(PreferencesStore::load(reread), expected);
+    }
+
+    void corruptFileLoadsDefaults()
+    {
+        const QString file = nextFile();
+        QFile f(file);
+        QVERIFY(f.open(QIODevice::WriteOnly));
+        f.write("\x00\xff[General\nstreams=@Variant(\x01\x02garbage\nminTradeUsd=@ByteArray(\xfe)\npaused=maybe\n", 70);
+        f.close();
+        QSettings s(file, QSettings::IniFormat);
+        QCOMPARE(PreferencesStore::load(s), Preferences::defaults());
+    }
+
+    void roundTrip_data()
+    {
+        QTest::addColumn<Preferences>("value");
+        Preferences a = Preferences::defaults();
+        QTest::newRow("defaults") << a;
+        a.streams[SignalKind::spike] = false;
+        a.minTradeUsd = 5000;
+        a.focalUsd = 0;
+        a.paused = true;
+        QTest::newRow("everything changed") << a;
+        a.streams = {{SignalKind::whale, false}, {SignalKind::spike, false}, {SignalKind::stocks, false}};
+        a.minTradeUsd = 0.5;
+        QTest::newRow("all off, fractional") << a;
+    }
+    void roundTrip()
+    {
+        QFETCH(Preferences, value);
+        const QString file = nextFile();
+        {
+            QSettings s(file, QSettings::IniFormat);
+            PreferencesStore::save(value, s);
+        }
+        QSettings s(file, QSettings::IniFormat);
+        QCOMPARE(PreferencesStore::load(s), value);
+    }
+
+    void launchAtLoginWritesAndRemovesTheAutostartEntry()
+    {
+        qputenv("XDG_CONFIG_HOME", dir_.filePath(QStringLiteral("config")).toUtf8());
+        QVERIFY(PreferencesStore::autostartPath().startsWith(dir_.path()));
+        QVERIFY(!PreferencesStore::launchAtLogin());
+        PreferencesStore::setLaunchAtLogin(true);
+        QVERIFY(PreferencesStore::launchAtLogin());
+        QFile entry(PreferencesStore::autostartPath());
+        QVERIFY(entry.open(QIODevice::ReadOnly));
+        const QByteArray text = entry.readAll();
+        QVERIFY(text.contains("[Desktop Entry]"));
+        QVERIFY(text.contains("Exec=\""));
+        entry.close();
+        PreferencesStore::setLaunchAtLogin(false);
+        QVERIFY(!PreferencesStore::launchAtLogin());
+    }
+
+    void launchAtLoginFailureLeavesItOff()
+    {
+        // A file where the autostart folder should be: the entry cannot be written.
+        const QString config = dir_.filePath(QStringLiteral("blocked"));
+        QDir().mkpath(config);
+        QFile blocker(config + QStringLiteral("/autostart"));
+        QVERIFY(blocker.open(QIODevice::WriteOnly));
+        blocker.close();
+        qputenv("XDG_CONFIG_HOME", config.toUtf8());
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("^\\[Larkpin\\] launch at login toggle failed: ")));
+        PreferencesStore::setLaunchAtLogin(true);
+        QVERIFY(!PreferencesStore::launchAtLogin());
+    }
+};
+
+QTEST_GUILESS_MAIN(PreferencesTest)
+#include "tst_preferences.moc"
