@@ -1,0 +1,183 @@
+#pragma once
+// The panel's view state and the store, as QML sees them ("panel"). One is
+// built for every opening of the panel, so its navigation state (open signal,
+// settings shown, bloom) always starts cleared. All decisions live here or in
+// PanelText; the QML only binds and calls.
+
+#include "Feed/LinkState.h"
+#include "Model/Clock.h"
+#include "Model/Signal.h"
+#include "Panel/SignalListModel.h"
+
+#include <QColor>
+#include <QObject>
+#include <QPointer>
+#include <QStringList>
+#include <QVariantList>
+#include <QVariantMap>
+
+#include <functional>
+
+class FeedStore;
+class QTimer;
+
+class PanelModel : public QObject {
+    Q_OBJECT
+    Q_PROPERTY(double now READ now NOTIFY nowChanged)
+    // Command rail
+    Q_PROPERTY(QString linkText READ linkText NOTIFY linkChanged)
+    Q_PROPERTY(QColor linkColour READ linkColour NOTIFY linkChanged)
+    Q_PROPERTY(bool linkAlive READ linkAlive NOTIFY linkChanged)
+    Q_PROPERTY(bool paused READ paused NOTIFY preferencesChanged)
+    Q_PROPERTY(QString pauseSymbol READ pauseSymbol NOTIFY preferencesChanged)
+    Q_PROPERTY(QString pauseHelp READ pauseHelp NOTIFY preferencesChanged)
+    // Navigation
+    Q_PROPERTY(QString openId READ openId NOTIFY openIdChanged)
+    Q_PROPERTY(bool showSettings READ showSettings WRITE setShowSettings NOTIFY showSettingsChanged)
+    Q_PROPERTY(bool bloom READ bloom NOTIFY bloomChanged)
+    // A stand-alone detail card of one signal over the content (empty: none).
+    Q_PROPERTY(QVariantMap detailCard READ detailCard NOTIFY detailCardChanged)
+    // Off for still pictures: every transition jumps to its end.
+    Q_PROPERTY(bool animated READ animated NOTIFY animatedChanged)
+    // Content
+    Q_PROPERTY(QVariantList chips READ chips NOTIFY chipsChanged)
+    Q_PROPERTY(bool hasHero READ hasHero NOTIFY heroChanged)
+    Q_PROPERTY(QVariantMap hero READ hero NOTIFY heroChanged)
+    Q_PROPERTY(SignalListModel *minis READ minis CONSTANT)
+    Q_PROPERTY(SignalListModel *stream READ stream CONSTANT)
+    Q_PROPERTY(bool streamEmpty READ streamEmpty NOTIFY listsChanged)
+    Q_PROPERTY(QString emptySymbol READ emptySymbol NOTIFY emptyChanged)
+    Q_PROPERTY(QString emptyMessage READ emptyMessage NOTIFY emptyChanged)
+    // Telemetry band
+    Q_PROPERTY(QString flowText READ flowText NOTIFY telemetryChanged)
+    Q_PROPERTY(QVariantList buckets READ buckets NOTIFY telemetryChanged)
+    Q_PROPERTY(bool hasVolume READ hasVolume NOTIFY telemetryChanged)
+    Q_PROPERTY(bool hasFlow READ hasFlow NOTIFY telemetryChanged)
+    Q_PROPERTY(double buyShare READ buyShare NOTIFY telemetryChanged)
+    Q_PROPERTY(QString buyText READ buyText NOTIFY telemetryChanged)
+    Q_PROPERTY(QString sellText READ sellText NOTIFY telemetryChanged)
+    Q_PROPERTY(QStringList counters READ counters NOTIFY telemetryChanged)
+    // Inspector: bumps whenever anything an inspector shows may have changed.
+    Q_PROPERTY(int detailRevision READ detailRevision NOTIFY detailRevisionChanged)
+    // Settings
+    Q_PROPERTY(QVariantList streamSwitches READ streamSwitches NOTIFY preferencesChanged)
+    Q_PROPERTY(QVariantList minimumChips READ minimumChips NOTIFY preferencesChanged)
+    Q_PROPERTY(QVariantList focusChips READ focusChips NOTIFY preferencesChanged)
+    Q_PROPERTY(bool launchAtLogin READ launchAtLogin NOTIFY launchAtLoginChanged)
+    Q_PROPERTY(QString versionText READ versionText CONSTANT)
+    Q_PROPERTY(QString siteText READ siteText CONSTANT)
+
+public:
+    explicit PanelModel(FeedStore *store, QObject *parent = nullptr);
+    ~PanelModel() override;
+
+    // Seams for tests and the snapshot renderer.
+    std::function<bool(const QUrl &)> openUrlHook; // default: QDesktopServices
+    std::function<void()> quitHook;                // default: QCoreApplication::quit
+    std::function<void(bool)> setLaunchAtLoginHook; // default: PreferencesStore
+    std::function<bool()> launchAtLoginHook;
+    static constexpr int clockIntervalMs = 3000;
+    static constexpr int bloomMs = 800;
+
+    double now() const { return now_; }
+    QString linkText() const;
+    QColor linkColour() const;
+    bool linkAlive() const;
+    bool paused() const;
+    QString pauseSymbol() const;
+    QString pauseHelp() const;
+    QString openId() const { return openId_; }
+    bool showSettings() const { return showSettings_; }
+    void setShowSettings(bool show);
+    bool bloom() const { return bloom_; }
+    QVariantMap detailCard() const;
+    bool animated() const { return animated_; }
+    void setAnimated(bool on);
+    QVariantList chips() const;
+    bool hasHero() const { return !heroes_.isEmpty(); }
+    QVariantMap hero() const;
+    SignalListModel *minis() { return minis_; }
+    SignalListModel *stream() { return stream_; }
+    bool streamEmpty() const { return stream_->count() == 0; }
+    QString emptySymbol() const;
+    QString emptyMessage() const;
+    QString flowText() const;
+    QVariantList buckets() const;
+    bool hasVolume() const;
+    bool hasFlow() const;
+    double buyShare() const;
+    QString buyText() const;
+    QString sellText() const;
+    QStringList counters() const;
+    int detailRevision() const { return detailRevision_; }
+    QVariantList streamSwitches() const;
+    QVariantList minimumChips() const;
+    QVariantList focusChips() const;
+    bool launchAtLogin() const { return launchAtLogin_; }
+    QString versionText() const;
+    QString siteText() const { return QStringLiteral("LARKPIN.APP"); }
+
+    // Actions the QML calls.
+    Q_INVOKABLE void toggle(const QString &id);
+    Q_INVOKABLE void showDetailCard(const QString &id);
+    Q_INVOKABLE void closeDetailCard();
+    Q_INVOKABLE void retry(const QString &id);
+    Q_INVOKABLE void selectFilter(int index);
+    Q_INVOKABLE void togglePause();
+    Q_INVOKABLE void refresh();
+    Q_INVOKABLE bool openLink(const QString &url);
+    Q_INVOKABLE void openSite();
+    Q_INVOKABLE void quit();
+    // Settings edits; each returns whether anything was saved.
+    Q_INVOKABLE bool setStreamEnabled(const QString &kindRaw, bool on);
+    Q_INVOKABLE bool setMinimumSize(double usd);
+    Q_INVOKABLE bool setFocusSize(double usd);
+    Q_INVOKABLE bool setPaused(bool paused);
+    Q_INVOKABLE void setLaunchAtLogin(bool on);
+    // Everything the inspector shows for one signal: "state" (details, blank,
+    // failed, loading) and, with details, "wallet", "token", "equity", "links".
+    Q_INVOKABLE QVariantMap inspector(const QString &id) const;
+
+    // For tests: advance the clock as if the 3 s timer fired.
+    void tick(double now);
+    const Signal *findSignal(const QString &id) const;
+    QTimer *clock() const { return clock_; }
+
+Q_SIGNALS:
+    void nowChanged();
+    void linkChanged();
+    void preferencesChanged();
+    void openIdChanged();
+    void showSettingsChanged();
+    void bloomChanged();
+    void detailCardChanged();
+    void animatedChanged();
+    void chipsChanged();
+    void heroChanged();
+    void listsChanged();
+    void emptyChanged();
+    void telemetryChanged();
+    void detailRevisionChanged();
+    void launchAtLoginChanged();
+
+private:
+    void rebuildLists();
+    void bumpDetails();
+    void flash();
+
+    QPointer<FeedStore> store_;
+    double now_ = 0;
+    QTimer *clock_ = nullptr;
+    QTimer *bloomTimer_ = nullptr;
+    QString openId_;
+    bool showSettings_ = false;
+    bool bloom_ = false;
+    bool animated_ = true;
+    QString detailCardId_;
+    bool launchAtLogin_ = false;
+    int detailRevision_ = 0;
+    QString firstHeroId_;
+    QList<Signal> heroes_;
+    SignalListModel *minis_;
+    SignalListModel *stream_;
+};

@@ -1,0 +1,116 @@
+#include "Panel/PanelQml.h"
+
+#include "Panel/PanelModel.h"
+#include "Panel/PanelStyle.h"
+
+#include <QFile>
+#include <QPainter>
+#include <QQmlComponent>
+#include <QQmlContext>
+#include <QQmlEngine>
+#include <QQuickItem>
+#include <QSvgRenderer>
+
+static void initPanelResources()
+{
+    Q_INIT_RESOURCE(panel);
+}
+
+namespace PanelQml {
+
+void initResources()
+{
+    static const bool done = (initPanelResources(), true);
+    Q_UNUSED(done);
+}
+
+void configureEngine(QQmlEngine &engine, double devicePixelRatio)
+{
+    initResources();
+    if (!engine.imageProvider(QStringLiteral("glyph")))
+        engine.addImageProvider(QStringLiteral("glyph"), new GlyphProvider);
+    auto *style = new PanelStyle(devicePixelRatio, &engine);
+    engine.rootContext()->setContextProperty(QStringLiteral("hud"), style);
+}
+
+QUrl hudViewUrl()
+{
+    return QUrl(QStringLiteral("qrc:/larkpin/panel/qml/HUDView.qml"));
+}
+
+QQuickItem *createHud(QQmlEngine &engine, PanelModel *model, QQmlContext **contextOut, QString *error)
+{
+    auto *context = new QQmlContext(engine.rootContext());
+    context->setContextProperty(QStringLiteral("panel"), model);
+    QQmlComponent component(&engine, hudViewUrl());
+    QObject *object = component.create(context);
+    auto *item = qobject_cast<QQuickItem *>(object);
+    if (!item) {
+        const QString why = component.errorString();
+        qWarning("[Larkpin] panel view failed to load: %s", qUtf8Printable(why));
+        if (error)
+            *error = why;
+        delete object;
+        delete context;
+        return nullptr;
+    }
+    // The context goes with the tree.
+    context->setParent(item);
+    if (contextOut)
+        *contextOut = context;
+    return item;
+}
+
+const QStringList &glyphNames()
+{
+    static const QStringList names{
+        QStringLiteral("chevron.left"),
+        QStringLiteral("arrow.up.forward"),
+        QStringLiteral("play.fill"),
+        QStringLiteral("pause.fill"),
+        QStringLiteral("arrow.clockwise"),
+        QStringLiteral("slider.horizontal.3"),
+        QStringLiteral("antenna.radiowaves.left.and.right"),
+        QStringLiteral("antenna.radiowaves.left.and.right.slash"),
+        QStringLiteral("wave.3.right"),
+        QStringLiteral("xmark"),
+    };
+    return names;
+}
+
+} // namespace PanelQml
+
+GlyphProvider::GlyphProvider() : QQuickImageProvider(QQuickImageProvider::Image) {}
+
+QImage GlyphProvider::render(const QString &name, const QColor &colour, const QSize &pixels)
+{
+    QImage image(pixels.isValid() && !pixels.isEmpty() ? pixels : QSize(32, 32), QImage::Format_ARGB32_Premultiplied);
+    image.fill(Qt::transparent);
+    if (!PanelQml::glyphNames().contains(name)) {
+        qWarning("[Larkpin] unknown glyph %s", qUtf8Printable(name));
+        return image;
+    }
+    QSvgRenderer svg(QStringLiteral(":/larkpin/panel/icons/") + name + QStringLiteral(".svg"));
+    if (!svg.isValid())
+        return image;
+    QPainter p(&image);
+    p.setRenderHint(QPainter::Antialiasing);
+    svg.render(&p);
+    // The glyphs are drawn in black; keep their shape, take the colour.
+    p.setCompositionMode(QPainter::CompositionMode_SourceIn);
+    p.fillRect(image.rect(), colour);
+    return image;
+}
+
+QImage GlyphProvider::requestImage(const QString &id, QSize *size, const QSize &requestedSize)
+{
+    const int slash = int(id.lastIndexOf(QLatin1Char('/')));
+    const QString name = slash < 0 ? id : id.left(slash);
+    QColor colour = slash < 0 ? QColor(Qt::white) : QColor(QLatin1Char('#') + id.mid(slash + 1));
+    if (!colour.isValid())
+        colour = Qt::white;
+    QImage image = render(name, colour, requestedSize);
+    if (size)
+        *size = image.size();
+    return image;
+}

@@ -1,0 +1,87 @@
+#pragma once
+// The theme's colours, fonts and motion curves as one read-only object the
+// QML binds to ("hud"), so no view carries a literal of its own.
+
+#include "Support/Theme.h"
+
+#include <QColor>
+#include <QObject>
+#include <QVariant>
+
+class PanelStyle : public QObject {
+    Q_OBJECT
+    Q_PROPERTY(QColor lark READ lark CONSTANT)
+    Q_PROPERTY(QColor amber READ amber CONSTANT)
+    Q_PROPERTY(QColor emerald READ emerald CONSTANT)
+    Q_PROPERTY(QColor alert READ alert CONSTANT)
+    Q_PROPERTY(QColor abyss READ abyss CONSTANT)
+    Q_PROPERTY(QColor plate READ plate CONSTANT)
+    Q_PROPERTY(QColor raised READ raised CONSTANT)
+    Q_PROPERTY(QColor float_ READ floatColour CONSTANT)
+    Q_PROPERTY(QColor hairline READ hairline CONSTANT)
+    Q_PROPERTY(QColor hairlineHot READ hairlineHot CONSTANT)
+    Q_PROPERTY(QColor ink READ ink CONSTANT)
+    Q_PROPERTY(QColor ink2 READ ink2 CONSTANT)
+    Q_PROPERTY(QColor ink3 READ ink3 CONSTANT)
+    Q_PROPERTY(QColor ink4 READ ink4 CONSTANT)
+    Q_PROPERTY(QString sans READ sans CONSTANT)
+    Q_PROPERTY(QString mono READ mono CONSTANT)
+    // QML SpringAnimation parameters derived from the Motion springs, and
+    // the glide duration in milliseconds.
+    Q_PROPERTY(double snapSpring READ snapSpring CONSTANT)
+    Q_PROPERTY(double snapDamping READ snapDamping CONSTANT)
+    Q_PROPERTY(double settleSpring READ settleSpring CONSTANT)
+    Q_PROPERTY(double settleDamping READ settleDamping CONSTANT)
+    Q_PROPERTY(double rollSpring READ rollSpring CONSTANT)
+    Q_PROPERTY(double rollDamping READ rollDamping CONSTANT)
+    Q_PROPERTY(int glideMs READ glideMs CONSTANT)
+    Q_PROPERTY(int snapMs READ snapMs CONSTANT)
+    Q_PROPERTY(double hairlineWidth READ hairlineWidth CONSTANT)
+    // Point sizes for QML fonts from the design's sizes (which are logical
+    // pixels): Qt converts points with the screen's logical DPI.
+    Q_PROPERTY(double pt READ pt CONSTANT)
+public:
+    explicit PanelStyle(double devicePixelRatio = 2.0, QObject *parent = nullptr);
+
+    static QColor toQColor(const Theme::Rgba &c);
+    Q_INVOKABLE QColor kindColour(const QString &kindRaw) const;
+    Q_INVOKABLE QColor alpha(const QColor &c, double a) const;
+    // Points for a PathPolyline (see PanelText::sparkPoints).
+    Q_INVOKABLE QVariant sparkPath(const QVariantList &values, double width, double height, bool closed) const;
+
+    // QML's SpringAnimation advances in 16 ms steps with
+    // v += spring·Δ − damping·v, so per-step coefficients are the physical
+    // stiffness and damping coefficient (unit mass) times 0.016 s.
+    static double qmlSpring(const Motion::Curve &curve);
+    static double qmlDamping(const Motion::Curve &curve);
+
+    QColor lark() const { return toQColor(Theme::lark); }
+    QColor amber() const { return toQColor(Theme::amber); }
+    QColor emerald() const { return toQColor(Theme::emerald); }
+    QColor alert() const { return toQColor(Theme::alert); }
+    QColor abyss() const { return toQColor(Theme::abyss); }
+    QColor plate() const { return toQColor(Theme::plate); }
+    QColor raised() const { return toQColor(Theme::raised); }
+    QColor floatColour() const { return toQColor(Theme::float_); }
+    QColor hairline() const { return toQColor(Theme::hairline); }
+    QColor hairlineHot() const { return toQColor(Theme::hairlineHot); }
+    QColor ink() const { return toQColor(Theme::ink); }
+    QColor ink2() const { return toQColor(Theme::ink2); }
+    QColor ink3() const { return toQColor(Theme::ink3); }
+    QColor ink4() const { return toQColor(Theme::ink4); }
+    QString sans() const;
+    QString mono() const;
+    double snapSpring() const { return qmlSpring(Motion::snap); }
+    double snapDamping() const { return qmlDamping(Motion::snap); }
+    double settleSpring() const { return qmlSpring(Motion::settle); }
+    double settleDamping() const { return qmlDamping(Motion::settle); }
+    double rollSpring() const { return qmlSpring(Motion::roll); }
+    double rollDamping() const { return qmlDamping(Motion::roll); }
+    int glideMs() const { return int(Motion::glide.response * 1000 + 0.5); }
+    int snapMs() const { return int(Motion::snap.response * 1000 + 0.5); }
+    double pt() const;
+    double hairlineWidth() const { return 1.0 / (dpr_ > 0 ? dpr_ : 2.0); }
+
+private:
+    double dpr_;
+};

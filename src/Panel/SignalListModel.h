@@ -1,0 +1,56 @@
+#pragma once
+// A list of signals for QML (the stream rows, the mini heroes). Updates keep
+// the rows of signals that stay, so their delegates keep hover and open state.
+
+#include "Model/Signal.h"
+
+#include <QAbstractListModel>
+#include <QVariantMap>
+
+class FeedStore;
+
+class SignalListModel : public QAbstractListModel {
+    Q_OBJECT
+    Q_PROPERTY(int count READ count NOTIFY countChanged)
+public:
+    enum Role {
+        IdRole = Qt::UserRole + 1,
+        KindRole,
+        KindLabelRole,
+        TickerRole,
+        BodyRole,
+        FigureRole,
+        HeadlineRole,
+        DetailRole,
+        MetaRole,
+        AgeRole,
+        AmountRole,
+        WinRateRole,
+        ChartUrlRole,
+    };
+
+    explicit SignalListModel(const FeedStore *store, QObject *parent = nullptr);
+
+    int rowCount(const QModelIndex &parent = {}) const override;
+    QVariant data(const QModelIndex &index, int role) const override;
+    QHash<int, QByteArray> roleNames() const override;
+
+    void setSignals(const QList<Signal> &signals, double now);
+    void setNow(double now);   // ages change
+    void detailsChanged();     // chart links change
+    int count() const { return int(signals_.size()); }
+    const QList<Signal> &signalList() const { return signals_; }
+    QStringList ids() const;
+
+    // The same fields as the roles, for one signal (the hero card).
+    static QVariantMap describe(const Signal &signal, double now, const FeedStore *store);
+    static QString chartUrl(const QString &id, const FeedStore *store);
+
+Q_SIGNALS:
+    void countChanged();
+
+private:
+    const FeedStore *store_;
+    QList<Signal> signals_;
+    double now_ = 0;
+};

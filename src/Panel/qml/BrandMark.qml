@@ -1,0 +1,17 @@
+import QtQuick
+
+Item {
+    implicitWidth: 13
+    implicitHeight: 11
+    Column {
+        spacing: 2.5
+        Repeater {
+            model: 3
+            Rectangle {
+                width: 13; height: 2; radius: 1
+                color: hud.lark
+                opacity: index === 1 ? 1 : 0.55
+            }
+        }
+    }
+}

@@ -1,0 +1,31 @@
+import QtQuick
+
+Item {
+    id: empty
+    property string symbol: ""
+    property string message: ""
+    implicitHeight: column.implicitHeight + 92
+
+    Column {
+        id: column
+        anchors.horizontalCenter: parent.horizontalCenter
+        y: 46
+        spacing: 10
+        Glyph {
+            objectName: "emptySymbol"
+            anchors.horizontalCenter: parent.horizontalCenter
+            name: empty.symbol
+            size: 17
+            colour: hud.ink4
+        }
+        Text {
+            objectName: "emptyMessage"
+            anchors.horizontalCenter: parent.horizontalCenter
+            text: empty.message
+            textFormat: Text.PlainText
+            font.family: hud.sans
+            font.pointSize: 11.5 * hud.pt
+            color: hud.ink3
+        }
+    }
+}

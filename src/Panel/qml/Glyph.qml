@@ -1,0 +1,16 @@
+import QtQuick
+
+// One of the project's SVG glyphs, tinted, rendered at twice its size.
+Image {
+    id: glyph
+    property string name: ""
+    property color colour: hud.ink
+    property real size: 12
+    width: size
+    height: size
+    fillMode: Image.PreserveAspectFit
+    smooth: true
+    mipmap: true
+    sourceSize: Qt.size(Math.ceil(size * 2), Math.ceil(size * 2))
+    source: name === "" ? "" : "image://glyph/" + name + "/" + colour.toString().substring(1)
+}

@@ -1,0 +1,54 @@
+import QtQuick
+
+Item {
+    id: action
+    property string title: ""
+    property string systemName: ""
+    property color accent: hud.lark
+    property bool primary: false
+    property bool fills: false
+    readonly property bool hovering: mouse.containsMouse
+    signal clicked()
+
+    implicitWidth: fills ? row.implicitWidth : row.implicitWidth + 22
+    implicitHeight: row.implicitHeight + 14
+
+    Rectangle {
+        anchors.fill: parent
+        radius: 6
+        color: action.primary ? (action.hovering ? action.accent : hud.alpha(action.accent, 0.88))
+                              : (action.hovering ? hud.float_ : hud.alpha(hud.raised, 0.6))
+        border.width: 1
+        border.color: action.hovering ? hud.hairlineHot : hud.hairline
+        Behavior on color { enabled: panel.animated; ColorAnimation { duration: hud.glideMs; easing.type: Easing.OutCubic } }
+    }
+    Row {
+        id: row
+        anchors.centerIn: parent
+        spacing: 5
+        Text {
+            anchors.verticalCenter: parent.verticalCenter
+            text: action.title
+            textFormat: Text.PlainText
+            font.family: hud.mono
+            font.pointSize: 10 * hud.pt
+            font.bold: true
+            font.letterSpacing: 0.8
+            color: action.primary ? hud.abyss : action.accent
+        }
+        Glyph {
+            anchors.verticalCenter: parent.verticalCenter
+            visible: action.systemName !== ""
+            name: action.systemName
+            size: 8
+            colour: action.primary ? hud.abyss : action.accent
+        }
+    }
+    MouseArea {
+        id: mouse
+        anchors.fill: parent
+        hoverEnabled: true
+        cursorShape: Qt.PointingHandCursor
+        onClicked: action.clicked()
+    }
+}

@@ -1,0 +1,52 @@
+import QtQuick
+
+Item {
+    id: chip
+    property string label: ""
+    property string trailing: ""
+    property bool selected: false
+    readonly property bool hovering: mouse.containsMouse
+    signal clicked()
+
+    implicitWidth: row.implicitWidth + 18
+    implicitHeight: row.implicitHeight + 10
+
+    Rectangle {
+        anchors.fill: parent
+        radius: 6
+        color: chip.selected ? hud.alpha(hud.ink, 0.92) : chip.hovering ? hud.float_ : hud.alpha(hud.raised, 0.7)
+        Behavior on color { enabled: panel.animated; ColorAnimation { duration: hud.glideMs; easing.type: Easing.OutCubic } }
+    }
+    Row {
+        id: row
+        anchors.centerIn: parent
+        spacing: 4
+        Text {
+            text: chip.label
+            textFormat: Text.PlainText
+            font.family: hud.mono
+            font.pointSize: 9.5 * hud.pt
+            font.bold: true
+            font.letterSpacing: 0.7
+            color: chip.selected ? hud.abyss : hud.ink2
+        }
+        Text {
+            visible: chip.trailing !== ""
+            text: chip.trailing
+            textFormat: Text.PlainText
+            font.family: hud.mono
+            font.pointSize: 9.5 * hud.pt
+            font.bold: true
+            font.letterSpacing: 0.7
+            color: chip.selected ? hud.abyss : hud.ink2
+            opacity: 0.5
+        }
+    }
+    MouseArea {
+        id: mouse
+        anchors.fill: parent
+        hoverEnabled: true
+        cursorShape: Qt.PointingHandCursor
+        onClicked: chip.clicked()
+    }
+}

@@ -1,0 +1,39 @@
+import QtQuick
+import QtQuick.Controls
+
+Item {
+    id: button
+    property string systemName: ""
+    property string help: ""
+    property bool active: false
+    readonly property bool hovering: mouse.containsMouse
+    signal clicked()
+
+    implicitWidth: 24
+    implicitHeight: 24
+
+    Rectangle {
+        anchors.fill: parent
+        radius: width / 2
+        color: button.active ? hud.alpha(hud.lark, 0.14) : button.hovering ? hud.float_ : "transparent"
+        border.width: 1
+        border.color: button.active ? hud.alpha(hud.lark, 0.35) : hud.hairline
+        Behavior on color { enabled: panel.animated; ColorAnimation { duration: hud.glideMs; easing.type: Easing.OutCubic } }
+    }
+    Glyph {
+        anchors.centerIn: parent
+        name: button.systemName
+        size: 10.5
+        colour: button.active ? hud.lark : button.hovering ? hud.ink : hud.ink2
+    }
+    MouseArea {
+        id: mouse
+        anchors.fill: parent
+        hoverEnabled: true
+        cursorShape: Qt.PointingHandCursor
+        onClicked: button.clicked()
+    }
+    ToolTip.visible: hovering && help !== ""
+    ToolTip.delay: 700
+    ToolTip.text: help
+}

@@ -1,0 +1,187 @@
+import QtQuick
+import QtQuick.Layouts
+
+// The panel's root: backdrop, command rail, hero layer, stream, telemetry
+// band, and the settings page sliding over all of it.
+Item {
+    id: hudView
+    objectName: "hudView"
+    width: 400
+    height: 620
+
+    HUDBackdrop {
+        anchors.fill: parent
+        cornerRadius: 14
+    }
+
+    ColumnLayout {
+        id: layout
+        anchors.fill: parent
+        anchors.margins: 1
+        spacing: 0
+
+        CommandRail {
+            Layout.fillWidth: true
+            onSettingsRequested: panel.showSettings = true
+        }
+        Hairline { Layout.fillWidth: true }
+
+        // Hero layer
+        Item {
+            id: heroLayer
+            objectName: "heroLayer"
+            visible: panel.hasHero
+            Layout.fillWidth: true
+            Layout.preferredHeight: visible ? Math.min(heroColumn.implicitHeight + 26, hudView.height * 0.6) : 0
+            clip: true
+
+            Flickable {
+                id: heroFlick
+                x: 12
+                y: 12
+                width: parent.width - 24
+                height: parent.height - 26
+                contentHeight: heroColumn.implicitHeight
+                interactive: contentHeight > height
+                boundsBehavior: Flickable.StopAtBounds
+                clip: true
+
+                Column {
+                    id: heroColumn
+                    width: heroFlick.width
+                    spacing: 8
+                    opacity: panel.hasHero ? 1 : 0
+                    HeroCard {
+                        objectName: "heroCard"
+                        width: parent.width
+                        hero: panel.hero
+                        bloom: panel.bloom
+                    }
+                    Row {
+                        id: minis
+                        visible: panel.minis.count > 0
+                        width: parent.width
+                        spacing: 8
+                        Repeater {
+                            model: panel.minis
+                            MiniHero {
+                                objectName: "miniHero"
+                                width: (minis.width - minis.spacing * (panel.minis.count - 1)) / Math.max(1, panel.minis.count)
+                                signalId: model.signalId
+                                kind: model.kind
+                                headline: model.headline
+                            }
+                        }
+                    }
+                }
+            }
+        }
+
+        // Filter chips
+        Row {
+            id: chips
+            objectName: "filterChips"
+            Layout.fillWidth: true
+            Layout.leftMargin: 14
+            Layout.rightMargin: 14
+            Layout.topMargin: 12
+            Layout.bottomMargin: 10
+            spacing: 5
+            Repeater {
+                model: panel.chips
+                HUDChip {
+                    objectName: "chip-" + modelData.label
+                    label: modelData.label
+                    trailing: modelData.trailing
+                    selected: modelData.selected
+                    onClicked: panel.selectFilter(index)
+                }
+            }
+        }
+
+        // Stream
+        Item {
+            Layout.fillWidth: true
+            Layout.fillHeight: true
+            clip: true
+
+            ListView {
+                id: stream
+                objectName: "streamList"
+                anchors.fill: parent
+                visible: !panel.streamEmpty
+                model: panel.stream
+                boundsBehavior: Flickable.StopAtBounds
+                cacheBuffer: 200
+                delegate: StreamRow {
+                    width: ListView.view.width
+                    signalId: model.signalId
+                    kind: model.kind
+                    ticker: model.ticker
+                    body: model.body
+                    figure: model.figure
+                    meta: model.meta
+                }
+            }
+            EmptyState {
+                objectName: "emptyState"
+                visible: panel.streamEmpty
+                width: parent.width
+                symbol: panel.emptySymbol
+                message: panel.emptyMessage
+            }
+        }
+
+        TelemetryBand {
+            objectName: "telemetryBand"
+            Layout.fillWidth: true
+        }
+    }
+
+    // A stand-alone card of one signal, over the content.
+    Item {
+        objectName: "detailLayer"
+        visible: panel.detailCard.signalId !== undefined
+        anchors.fill: parent
+        anchors.topMargin: 47
+        Rectangle { anchors.fill: parent; color: hud.alpha(hud.abyss, 0.55); radius: 14 }
+        MouseArea { anchors.fill: parent; onClicked: panel.closeDetailCard() }
+        HeroDetail {
+            objectName: "heroDetail"
+            x: 12
+            y: 12
+            width: parent.width - 24
+            hero: panel.detailCard
+            onCloseRequested: panel.closeDetailCard()
+        }
+    }
+
+    // The panel's crisp edge.
+    Rectangle {
+        anchors.fill: parent
+        radius: 14
+        color: "transparent"
+        border.width: 1
+        border.color: hud.hairlineHot
+    }
+
+    SettingsView {
+        id: settingsView
+        objectName: "settingsView"
+        width: parent.width
+        height: parent.height
+        visible: panel.showSettings || slide.running
+        x: panel.showSettings ? 0 : width
+        opacity: panel.showSettings ? 1 : 0
+        onBack: panel.showSettings = false
+        Behavior on x { enabled: panel.animated; SpringAnimation { id: slide; spring: hud.snapSpring; damping: hud.snapDamping; epsilon: 0.25 } }
+        Behavior on opacity { enabled: panel.animated; NumberAnimation { duration: hud.glideMs; easing.type: Easing.OutCubic } }
+        Rectangle {
+            anchors.fill: parent
+            radius: 14
+            color: "transparent"
+            border.width: 1
+            border.color: hud.hairlineHot
+        }
+    }
+}

@@ -1,0 +1,139 @@
+import QtQuick
+
+// The evidence behind one signal, in one of four states the model decides:
+// details, blank, failed or loading.
+Column {
+    id: inspector
+    property string signalId: ""
+    property bool hidesChart: false
+    readonly property var info: (panel.detailRevision, panel.inspector(signalId))
+    readonly property string state_: info.state
+    spacing: 14
+
+    Text {
+        objectName: "inspectorBlank"
+        visible: inspector.state_ === "blank"
+        text: "No wallet or pool data for this one."
+        textFormat: Text.PlainText
+        font.family: hud.sans
+        font.pointSize: 10.5 * hud.pt
+        color: hud.ink3
+    }
+    Row {
+        objectName: "inspectorFailed"
+        visible: inspector.state_ === "failed"
+        spacing: 10
+        Text {
+            anchors.verticalCenter: parent.verticalCenter
+            text: "Couldn't load the details."
+            textFormat: Text.PlainText
+            font.family: hud.sans
+            font.pointSize: 10.5 * hud.pt
+            color: hud.ink3
+        }
+        HUDAction {
+            objectName: "retryAction"
+            anchors.verticalCenter: parent.verticalCenter
+            title: "RETRY"
+            accent: hud.alert
+            onClicked: panel.retry(inspector.signalId)
+        }
+    }
+    LoadingBar {
+        objectName: "inspectorLoading"
+        visible: inspector.state_ === "loading"
+        width: parent.width
+    }
+
+    Module {
+        id: walletM
+        objectName: "walletModule"
+        readonly property var w: inspector.info.wallet || ({})
+        visible: inspector.state_ === "details" && inspector.info.wallet !== undefined
+        width: parent.width
+        eyebrow: w.eyebrow || ""
+        title: w.title || ""
+        subtitle: w.subtitle || ""
+        StatRow { items: walletM.w.stats || []; availableWidth: inspector.width }
+        Row {
+            visible: walletM.w.hasDelta === true
+            spacing: 7
+            DeltaTag { text: walletM.w.delta || ""; negative: walletM.w.deltaNegative === true }
+            Text {
+                anchors.verticalCenter: parent.verticalCenter
+                text: walletM.w.deltaNote || ""
+                textFormat: Text.PlainText
+                font.family: hud.sans
+                font.pointSize: 9.5 * hud.pt
+                color: hud.ink3
+            }
+        }
+        Column {
+            width: inspector.width
+            spacing: 4
+            Repeater {
+                model: walletM.w.trades || []
+                TradeRow { width: inspector.width; row: modelData }
+            }
+        }
+    }
+    Module {
+        id: tokenM
+        objectName: "tokenModule"
+        readonly property var t: inspector.info.token || ({})
+        visible: inspector.state_ === "details" && inspector.info.token !== undefined
+        width: parent.width
+        eyebrow: t.eyebrow || ""
+        title: t.title || ""
+        subtitle: t.subtitle || ""
+        hasDelta: t.hasDelta === true
+        delta: t.delta || ""
+        deltaNegative: t.deltaNegative === true
+        StatRow { items: tokenM.t.stats || []; availableWidth: inspector.width }
+        Text {
+            text: tokenM.t.flowLine || ""
+            textFormat: Text.PlainText
+            font.family: hud.mono
+            font.pointSize: 9.5 * hud.pt
+            color: hud.ink3
+        }
+    }
+    Module {
+        id: equityM
+        objectName: "equityModule"
+        readonly property var e: inspector.info.equity || ({})
+        visible: inspector.state_ === "details" && inspector.info.equity !== undefined
+        width: parent.width
+        eyebrow: e.eyebrow || ""
+        title: e.title || ""
+        subtitle: e.subtitle || ""
+        hasDelta: e.hasDelta === true
+        delta: e.delta || ""
+        deltaNegative: e.deltaNegative === true
+        Text {
+            text: equityM.e.session || ""
+            textFormat: Text.PlainText
+            font.family: hud.sans
+            font.pointSize: 10 * hud.pt
+            color: hud.ink3
+        }
+    }
+    Row {
+        objectName: "linkRow"
+        readonly property var links: {
+            var all = inspector.info.links || []
+            return inspector.hidesChart ? all.filter(function (l) { return l.title !== "CHART" }) : all
+        }
+        visible: inspector.state_ === "details" && links.length > 0
+        spacing: 6
+        Repeater {
+            model: parent.links
+            HUDAction {
+                title: modelData.title
+                systemName: "arrow.up.forward"
+                accent: hud.ink2
+                onClicked: panel.openLink(modelData.url)
+            }
+        }
+    }
+}

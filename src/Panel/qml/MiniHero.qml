@@ -1,0 +1,53 @@
+import QtQuick
+
+Item {
+    id: mini
+    property string signalId: ""
+    property string kind: "whale"
+    property string headline: ""
+    readonly property bool isOpen: panel.openId === signalId
+    readonly property bool hovering: mouse.containsMouse
+    readonly property color accent: hud.kindColour(kind)
+    implicitHeight: 54
+
+    Rectangle {
+        anchors.fill: parent
+        radius: 8
+        color: mini.hovering ? hud.float_ : hud.alpha(hud.raised, 0.55)
+        border.width: 1
+        border.color: mini.isOpen ? hud.alpha(mini.accent, 0.5) : mini.hovering ? hud.hairlineHot : hud.hairline
+        clip: true
+        Behavior on color { enabled: panel.animated; ColorAnimation { duration: hud.glideMs; easing.type: Easing.OutCubic } }
+    }
+    AccentRule {
+        x: 8
+        y: 9
+        height: mini.height - 18
+        colour: mini.accent
+    }
+    Column {
+        x: 18
+        y: 8
+        width: mini.width - 26
+        spacing: 3
+        KindLabel { kind: mini.kind; size: 8 }
+        Text {
+            width: parent.width
+            text: mini.headline
+            textFormat: Text.PlainText
+            wrapMode: Text.Wrap
+            maximumLineCount: 2
+            elide: Text.ElideRight
+            font.family: hud.mono
+            font.pointSize: 10 * hud.pt
+            color: hud.ink2
+        }
+    }
+    MouseArea {
+        id: mouse
+        anchors.fill: parent
+        hoverEnabled: true
+        cursorShape: Qt.PointingHandCursor
+        onClicked: panel.toggle(mini.signalId)
+    }
+}

@@ -1,0 +1,80 @@
+import QtQuick
+
+// The frame of one block of evidence.
+Column {
+    id: module
+    property string eyebrow: ""
+    property string title: ""
+    property string subtitle: ""
+    property string trailing: ""
+    property bool hasDelta: false
+    property string delta: ""
+    property bool deltaNegative: false
+    default property alias content: body.data
+    spacing: 7
+
+    Item {
+        width: parent.width
+        height: Math.max(eyebrowText.implicitHeight, trailingText.implicitHeight)
+        Text {
+            id: eyebrowText
+            text: module.eyebrow
+            textFormat: Text.PlainText
+            font.family: hud.mono
+            font.pointSize: 8 * hud.pt
+            font.bold: true
+            font.letterSpacing: 1.2
+            color: hud.ink4
+        }
+        Text {
+            id: trailingText
+            anchors.right: parent.right
+            text: module.trailing
+            textFormat: Text.PlainText
+            font.family: hud.mono
+            font.pointSize: 8.5 * hud.pt
+            color: hud.ink4
+        }
+    }
+    Item {
+        width: parent.width
+        height: Math.max(titleText.implicitHeight, deltaTag.implicitHeight)
+        Row {
+            spacing: 7
+            anchors.verticalCenter: parent.verticalCenter
+            Text {
+                id: titleText
+                text: module.title
+                textFormat: Text.PlainText
+                font.family: hud.mono
+                font.pointSize: 14 * hud.pt
+                font.weight: Font.DemiBold
+                color: hud.ink
+            }
+            Text {
+                anchors.baseline: titleText.baseline
+                visible: module.subtitle !== ""
+                text: module.subtitle
+                textFormat: Text.PlainText
+                font.family: hud.mono
+                font.pointSize: 10 * hud.pt
+                color: hud.ink3
+                elide: Text.ElideRight
+                width: Math.min(implicitWidth, module.width - titleText.implicitWidth - deltaTag.width - 20)
+            }
+        }
+        DeltaTag {
+            id: deltaTag
+            anchors.right: parent.right
+            anchors.verticalCenter: parent.verticalCenter
+            visible: module.hasDelta
+            text: module.delta
+            negative: module.deltaNegative
+        }
+    }
+    Column {
+        id: body
+        width: parent.width
+        spacing: 7
+    }
+}

@@ -1,0 +1,39 @@
+import QtQuick
+
+// A status dot that slowly swells and dims while alive. The glow is a soft
+// halo drawn with plain circles (no shader effects).
+Item {
+    id: dot
+    property color colour: hud.emerald
+    property bool alive: false
+    property real size: 6
+    property real breath: 0 // 0 rest, 1 fully breathed in
+    readonly property bool breathing: alive && breath > 0.5
+    readonly property real glowRadius: alive ? 2 + 4 * breath : 2
+
+    implicitWidth: size
+    implicitHeight: size
+    opacity: alive ? 0.45 + 0.55 * breath : 0.6
+
+    Repeater {
+        model: 3
+        Rectangle {
+            readonly property real r: dot.size / 2 + dot.glowRadius * (index + 1) / 3
+            anchors.centerIn: parent
+            width: r * 2; height: r * 2; radius: r
+            color: hud.alpha(dot.colour, 0.9 * 0.22 / (index + 1))
+        }
+    }
+    Rectangle {
+        anchors.centerIn: parent
+        width: dot.size; height: dot.size; radius: dot.size / 2
+        color: dot.colour
+    }
+    SequentialAnimation on breath {
+        running: dot.alive && panel.animated
+        loops: Animation.Infinite
+        NumberAnimation { from: 0; to: 1; duration: 1400; easing.type: Easing.InOutQuad }
+        NumberAnimation { from: 1; to: 0; duration: 1400; easing.type: Easing.InOutQuad }
+    }
+    Component.onCompleted: if (alive && !panel.animated) breath = 1
+}

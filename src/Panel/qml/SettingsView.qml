@@ -1,0 +1,198 @@
+import QtQuick
+
+// The settings page. Every edit goes straight to the store through the model,
+// which saves only when the value really changes.
+Item {
+    id: settings
+    signal back()
+
+    Rectangle {
+        anchors.fill: parent
+        radius: 14
+        gradient: Gradient {
+            GradientStop { position: 0; color: hud.plate }
+            GradientStop { position: 1; color: hud.abyss }
+        }
+    }
+    MouseArea { anchors.fill: parent; hoverEnabled: true } // nothing reaches the HUD beneath
+
+    Item {
+        id: header
+        width: parent.width
+        height: 46
+        Row {
+            anchors.left: parent.left
+            anchors.leftMargin: 12
+            anchors.verticalCenter: parent.verticalCenter
+            spacing: 10
+            HUDIconButton {
+                objectName: "backButton"
+                systemName: "chevron.left"
+                help: "Back"
+                onClicked: settings.back()
+            }
+            Text {
+                anchors.verticalCenter: parent.verticalCenter
+                text: "SETTINGS"
+                textFormat: Text.PlainText
+                font.family: hud.mono
+                font.pointSize: 11 * hud.pt
+                font.bold: true
+                font.letterSpacing: 1.75
+                color: hud.ink
+            }
+        }
+    }
+    Hairline { anchors.top: header.bottom; width: parent.width }
+
+    Flickable {
+        id: flick
+        anchors.top: header.bottom
+        anchors.bottom: parent.bottom
+        width: parent.width
+        contentHeight: page.implicitHeight
+        clip: true
+        boundsBehavior: Flickable.StopAtBounds
+
+        Column {
+            id: page
+            width: flick.width
+            Column {
+                x: 16
+                width: parent.width - 32
+                topPadding: 14
+                bottomPadding: 6
+                spacing: 18
+
+                SettingsSection {
+                    title: "STREAMS"
+                    width: parent.width
+                    Repeater {
+                        model: panel.streamSwitches
+                        Column {
+                            width: parent.width
+                            SwitchRow {
+                                objectName: "stream-" + modelData.kind
+                                width: parent.width
+                                title: modelData.title
+                                titleColour: hud.kindColour(modelData.kind)
+                                subtitle: modelData.subtitle
+                                on: modelData.on
+                                onToggled: (value) => panel.setStreamEnabled(modelData.kind, value)
+                            }
+                            Hairline { visible: index < 2; width: parent.width }
+                        }
+                    }
+                }
+                SettingsSection {
+                    title: "MINIMUM SIZE"
+                    note: "Skip trades under this size."
+                    width: parent.width
+                    ChipRow {
+                        objectName: "minimumChips"
+                        topPadding: 2
+                        values: panel.minimumChips
+                        onChosen: (value) => panel.setMinimumSize(value)
+                    }
+                }
+                SettingsSection {
+                    title: "FOCUS ALERT"
+                    note: "Above this size, the menu bar drops everything else and shows just that trade."
+                    width: parent.width
+                    ChipRow {
+                        objectName: "focusChips"
+                        topPadding: 2
+                        values: panel.focusChips
+                        onChosen: (value) => panel.setFocusSize(value)
+                    }
+                }
+                SettingsSection {
+                    title: "PREFERENCES"
+                    width: parent.width
+                    SwitchRow {
+                        objectName: "launchAtLogin"
+                        width: parent.width
+                        title: "Launch at login"
+                        on: panel.launchAtLogin
+                        onToggled: (value) => panel.setLaunchAtLogin(value)
+                    }
+                    Hairline { width: parent.width }
+                    SwitchRow {
+                        objectName: "pauseSwitch"
+                        width: parent.width
+                        title: "Pause ticker"
+                        subtitle: "The panel keeps updating."
+                        on: panel.paused
+                        onToggled: (value) => panel.setPaused(value)
+                    }
+                }
+            }
+            Hairline { width: parent.width }
+            Item {
+                width: parent.width
+                height: footer.implicitHeight + 26
+                Row {
+                    id: footer
+                    x: 16
+                    y: 12
+                    width: parent.width - 32
+                    spacing: 7
+                    Text {
+                        id: version
+                        objectName: "versionText"
+                        anchors.verticalCenter: parent.verticalCenter
+                        text: panel.versionText
+                        textFormat: Text.PlainText
+                        font.family: hud.mono
+                        font.pointSize: 9 * hud.pt
+                        color: hud.ink4
+                    }
+                    Item {
+                        width: Math.max(0, footer.width - version.width - site.width - quit.width - 3 * footer.spacing)
+                        height: 1
+                    }
+                    Item {
+                        id: site
+                        objectName: "siteLink"
+                        anchors.verticalCenter: parent.verticalCenter
+                        width: siteRow.implicitWidth
+                        height: siteRow.implicitHeight + 8
+                        Row {
+                            id: siteRow
+                            anchors.verticalCenter: parent.verticalCenter
+                            spacing: 4
+                            Text {
+                                text: panel.siteText
+                                textFormat: Text.PlainText
+                                font.family: hud.mono
+                                font.pointSize: 9.5 * hud.pt
+                                font.bold: true
+                                font.letterSpacing: 0.8
+                                color: hud.lark
+                            }
+                            Glyph {
+                                anchors.verticalCenter: parent.verticalCenter
+                                name: "arrow.up.forward"
+                                size: 8
+                                colour: hud.lark
+                            }
+                        }
+                        MouseArea {
+                            anchors.fill: parent
+                            cursorShape: Qt.PointingHandCursor
+                            onClicked: panel.openSite()
+                        }
+                    }
+                    HUDAction {
+                        id: quit
+                        objectName: "quitAction"
+                        anchors.verticalCenter: parent.verticalCenter
+                        title: "QUIT"
+                        accent: hud.ink2
+                        onClicked: panel.quit()
+                    }
+                }
+            }
+        }
+    }
+}

@@ -1,0 +1,45 @@
+import QtQuick
+
+Item {
+    id: switchRow
+    property string title: ""
+    property color titleColour: hud.ink
+    property string subtitle: ""
+    property bool on: false
+    signal toggled(bool on)
+    implicitHeight: Math.max(texts.implicitHeight, control.implicitHeight) + 18
+
+    Column {
+        id: texts
+        anchors.verticalCenter: parent.verticalCenter
+        width: parent.width - control.width - 12
+        spacing: 3
+        Text {
+            text: switchRow.title
+            textFormat: Text.PlainText
+            font.family: hud.mono
+            font.pointSize: 11 * hud.pt
+            font.weight: Font.DemiBold
+            font.letterSpacing: 0.6
+            color: switchRow.titleColour
+        }
+        Text {
+            visible: switchRow.subtitle !== ""
+            width: parent.width
+            wrapMode: Text.Wrap
+            text: switchRow.subtitle
+            textFormat: Text.PlainText
+            font.family: hud.sans
+            font.pointSize: 10.5 * hud.pt
+            color: hud.ink3
+        }
+    }
+    Toggle {
+        id: control
+        objectName: "toggle"
+        anchors.right: parent.right
+        anchors.verticalCenter: parent.verticalCenter
+        on: switchRow.on
+        onToggled: (value) => switchRow.toggled(value)
+    }
+}

@@ -1,0 +1,64 @@
+import QtQuick
+
+Item {
+    id: trade
+    property var row: ({})
+    implicitHeight: 16
+
+    Text {
+        id: side
+        width: 34
+        anchors.verticalCenter: parent.verticalCenter
+        text: trade.row.side
+        textFormat: Text.PlainText
+        font.family: hud.mono
+        font.pointSize: 9 * hud.pt
+        font.bold: true
+        font.letterSpacing: 0.6
+        color: trade.row.buy ? hud.emerald : hud.alert
+    }
+    Text {
+        x: 36
+        width: 74
+        anchors.verticalCenter: parent.verticalCenter
+        elide: Text.ElideRight
+        text: trade.row.symbol
+        textFormat: Text.PlainText
+        font.family: hud.mono
+        font.pointSize: 10.5 * hud.pt
+        color: hud.ink2
+    }
+    Text {
+        x: 112
+        anchors.verticalCenter: parent.verticalCenter
+        text: trade.row.amount
+        textFormat: Text.PlainText
+        font.family: hud.mono
+        font.pointSize: 10.5 * hud.pt
+        font.weight: Font.Medium
+        color: hud.ink
+    }
+    Text {
+        anchors.right: pnl.left
+        anchors.rightMargin: 10
+        anchors.verticalCenter: parent.verticalCenter
+        text: trade.row.age
+        textFormat: Text.PlainText
+        font.family: hud.mono
+        font.pointSize: 9 * hud.pt
+        color: hud.ink4
+    }
+    Text {
+        id: pnl
+        anchors.right: parent.right
+        width: 52
+        horizontalAlignment: Text.AlignRight
+        anchors.verticalCenter: parent.verticalCenter
+        text: trade.row.pnl
+        textFormat: Text.PlainText
+        font.family: hud.mono
+        font.pointSize: 9.5 * hud.pt
+        font.weight: Font.DemiBold
+        color: trade.row.open ? hud.ink4 : trade.row.pnlNegative ? hud.alert : hud.emerald
+    }
+}

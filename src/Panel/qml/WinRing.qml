@@ -1,0 +1,37 @@
+import QtQuick
+import QtQuick.Shapes
+
+Row {
+    id: ring
+    property real ratio: 0
+    property string label: Math.round(clamped * 100) + "% WR"
+    readonly property real clamped: Math.max(0, Math.min(1, ratio))
+    spacing: 5
+
+    Shape {
+        width: 16; height: 16
+        anchors.verticalCenter: parent.verticalCenter
+        ShapePath {
+            strokeColor: hud.alpha(hud.ink4, 0.7)
+            strokeWidth: 2
+            fillColor: "transparent"
+            PathAngleArc { centerX: 8; centerY: 8; radiusX: 6.5; radiusY: 6.5; startAngle: 0; sweepAngle: 360 }
+        }
+        ShapePath {
+            strokeColor: hud.lark
+            strokeWidth: 2
+            capStyle: ShapePath.RoundCap
+            fillColor: "transparent"
+            PathAngleArc { centerX: 8; centerY: 8; radiusX: 6.5; radiusY: 6.5; startAngle: -90; sweepAngle: 360 * ring.clamped }
+        }
+    }
+    Text {
+        anchors.verticalCenter: parent.verticalCenter
+        text: ring.label
+        textFormat: Text.PlainText
+        font.family: hud.mono
+        font.pointSize: 9 * hud.pt
+        font.weight: Font.DemiBold
+        color: hud.ink2
+    }
+}
