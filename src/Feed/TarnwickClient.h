@@ -86,14 +86,19 @@ public:
     QString httpBase() const { return httpBase_; }
 
 private:
-    // Implementation detail; see TarnwickClient.cpp.
+    using BodyCallback = std::function<void(std::optional<QByteArray>, QString error)>;
+    void fetch(const QString &path, QObject *context, BodyCallback done);
     void connectSocket();
+    void onMessage(QWebSocket *socket, const QByteArray &bytes, bool text);
     void deliver(QList<TwFill> fills, bool gated);
     void startPolling();
+    void pollOnce();
     void startRadarLoop();
+    void fetchRadar();
     void socketDidClose();
     void scheduleReconnect();
     void loadEnrichment();
+    void log(const QString &message) const;
 
     QString httpBase_;
     QString socketURL_;
@@ -106,6 +111,7 @@ private:
     QTimer *radarTimer_ = nullptr;
     QTimer *reconnectTimer_ = nullptr;
     QTimer *openWatchdog_ = nullptr;
+    bool awaitingPong_ = false;
     bool socketOpenedOnce_ = false;
     int socketFailures_ = 0;
     bool stopped_ = true;

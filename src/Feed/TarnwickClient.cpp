@@ -1,0 +1,443 @@
+#include "Feed/TarnwickClient.h"
+
+#include "Feed/Tarnwick.h"
+#include "Support/Log.h"
+
+#include <QElapsedTimer>
+#include <QNetworkAccessManager>
+#include <QNetworkCookie>
+#include <QNetworkCookieJar>
+#include <QNetworkReply>
+#include <QRandomGenerator>
+#include <QTimer>
+#include <QUrl>
+#include <QWebSocket>
+
+#include <algorithm>
+
+namespace {
+// The session keeps no cookies: every request stands on its own.
+class NoCookies : public QNetworkCookieJar {
+public:
+    using QNetworkCookieJar::QNetworkCookieJar;
+    bool setCookiesFromUrl(const QList<QNetworkCookie> &, const QUrl &) override { return false; }
+    QList<QNetworkCookie> cookiesForUrl(const QUrl &) const override { return {}; }
+};
+
+QTimer *makeTimer(QObject *owner, bool singleShot)
+{
+    auto *t = new QTimer(owner);
+    t->setSingleShot(singleShot);
+    return t;
+}
+} // namespace
+
+TarnwickClient::TarnwickClient(QObject *parent)
+    : TarnwickClient(Tarnwick::httpBase(), Tarnwick::socketURL(), TarnwickTiming{}, systemNow, parent)
+{
+}
+
+TarnwickClient::TarnwickClient(QString httpBase, QString socketURL, TarnwickTiming timing, Clock now, QObject *parent)
+    : QObject(parent), httpBase_(std::move(httpBase)), socketURL_(std::move(socketURL)), timing_(timing),
+      now_(std::move(now)), verbose_(Log::enabledByEnvironment())
+{
+    rest_ = new QNetworkAccessManager(this);
+    rest_->setCookieJar(new NoCookies(rest_));
+    rest_->setTransferTimeout(timing_.requestTimeoutMs);
+    rest_->setRedirectPolicy(QNetworkRequest::ManualRedirectPolicy);
+
+    pingTimer_ = makeTimer(this, false);
+    pollTimer_ = makeTimer(this, false);
+    radarTimer_ = makeTimer(this, false);
+    reconnectTimer_ = makeTimer(this, true);
+    openWatchdog_ = makeTimer(this, true);
+    // The open watchdog and reconnect wait run on the monotonic clock.
+    openWatchdog_->setTimerType(Qt::PreciseTimer);
+    reconnectTimer_->setTimerType(Qt::PreciseTimer);
+
+    connect(pollTimer_, &QTimer::timeout, this, &TarnwickClient::pollOnce);
+    connect(radarTimer_, &QTimer::timeout, this, &TarnwickClient::fetchRadar);
+    connect(reconnectTimer_, &QTimer::timeout, this, [this] {
+        if (!stopped_)
+            connectSocket();
+    });
+}
+
+TarnwickClient::~TarnwickClient()
+{
+    if (socket_)
+        socket_->disconnect(this);
+}
+
+void TarnwickClient::log(const QString &message) const
+{
+    if (verbose_)
+        Log::write("tw", message);
+}
+
+// MARK: REST
+
+void TarnwickClient::fetch(const QString &path, QObject *context, BodyCallback done)
+{
+    QNetworkRequest request(QUrl(httpBase_ + path));
+    request.setHeader(QNetworkRequest::UserAgentHeader, Tarnwick::userAgent());
+    request.setAttribute(QNetworkRequest::CacheLoadControlAttribute, QNetworkRequest::AlwaysNetwork);
+    request.setAttribute(QNetworkRequest::CacheSaveControlAttribute, false);
+    request.setTransferTimeout(timing_.requestTimeoutMs);
+    QElapsedTimer clock;
+    clock.start();
+    QNetworkReply *reply = rest_->get(request);
+    connect(reply, &QNetworkReply::finished, context ? context : this, [this, reply, clock, done] {
+        reply->deleteLater();
+        const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+        if (status != 200) {
+            // Only exactly 200 carries a body we trust; 204 and 304 fail like 500.
+            done(std::nullopt, status ? QStringLiteral("bad server response (status ") + QString::number(status) +
+                                            QLatin1Char(')')
+                                      : reply->errorString());
+            return;
+        }
+        // The round trip counts even when the body turns out not to decode.
+        if (onLatency)
+            onLatency(double(clock.nsecsElapsed()) / 1000000.0);
+        done(reply->readAll(), QString());
+    });
+}
+
+void TarnwickClient::tape(int limit, QObject *context, TapeCallback done)
+{
+    fetch(QStringLiteral("/tape?limit=") + QString::number(limit) + QStringLiteral("&stocks=true"), context,
+          [done](std::optional<QByteArray> body, QString error) {
+              if (!body)
+                  return done(std::nullopt, error);
+              auto fills = TwDecode::fills(*body);
+              done(fills, fills ? QString() : QStringLiteral("the tape did not decode"));
+          });
+}
+
+QString TarnwickClient::traderPath(const QString &handle)
+{
+    return QStringLiteral("/trader/") + QString::fromLatin1(QUrl::toPercentEncoding(handle)) +
+           QStringLiteral("?window=24h&stocks=true");
+}
+
+void TarnwickClient::traderDetail(const QString &handle, QObject *context, TraderDetailCallback done)
+{
+    fetch(traderPath(handle), context, [done](std::optional<QByteArray> body, QString error) {
+        if (!body)
+            return done(std::nullopt, error);
+        auto detail = TwDecode::traderDetail(*body);
+        done(detail, detail ? QString() : QStringLiteral("the trader did not decode"));
+    });
+}
+
+const TwTrader *TarnwickClient::trader(const QString &handle) const
+{
+    auto it = traders_.constFind(handle);
+    return it == traders_.cend() ? nullptr : &it.value();
+}
+
+const TwToken *TarnwickClient::token(const QString &address) const
+{
+    auto it = tokens_.constFind(address.toLower());
+    return it == tokens_.cend() ? nullptr : &it.value();
+}
+
+void TarnwickClient::deliver(QList<TwFill> fills, bool gated)
+{
+    if (gated) {
+        const qint64 mark = lastFillId_;
+        fills.removeIf([mark](const TwFill &f) { return f.id <= mark; });
+    }
+    if (fills.isEmpty())
+        return;
+    for (const TwFill &f : fills)
+        lastFillId_ = std::max(lastFillId_, f.id);
+    ensureEnrichment();
+    if (onFills)
+        onFills(fills);
+}
+
+void TarnwickClient::clearEnrichmentStamp()
+{
+    enrichmentFetchedAt_.reset();
+}
+
+void TarnwickClient::ensureEnrichment()
+{
+    if (enrichmentRunning_)
+        return;
+    if (enrichmentFetchedAt_ && now_() - *enrichmentFetchedAt_ < timing_.enrichmentFreshSeconds)
+        return;
+    loadEnrichment();
+}
+
+void TarnwickClient::loadEnrichment()
+{
+    enrichmentRunning_ = true;
+    // Both tables are asked for together; each replaces its old copy only when
+    // it arrives whole, so a failed half keeps the last good table.
+    struct Pending {
+        int left = 2;
+    };
+    auto pending = std::make_shared<Pending>();
+    auto finishOne = [this, pending] {
+        if (--pending->left == 0) {
+            enrichmentFetchedAt_ = now_();
+            enrichmentRunning_ = false;
+        }
+    };
+    fetch(QStringLiteral("/traders?window=24h&stocks=true"), this,
+          [this, finishOne](std::optional<QByteArray> body, QString) {
+              if (body) {
+                  if (auto list = TwDecode::traders(*body)) {
+                      QHash<QString, TwTrader> table;
+                      for (const TwTrader &t : *list)
+                          table.insert(t.handle, t);
+                      traders_ = std::move(table);
+                  }
+              }
+              finishOne();
+          });
+    fetch(QStringLiteral("/tokens?window=24h&stocks=true&limit=200"), this,
+          [this, finishOne](std::optional<QByteArray> body, QString) {
+              if (body) {
+                  if (auto list = TwDecode::tokens(*body)) {
+                      QHash<QString, TwToken> table;
+                      for (const TwToken &t : *list)
+                          table.insert(t.token.toLower(), t);
+                      tokens_ = std::move(table);
+                  }
+              }
+              finishOne();
+          });
+}
+
+void TarnwickClient::startRadarLoop()
+{
+    fetchRadar();
+    radarTimer_->start(timing_.radarIntervalMs);
+}
+
+void TarnwickClient::refresh()
+{
+    fetchRadar();
+}
+
+void TarnwickClient::fetchRadar()
+{
+    const quint64 generation = generation_;
+    fetch(QStringLiteral("/radar?minutes=120&limit=40"), this,
+          [this, generation](std::optional<QByteArray> body, QString) {
+              if (!body || generation != generation_)
+                  return;
+              if (auto list = TwDecode::radars(*body); list && onRadar)
+                  onRadar(*list);
+          });
+}
+
+bool TarnwickClient::isPolling() const
+{
+    return pollTimer_->isActive();
+}
+
+bool TarnwickClient::hasSocket() const
+{
+    return !socket_.isNull();
+}
+
+void TarnwickClient::startPolling()
+{
+    if (pollTimer_->isActive() || stopped_)
+        return;
+    if (onLink)
+        onLink(LinkState::polling);
+    pollTimer_->start(timing_.pollIntervalMs);
+    pollOnce();
+}
+
+void TarnwickClient::pollOnce()
+{
+    const quint64 generation = generation_;
+    tape(60, this, [this, generation](std::optional<QList<TwFill>> fills, QString) {
+        if (!fills || generation != generation_ || !pollTimer_->isActive())
+            return;
+        std::reverse(fills->begin(), fills->end());
+        deliver(std::move(*fills), true);
+    });
+}
+
+// MARK: socket
+
+double TarnwickClient::reconnectBaseDelay(int failures)
+{
+    return std::min(2.0 * failures + 2.0, 30.0);
+}
+
+double TarnwickClient::jitter()
+{
+    const quint64 bits = QRandomGenerator::global()->generate64() >> 11; // 53 random bits
+    return double(bits) / 9007199254740992.0 * 4.0;
+}
+
+void TarnwickClient::start()
+{
+    stopped_ = false;
+    if (onLink)
+        onLink(LinkState::connecting);
+    startRadarLoop();
+    connectSocket();
+    const quint64 generation = generation_;
+    tape(200, this, [this, generation](std::optional<QList<TwFill>> fills, QString) {
+        if (!fills || generation != generation_)
+            return;
+        std::reverse(fills->begin(), fills->end());
+        deliver(std::move(*fills), false);
+    });
+}
+
+void TarnwickClient::stop()
+{
+    stopped_ = true;
+    ++generation_;
+    pingTimer_->stop();
+    pollTimer_->stop();
+    radarTimer_->stop();
+    reconnectTimer_->stop();
+    openWatchdog_->stop();
+    if (QWebSocket *s = socket_.data()) {
+        s->disconnect(this);
+        // Let the close frame reach the wire before the object goes.
+        connect(s, &QWebSocket::disconnected, s, &QObject::deleteLater);
+        QTimer::singleShot(3000, s, &QObject::deleteLater);
+        s->close(QWebSocketProtocol::CloseCodeGoingAway);
+        socket_.clear();
+    }
+    socketOpenedOnce_ = false;
+    socketFailures_ = 0;
+}
+
+void TarnwickClient::connectSocket()
+{
+    if (stopped_)
+        return;
+    auto *s = new QWebSocket(QString(), QWebSocketProtocol::VersionLatest, this);
+    socket_ = s;
+    awaitingPong_ = false;
+
+    connect(s, &QWebSocket::textMessageReceived, this,
+            [this, s](const QString &message) { onMessage(s, message.toUtf8(), true); });
+    connect(s, &QWebSocket::binaryMessageReceived, this,
+            [this, s](const QByteArray &message) { onMessage(s, message, false); });
+    // Qt 6.4 names the error signal error(); errorOccurred came later.
+    connect(s, QOverload<QAbstractSocket::SocketError>::of(&QWebSocket::error), this, [this, s](QAbstractSocket::SocketError) {
+        log(QStringLiteral("receive FAILED: ") + s->errorString());
+        if (socket_ == s)
+            socketDidClose();
+    });
+    connect(s, &QWebSocket::disconnected, this, [this, s] {
+        if (socket_ == s) {
+            log(QStringLiteral("receive FAILED: ") +
+                (s->closeReason().isEmpty() ? QStringLiteral("the socket closed (code ") +
+                                                  QString::number(int(s->closeCode())) + QLatin1Char(')')
+                                            : s->closeReason()));
+            socketDidClose();
+        }
+    });
+    connect(s, &QWebSocket::pong, this, [this, s](quint64, const QByteArray &) {
+        if (socket_ != s)
+            return;
+        awaitingPong_ = false;
+        log(QStringLiteral("ping ok · frames=") + QString::number(framesReceived_) + QStringLiteral(" fills=") +
+            QString::number(fillsReceived_));
+    });
+
+    QNetworkRequest request{QUrl(socketURL_)};
+    request.setHeader(QNetworkRequest::UserAgentHeader, Tarnwick::userAgent());
+    s->open(request);
+
+    openWatchdog_->disconnect();
+    connect(openWatchdog_, &QTimer::timeout, this, [this, s] {
+        if (socket_ == s && !socketOpenedOnce_)
+            startPolling(); // the socket may still open later; it is not closed
+    });
+    openWatchdog_->start(timing_.openWatchdogMs);
+
+    // Keep-alive: a ping whose pong has not come back by the next tick failed.
+    pingTimer_->disconnect();
+    connect(pingTimer_, &QTimer::timeout, this, [this, s] {
+        if (socket_ != s || stopped_)
+            return;
+        if (awaitingPong_) {
+            log(QStringLiteral("ping FAILED: no pong within ") + QString::number(timing_.pingIntervalMs) +
+                QStringLiteral(" ms"));
+            socketDidClose();
+            return;
+        }
+        awaitingPong_ = true;
+        s->ping();
+    });
+    pingTimer_->start(timing_.pingIntervalMs);
+}
+
+void TarnwickClient::onMessage(QWebSocket *socket, const QByteArray &bytes, bool)
+{
+    if (socket_ != socket)
+        return; // a stale socket
+    if (!socketOpenedOnce_) {
+        // Once per start(): a socket that reopens after a drop does not
+        // announce live again.
+        socketOpenedOnce_ = true;
+        socketFailures_ = 0;
+        pollTimer_->stop();
+        if (onLink)
+            onLink(LinkState::live);
+    }
+    ensureEnrichment();
+
+    ++framesReceived_;
+    if (onFrame)
+        onFrame();
+    const auto frame = bytes.isEmpty() ? std::nullopt : TwDecode::socketFrame(bytes);
+    const QString n = QString::number(framesReceived_);
+    if (!frame) {
+        log(QStringLiteral("frame #") + n + QStringLiteral(" UNDECODABLE"));
+        return;
+    }
+    if (frame->data) {
+        fillsReceived_ += frame->data->size();
+        log(QStringLiteral("frame #") + n + QStringLiteral(" fills=") + QString::number(frame->data->size()) +
+            QStringLiteral(" (total ") + QString::number(fillsReceived_) + QLatin1Char(')'));
+        deliver(*frame->data, true);
+    } else {
+        log(QStringLiteral("frame #") + n + QStringLiteral(" type=") + frame->type);
+    }
+}
+
+void TarnwickClient::socketDidClose()
+{
+    pingTimer_->stop();
+    openWatchdog_->stop();
+    if (QWebSocket *s = socket_.data()) {
+        socket_.clear();
+        s->disconnect(this);
+        s->abort();
+        s->deleteLater();
+    }
+    ++socketFailures_;
+    if (socketOpenedOnce_ && socketFailures_ < 2) {
+        if (onLink)
+            onLink(LinkState::down);
+    } else {
+        startPolling();
+    }
+    scheduleReconnect();
+}
+
+void TarnwickClient::scheduleReconnect()
+{
+    if (stopped_ || reconnectTimer_->isActive())
+        return;
+    const double seconds = (reconnectBaseDelay(socketFailures_) + jitter()) * timing_.reconnectScale;
+    reconnectTimer_->start(int(seconds * 1000));
+}
