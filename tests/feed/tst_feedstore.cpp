@@ -1,0 +1,227 @@
+// The store's rules, fed directly with wire records and a clock that the test
+// moves: merging, equity groups, filters, pruning, heroes and publication.
+
+#include "Feed/FeedStore.h"
+
+#include <QSignalSpy>
+#include <QTest>
+
+namespace {
+constexpr double T0 = 1'700'000'000;
+
+TwFill fill(qint64 id, double ts, const char *handle, const char *token, double usd, const char *side = "buy",
+            bool stock = false)
+{
+    TwFill f;
+    f.id = id;
+    f.ts = ts;
+    f.side = QLatin1String(side);
+    f.usd = usd;
+    f.handle = QLatin1String(handle);
+    f.wallet = QStringLiteral("W") + QLatin1String(handle);
+    f.token = QLatin1String(token);
+    f.symbol = QLatin1String(token).toUpper();
+    f.isStock = stock;
+    return f;
+}
+
+TwRadar radar(const char *token, qint64 buyers, double firstTs)
+{
+    TwRadar r;
+    r.token = QLatin1String(token);
+    r.symbol = QLatin1String(token).toUpper();
+    r.buyers = buyers;
+    r.firstTs = firstTs;
+    return r;
+}
+
+QStringList ids(const QList<Signal> &list)
+{
+    QStringList out;
+    for (const Signal &s : list)
+        out << s.id;
+    return out;
+}
+} // namespace
+
+class FeedStoreTest : public QObject {
+    Q_OBJECT
+    double now_ = T0;
+    std::unique_ptr<FeedStore> store_;
+
+    FeedStore &store() { return *store_; }
+
+private Q_SLOTS:
+    void init()
+    {
+        now_ = T0;
+        // A client that is never started: nothing touches the network.
+        auto *client = new TarnwickClient(QStringLiteral("http://127.0.0.1:9/api"), QStringLiteral("ws://127.0.0.1:9/ws"),
+                                          TarnwickTiming{}, [this] { return now_; });
+        store_ = std::make_unique<FeedStore>(client, [this] { return now_; });
+        Preferences p = Preferences::defaults();
+        store_->setPreferences(p);
+    }
+
+    void whaleRepeatsMerge_data()
+    {
+        QTest::addColumn<double>("firstUsd");
+        QTest::addColumn<double>("secondUsd");
+        QTest::addColumn<double>("gap");
+        QTest::addColumn<QStringList>("kept");
+        QTest::newRow("smaller repeat ignored") << 5000.0 << 3000.0 << 120.0 << QStringList{QStringLiteral("tw-fill-1")};
+        QTest::newRow("larger repeat replaces") << 3000.0 << 5000.0 << 120.0 << QStringList{QStringLiteral("tw-fill-2")};
+        QTest::newRow("six minutes apart both kept")
+            << 5000.0 << 3000.0 << 360.0 << QStringList{QStringLiteral("tw-fill-2"), QStringLiteral("tw-fill-1")};
+        QTest::newRow("exactly 300 s is a new move")
+            << 5000.0 << 3000.0 << 300.0 << QStringList{QStringLiteral("tw-fill-2"), QStringLiteral("tw-fill-1")};
+        QTest::newRow("older fill still inside the window") << 5000.0 << 3000.0 << -60.0
+                                                            << QStringList{QStringLiteral("tw-fill-1")};
+    }
+    void whaleRepeatsMerge()
+    {
+        QFETCH(double, firstUsd);
+        QFETCH(double, secondUsd);
+        QFETCH(double, gap);
+        QFETCH(QStringList, kept);
+        now_ = T0 + std::max(gap, 0.0);
+        store().ingest({fill(1, T0, "kai", "wif", firstUsd)});
+        store().ingest({fill(2, T0 + gap, "kai", "wif", secondUsd)});
+        QCOMPARE(ids(store().signalList()), kept);
+    }
+
+    void buyAndSellAreDifferentActors()
+    {
+        store().ingest({fill(1, T0, "kai", "wif", 5000), fill(2, T0 + 10, "kai", "wif", 3000, "sell")});
+        QCOMPARE(store().signalList().size(), 2);
+    }
+
+    void equityNeedsTwoWallets()
+    {
+        now_ = T0 + 100;
+        store().ingest({fill(1, T0, "ana", "nvdax", 2000000, "sell", true)});
+        QCOMPARE(store().signalList().size(), 0);
+        QCOMPARE(store().heldCount(), 0);
+
+        store().ingest({fill(2, T0 + 10, "ana", "tslax", 4000, "buy", true)});
+        QCOMPARE(store().signalList().size(), 0);
+        store().ingest({fill(3, T0 + 20, "bo", "tslax", 9000, "buy", true)});
+        QCOMPARE(store().signalList().size(), 1);
+        Signal group = store().signalList().first();
+        QCOMPARE(group.kind, SignalKind::stocks);
+        QCOMPARE(group.line.body, QStringLiteral("2 wallets added"));
+        QCOMPARE(group.line.tag, std::optional(QStringLiteral("×2")));
+        QCOMPARE(group.id, QStringLiteral("tw-fill-3"));
+
+        // The same wallet again: still two wallets, the figure is the total.
+        store().ingest({fill(4, T0 + 30, "ana", "tslax", 1000, "buy", true)});
+        QCOMPARE(store().signalList().size(), 1);
+        group = store().signalList().first();
+        QCOMPARE(group.line.body, QStringLiteral("2 wallets added"));
+        QCOMPARE(group.notionalUsd, std::optional(14000.0));
+        QCOMPARE(group.id, QStringLiteral("tw-fill-3"));
+        QVERIFY(!group.detail);
+        QCOMPARE(group.createdAt, T0 + 30);
+    }
+
+    void preferencesFilter()
+    {
+        store().ingest({fill(1, T0, "kai", "wif", 900), fill(2, T0, "mo", "bonk", 1500)});
+        store().ingest({radar("pool", 3, T0)});
+        QCOMPARE(store().heldCount(), 3);
+        QCOMPARE(ids(store().signalList()).size(), 2); // the $900 whale is held, not shown
+        QVERIFY(!ids(store().signalList()).contains(QStringLiteral("tw-fill-1")));
+
+        Preferences p = store().preferences();
+        p.streams[SignalKind::whale] = false;
+        QVERIFY(store().updatePreferences(p));
+        QCOMPARE(store().signalList().size(), 1);
+        QCOMPARE(store().signalList().first().kind, SignalKind::spike);
+        QVERIFY(!store().updatePreferences(p)); // the same value saves nothing
+
+        // Hidden whales still merge repeats.
+        store().ingest({fill(3, T0 + 5, "mo", "bonk", 1200)});
+        QCOMPARE(store().heldCount(), 3);
+    }
+
+    void filterAndCounts()
+    {
+        store().ingest({fill(1, T0, "kai", "wif", 5000), fill(2, T0, "mo", "bonk", 5000)});
+        store().ingest({radar("pool", 3, T0)});
+        QSignalSpy filterSpy(&store(), &FeedStore::filterChanged);
+        store().setFilter(FeedFilter::of(SignalKind::spike));
+        store().setFilter(FeedFilter::of(SignalKind::spike));
+        QCOMPARE(filterSpy.count(), 1);
+        QCOMPARE(store().visibleSignals().size(), 1);
+        QCOMPARE(store().count(FeedFilter::all()), 3);
+        QCOMPARE(store().count(FeedFilter::of(SignalKind::whale)), 2);
+        QCOMPARE(store().count(FeedFilter::of(SignalKind::stocks)), 0);
+    }
+
+    void heroesAndStreamNeverOverlap()
+    {
+        QList<TwFill> batch;
+        for (int i = 0; i < 7; ++i)
+            batch << fill(i + 1, T0 + i, "w", QByteArray("tok").append(char('a' + i)).constData(), 1000.0 * (i + 1) * (i + 1));
+        store().ingest(batch);
+        const QStringList heroes = ids(store().heroSignals());
+        const QStringList stream = ids(store().streamSignals());
+        QCOMPARE(heroes.size(), 3);
+        QCOMPARE(stream.size(), 4);
+        for (const QString &id : stream)
+            QVERIFY(!heroes.contains(id));
+        QCOMPARE(heroes.first(), QStringLiteral("tw-fill-7")); // the biggest trade scores highest
+        QCOMPARE(store().tickerSignals().size(), 7);
+    }
+
+    void fewSignalsAreAllHeroes()
+    {
+        store().ingest({fill(1, T0, "kai", "wif", 5000), fill(2, T0, "mo", "bonk", 5000)});
+        QVERIFY(store().streamSignals().isEmpty());
+    }
+
+    void pruneAtExpiry()
+    {
+        store().ingest({fill(1, T0, "kai", "wif", 5000)});
+        QCOMPARE(store().signalList().size(), 1);
+        now_ = T0 + 3600 - 0.001;
+        store().rebuild();
+        QCOMPARE(store().signalList().size(), 1);
+        now_ = T0 + 3600;
+        store().rebuild();
+        QCOMPARE(store().signalList().size(), 0);
+        QCOMPARE(store().heldCount(), 0);
+    }
+
+    void radarResentCausesNoPublication()
+    {
+        QSignalSpy spy(&store(), &FeedStore::signalsChanged);
+        store().ingest({radar("pool", 3, T0)});
+        QCOMPARE(spy.count(), 1);
+        const auto stamp = store().lastUpdate();
+        now_ += 45;
+        store().ingest({radar("pool", 3, T0)});
+        QCOMPARE(spy.count(), 1);
+        QCOMPARE(store().lastUpdate(), stamp);
+        store().ingest({radar("pool", 4, T0)}); // one more wallet: a new headline
+        QCOMPARE(spy.count(), 2);
+        QCOMPARE(store().signalList().first().line.tag, std::optional(QStringLiteral("×4")));
+    }
+
+    void capsAtOneHundredTwenty()
+    {
+        QList<TwFill> batch;
+        for (int i = 0; i < 200; ++i)
+            batch << fill(i + 1, T0 + i, "w", QByteArray::number(i).prepend("t").constData(), 5000);
+        now_ = T0 + 200;
+        store().ingest(batch);
+        QCOMPARE(store().signalList().size(), 120);
+        QCOMPARE(store().heldCount(), 200);
+        QCOMPARE(store().signalList().first().id, QStringLiteral("tw-fill-200")); // newest first
+        QCOMPARE(store().telemetry().held, 200);
+        QCOMPARE(store().telemetry().visible, 120);
+    }
+};
+
+QTEST_GUILESS_MAIN(FeedStoreTest)
+#include "tst_feedstore.moc"
