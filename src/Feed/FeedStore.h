@@ -65,6 +65,7 @@ public:
 
     TarnwickClient &client() { return *client_; }
     int heldCount() const { return int(inbox_.size()); }
+    int telemetryTickCount() const { return window_.tickCount(); }
     bool pruneTimerActive() const;
     double now() const { return now_(); }
 
