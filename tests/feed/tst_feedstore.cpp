@@ -20,7 +20,7 @@ TwFill fill(qint64 id, double ts, const char *handle, const char *token, double 
     f.handle = QLatin1String(handle);
     f.wallet = QStringLiteral("W") + QLatin1String(handle);
     f.token = QLatin1String(token);
-    f.symbol = QLatin1String(token).toUpper();
+    f.symbol = QString(QLatin1String(token)).toUpper();
     f.isStock = stock;
     return f;
 }
@@ -29,7 +29,7 @@ TwRadar radar(const char *token, qint64 buyers, double firstTs)
 {
     TwRadar r;
     r.token = QLatin1String(token);
-    r.symbol = QLatin1String(token).toUpper();
+    r.symbol = QString(QLatin1String(token)).toUpper();
     r.buyers = buyers;
     r.firstTs = firstTs;
     return r;
