@@ -1,0 +1,115 @@
+// Readings counted from ticks: pruning, rate, buy share, buckets and rail.
+
+#include "Feed/Telemetry.h"
+
+#include <QTest>
+
+#include <cmath>
+
+namespace {
+constexpr double Now = 1'700'000'000;
+}
+
+class TelemetryTest : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    void empty()
+    {
+        TelemetryWindow w;
+        const Telemetry t = w.snapshot(Now, 0, 0);
+        QCOMPARE(t.fillsPerMinute, 0.0);
+        QVERIFY(!t.buyShare);
+        QCOMPARE(t.buckets, QList<double>(24, 0.0));
+        QVERIFY(t.rail.isEmpty());
+    }
+
+    void buyShare_data()
+    {
+        QTest::addColumn<int>("buys");
+        QTest::addColumn<int>("sells");
+        QTest::addColumn<double>("usd");
+        QTest::addColumn<double>("share"); // -1: absent
+        QTest::newRow("six buys") << 6 << 0 << 100.0 << 1.0;
+        QTest::newRow("five is too few") << 5 << 0 << 100.0 << -1.0;
+        QTest::newRow("all zero dollars") << 3 << 3 << 0.0 << -1.0;
+        QTest::newRow("even split") << 3 << 3 << 100.0 << 0.5;
+    }
+    void buyShare()
+    {
+        QFETCH(int, buys);
+        QFETCH(int, sells);
+        QFETCH(double, usd);
+        QFETCH(double, share);
+        TelemetryWindow w;
+        for (int i = 0; i < buys; ++i)
+            w.append(Now - 10 * i, usd, true);
+        for (int i = 0; i < sells; ++i)
+            w.append(Now - 10 * i, usd, false);
+        const Telemetry t = w.snapshot(Now, 0, 0);
+        QCOMPARE(t.buyShare.value_or(-1), share);
+        QCOMPARE(t.fillsPerMinute, (buys + sells) / 5.0);
+    }
+
+    void agesAndSlots()
+    {
+        TelemetryWindow w;
+        w.append(Now - 299, 10, true);   // counts toward the rate, slot 14
+        w.append(Now - 301, 20, true);   // not in the rate, slot 13
+        w.append(Now - 800, 40, false);  // kept, in no bucket, still on the rail
+        w.append(Now - 900, 80, false);  // exactly 900 s stays
+        w.append(Now - 900.5, 160, true); // pruned
+        w.append(Now + 30, 320, true);   // from the future: no bucket
+        w.append(Now - 5, 640, true);    // slot 23
+        const Telemetry t = w.snapshot(Now, 7, 3);
+        QCOMPARE(w.tickCount(), 6);
+        QCOMPARE(t.fillsPerMinute, 3 / 5.0); // 299 s, future (negative age) and 5 s
+        QCOMPARE(t.buckets[14], 10.0);
+        QCOMPARE(t.buckets[13], 20.0);
+        QCOMPARE(t.buckets[23], 640.0);
+        double total = 0;
+        for (double b : t.buckets)
+            total += b;
+        QCOMPARE(total, 670.0);
+        QCOMPARE(t.rail.size(), 6);
+        QCOMPARE(t.held, 7);
+        QCOMPARE(t.visible, 3);
+    }
+
+    void railIsLogarithmic()
+    {
+        TelemetryWindow w;
+        w.append(Now, 5, true);
+        w.append(Now, 50, false);
+        w.append(Now, 500000, true);
+        const Telemetry t = w.snapshot(Now, 0, 0);
+        const double top = std::log10(500000.0);
+        QCOMPARE(t.rail[0].level, std::log10(5.0) / top);
+        QCOMPARE(t.rail[1].level, std::log10(50.0) / top);
+        QCOMPARE(t.rail[2].level, 1.0);
+        QVERIFY(!t.rail[1].buy);
+    }
+
+    void smallTradesStayShortAndRailKeepsTheLast48()
+    {
+        TelemetryWindow w;
+        for (int i = 0; i < 60; ++i)
+            w.append(Now, i < 12 ? 1e6 : 3, true);
+        const Telemetry t = w.snapshot(Now, 0, 0);
+        QCOMPARE(t.rail.size(), 48);
+        // All of the last 48 are $3: the floor of 1.0 on top keeps them short.
+        QCOMPARE(t.rail.first().level, std::log10(3.0));
+    }
+
+    void latencyAndFrameAreCopied()
+    {
+        TelemetryWindow w;
+        w.latencyMs = 42.5;
+        w.lastFrameAt = Now - 3;
+        const Telemetry t = w.snapshot(Now, 0, 0);
+        QCOMPARE(t.latencyMs, std::optional(42.5));
+        QCOMPARE(t.lastFrameAt, std::optional(Now - 3));
+    }
+};
+
+QTEST_APPLESS_MAIN(TelemetryTest)
+#include "tst_telemetry.moc"
