@@ -98,8 +98,10 @@ QVariantMap tokenModule(const TokenProfile &t)
     QVariantMap m;
     m[QStringLiteral("eyebrow")] = QStringLiteral("TOKEN");
     m[QStringLiteral("title")] = fmt(t.priceUsd, [](double p) { return Format::price(p); }).value_or(PanelText::dash());
-    m[QStringLiteral("subtitle")] = t.name ? (QStringLiteral("$") + t.symbol + QStringLiteral(" \u00B7 ") + *t.name)
-                                          : QStringLiteral("$") + t.symbol;
+    QString subtitle = QStringLiteral("$") + t.symbol;
+    if (t.name)
+        subtitle += QStringLiteral(" \u00B7 ") + *t.name;
+    m[QStringLiteral("subtitle")] = subtitle;
     merge(m, delta(t.change24h));
     m[QStringLiteral("stats")] = QVariantList{
         stat(QStringLiteral("LIQUIDITY"), fmt(t.liquidityUsd, [](double v) { return Format::usd(v); })),
@@ -548,18 +550,22 @@ void PanelModel::setLaunchAtLogin(bool on)
 
 QVariantMap PanelModel::inspector(const QString &id) const
 {
+    if (!store_)
+        return {{QStringLiteral("state"), PanelText::inspectorStateName(PanelText::InspectorState::loading)}};
+    return inspectorFor(id, store_->details(), store_->failedDetail(), now_);
+}
+
+QVariantMap PanelModel::inspectorFor(const QString &id, const QHash<QString, SignalDetail> &details,
+                                     const QSet<QString> &failed, double now)
+{
     QVariantMap out;
-    if (!store_) {
-        out[QStringLiteral("state")] = PanelText::inspectorStateName(PanelText::InspectorState::loading);
-        return out;
-    }
-    const auto state = PanelText::inspectorState(id, store_->details(), store_->failedDetail());
+    const auto state = PanelText::inspectorState(id, details, failed);
     out[QStringLiteral("state")] = PanelText::inspectorStateName(state);
     if (state != PanelText::InspectorState::details)
         return out;
-    const SignalDetail d = store_->details().value(id);
+    const SignalDetail d = details.value(id);
     if (d.wallet)
-        out[QStringLiteral("wallet")] = walletModule(*d.wallet, now_);
+        out[QStringLiteral("wallet")] = walletModule(*d.wallet, now);
     if (d.token)
         out[QStringLiteral("token")] = tokenModule(*d.token);
     if (d.equity)

@@ -137,6 +137,8 @@ public:
     // Everything the inspector shows for one signal: "state" (details, blank,
     // failed, loading) and, with details, "wallet", "token", "equity", "links".
     Q_INVOKABLE QVariantMap inspector(const QString &id) const;
+    static QVariantMap inspectorFor(const QString &id, const QHash<QString, SignalDetail> &details,
+                                    const QSet<QString> &failed, double now);
 
     // For tests: advance the clock as if the 3 s timer fired.
     void tick(double now);

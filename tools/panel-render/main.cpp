@@ -1,0 +1,207 @@
+// Renders the panel at 400 × 620 points, 2×, against an in-process tape
+// service: the main view, settings, the inspector in each state, an opened
+// hero, the detail card and the empty states. Usage: panel-render [dir]
+
+#include "Feed/FeedStore.h"
+#include "Feed/TarnwickClient.h"
+#include "Model/Preferences.h"
+#include "Panel/PanelModel.h"
+#include "Panel/PanelSnapshots.h"
+#include "TarnwickSim.h"
+
+#include <QDeadlineTimer>
+#include <QDir>
+#include <QGuiApplication>
+#include <QThread>
+#include <QTimer>
+
+#include <cstdio>
+#include <functional>
+
+namespace {
+bool waitFor(const std::function<bool()> &done, int ms)
+{
+    QDeadlineTimer deadline(ms);
+    while (!done()) {
+        if (deadline.hasExpired())
+            return false;
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+        QThread::msleep(5);
+    }
+    return true;
+}
+
+void pause(int ms)
+{
+    waitFor([] { return false; }, ms);
+}
+
+QString outDir;
+int failures = 0;
+
+void save(OffscreenPanel &panel, const QString &name)
+{
+    const QImage image = panel.grab();
+    const QString file = QDir(outDir).filePath(name);
+    if (image.isNull() || !image.save(file, "PNG")) {
+        std::fprintf(stderr, "panel-render: cannot write %s\n", qUtf8Printable(file));
+        ++failures;
+        return;
+    }
+    std::printf("%s %dx%d\n", qUtf8Printable(file), image.width(), image.height());
+}
+
+std::optional<Signal> richest(const QList<Signal> &signals, const FeedStore &store, bool unloaded)
+{
+    for (const Signal &s : signals)
+        if (s.kind == SignalKind::whale && s.wallet && s.wallet->label &&
+            (!unloaded || (!store.details().contains(s.id) && !store.loadingDetail().contains(s.id))))
+            return s;
+    for (const Signal &s : signals)
+        if (!unloaded || !store.details().contains(s.id))
+            return s;
+    return std::nullopt;
+}
+
+bool settled(const FeedStore &store, const QString &id)
+{
+    return store.details().contains(id) || store.failedDetail().contains(id);
+}
+} // namespace
+
+int main(int argc, char **argv)
+{
+    qputenv("QT_QUICK_BACKEND", "software");
+    QGuiApplication app(argc, argv);
+    outDir = argc > 1 ? QString::fromLocal8Bit(argv[1]) : QStringLiteral("panel-shots");
+    if (!QDir().mkpath(outDir)) {
+        std::fprintf(stderr, "panel-render: cannot create %s\n", qUtf8Printable(outDir));
+        return 1;
+    }
+
+    tarnwick::SimOptions options;
+    options.port = 0;
+    options.ratePerMinute = 240;
+    options.seed = 11;
+    tarnwick::SimServer sim(options);
+    QString error;
+    if (!sim.start(&error)) {
+        std::fprintf(stderr, "panel-render: the tape service did not start: %s\n", qUtf8Printable(error));
+        return 1;
+    }
+
+    // Preferences of this run stay in memory.
+    const Clock now = systemNow;
+    FeedStore live(new TarnwickClient(sim.httpBase(), sim.socketURL(), TarnwickTiming{}, now), now);
+    live.setPreferences(Preferences::defaults());
+    live.start();
+    waitFor([&] { return live.signalList().size() >= 10 && live.link() == LinkState::live; }, 9000);
+    pause(1500);
+
+    OffscreenPanel panel(&live);
+    if (!panel.isValid()) {
+        std::fprintf(stderr, "panel-render: %s\n", qUtf8Printable(panel.errorString()));
+        return 1;
+    }
+
+    panel.open();
+    pause(200);
+    save(panel, QStringLiteral("main.png"));
+
+    panel.open()->setShowSettings(true);
+    save(panel, QStringLiteral("settings.png"));
+
+    {
+        PanelModel *model = panel.open();
+        if (const auto pick = richest(model->stream()->signalList(), live, true)) {
+            model->toggle(pick->id);
+            save(panel, QStringLiteral("inspector-loading.png"));
+        }
+    }
+    {
+        PanelModel *model = panel.open();
+        if (const auto pick = richest(model->stream()->signalList(), live, false)) {
+            model->toggle(pick->id);
+            waitFor([&] { return settled(live, pick->id); }, 5000);
+            save(panel, QStringLiteral("inspector-loaded.png"));
+        }
+    }
+    {
+        PanelModel *model = panel.open();
+        const QList<Signal> heroes = live.heroSignals();
+        if (!heroes.isEmpty()) {
+            model->toggle(heroes.first().id);
+            waitFor([&] { return settled(live, heroes.first().id); }, 5000);
+            save(panel, QStringLiteral("hero-open.png"));
+            panel.open()->showDetailCard(heroes.first().id);
+            save(panel, QStringLiteral("hero-detail.png"));
+        }
+    }
+    // Filtered to a kind with few signals: heroes only, or nothing on the wire.
+    for (SignalKind kind : SignalKinds::allCases) {
+        const int n = live.count(FeedFilter::of(kind));
+        const bool heroesOnly = n >= 1 && n <= 3;
+        if (n == 0 || heroesOnly) {
+            live.setFilter(FeedFilter::of(kind));
+            panel.open();
+            save(panel, heroesOnly ? QStringLiteral("empty-heroes-only.png") : QStringLiteral("empty-live.png"));
+            live.setFilter(FeedFilter::all());
+        }
+    }
+    {
+        Preferences none = live.preferences();
+        for (SignalKind k : SignalKinds::allCases)
+            none.streams[k] = false;
+        const Preferences before = live.preferences();
+        live.setPreferences(none);
+        live.rebuild();
+        panel.open();
+        save(panel, QStringLiteral("empty-all-off.png"));
+        live.setPreferences(before);
+        live.rebuild();
+    }
+    panel.closeTree();
+
+    // A service that is not there: connecting, then down, and failed loads.
+    TarnwickTiming quick;
+    quick.openWatchdogMs = 300;
+    quick.requestTimeoutMs = 800;
+    FeedStore dead(new TarnwickClient(QStringLiteral("http://127.0.0.1:1/api"), QStringLiteral("ws://127.0.0.1:1/ws"),
+                                      quick, now),
+                   now);
+    dead.setPreferences(Preferences::defaults());
+    OffscreenPanel offline(&dead);
+    offline.open();
+    save(offline, QStringLiteral("empty-connecting.png"));
+    dead.start();
+    waitFor([&] { return dead.link() == LinkState::down; }, 8000);
+    offline.open();
+    save(offline, QStringLiteral("empty-down.png"));
+    {
+        QList<TwFill> fills;
+        for (int i = 0; i < 5; ++i) {
+            TwFill f;
+            f.id = 9000 + i;
+            f.ts = now() - 40 * i;
+            f.side = i % 2 ? QStringLiteral("sell") : QStringLiteral("buy");
+            f.usd = 3000.0 * (i + 1);
+            f.handle = QStringLiteral("<b>wallet%1</b>").arg(i);
+            f.wallet = QStringLiteral("W%1").arg(i);
+            f.token = QStringLiteral("T%1").arg(i);
+            f.symbol = QStringLiteral("SYM%1").arg(i);
+            fills << f;
+        }
+        dead.ingest(fills);
+        PanelModel *model = offline.open();
+        if (!model->stream()->signalList().isEmpty()) {
+            const QString id = model->stream()->signalList().first().id;
+            model->toggle(id);
+            waitFor([&] { return dead.failedDetail().contains(id); }, 8000);
+            save(offline, QStringLiteral("inspector-failed.png"));
+        }
+    }
+    offline.closeTree();
+    dead.stop();
+    live.stop();
+    return failures == 0 ? 0 : 1;
+}
