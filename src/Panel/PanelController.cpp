@@ -16,6 +16,21 @@
 
 #include <limits>
 
+namespace {
+// Headless platforms draw no windows: they fade nothing and say so on every frame.
+bool fades()
+{
+    static const bool headless = QGuiApplication::platformName() == QLatin1String("offscreen") ||
+                                 QGuiApplication::platformName() == QLatin1String("minimal");
+    return !headless;
+}
+void setWindowOpacity(QWindow *window, double opacity)
+{
+    if (fades())
+        window->setOpacity(opacity);
+}
+} // namespace
+
 HUDWindow::HUDWindow()
 {
     setFlags(Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint);
@@ -102,16 +117,17 @@ void PanelController::show(const QRect &requested)
     animation_->stop();
     animation_->disconnect(this);
     window_->setGeometry(target_.x(), target_.y() - slideDistance, width, height);
-    window_->setOpacity(0);
+    setWindowOpacity(window_.get(), 0);
     window_->show();
-    window_->raise();
+    if (fades())
+        window_->raise();
     window_->requestActivate();
     animation_->setDuration(slideInMs);
     animation_->setEasingCurve(QEasingCurve::OutCubic);
     connect(animation_, &QVariantAnimation::valueChanged, this, [this](const QVariant &v) {
         const double t = v.toDouble();
         window_->setPosition(target_.x(), target_.y() - int(std::lround(slideDistance * (1 - t))));
-        window_->setOpacity(t);
+        setWindowOpacity(window_.get(), t);
     });
     animation_->start();
     Q_EMIT opened();
@@ -131,7 +147,7 @@ void PanelController::close()
     animation_->setDuration(fadeOutMs);
     animation_->setEasingCurve(QEasingCurve::Linear);
     connect(animation_, &QVariantAnimation::valueChanged, this,
-            [this, from](const QVariant &v) { window_->setOpacity(from * (1 - v.toDouble())); });
+            [this, from](const QVariant &v) { setWindowOpacity(window_.get(), from * (1 - v.toDouble())); });
     animation_->start();
     Q_EMIT closed();
 

@@ -6,11 +6,12 @@ Row {
     signal chosen(real value)
     spacing: 5
     Repeater {
-        model: chips.values
+        model: chips.values.length
         HUDChip {
-            label: modelData.label
-            selected: modelData.selected
-            onClicked: chips.chosen(modelData.value)
+            readonly property var entry: chips.values[index]
+            label: entry.label
+            selected: entry.selected
+            onClicked: chips.chosen(entry.value)
         }
     }
 }

@@ -8,6 +8,10 @@ Item {
     objectName: "hudView"
     width: 400
     height: 620
+    focus: true
+    // The last key the panel saw (Escape never gets here: the window takes it).
+    property int lastKey: 0
+    Keys.onPressed: (event) => { lastKey = event.key }
 
     HUDBackdrop {
         anchors.fill: parent
@@ -87,13 +91,15 @@ Item {
             Layout.topMargin: 12
             Layout.bottomMargin: 10
             spacing: 5
+            // Counted by index so the chips outlive their changing data.
             Repeater {
-                model: panel.chips
+                model: panel.chips.length
                 HUDChip {
-                    objectName: "chip-" + modelData.label
-                    label: modelData.label
-                    trailing: modelData.trailing
-                    selected: modelData.selected
+                    readonly property var chip: panel.chips[index]
+                    objectName: "chip-" + chip.label
+                    label: chip.label
+                    trailing: chip.trailing
+                    selected: chip.selected
                     onClicked: panel.selectFilter(index)
                 }
             }

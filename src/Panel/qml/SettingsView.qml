@@ -68,8 +68,9 @@ Item {
                     title: "STREAMS"
                     width: parent.width
                     Repeater {
-                        model: panel.streamSwitches
+                        model: panel.streamSwitches.length
                         Column {
+                            readonly property var modelData: panel.streamSwitches[index]
                             width: parent.width
                             SwitchRow {
                                 objectName: "stream-" + modelData.kind
