@@ -1,0 +1,488 @@
+#include "TarnwickSim.h"
+
+#include "Market.h"
+
+#include <QDateTime>
+#include <QFile>
+#include <QJsonDocument>
+#include <QRandomGenerator>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QTimer>
+#include <QUrl>
+#include <QUrlQuery>
+#include <QWebSocket>
+#include <QWebSocketServer>
+
+#include <cmath>
+#include <cstdio>
+
+namespace tarnwick {
+
+namespace {
+double wallNow()
+{
+    return double(QDateTime::currentMSecsSinceEpoch()) / 1000.0;
+}
+
+QByteArray statusText(int status)
+{
+    switch (status) {
+    case 200: return "OK";
+    case 204: return "No Content";
+    case 304: return "Not Modified";
+    case 400: return "Bad Request";
+    case 403: return "Forbidden";
+    case 404: return "Not Found";
+    case 405: return "Method Not Allowed";
+    default: return "Internal Server Error";
+    }
+}
+} // namespace
+
+SimServer::SimServer(SimOptions options, QObject *parent)
+    : QObject(parent), options_(std::move(options)), market_(std::make_unique<Market>(options_.seed))
+{
+    market_->seedHistory(250, 1800, wallNow());
+    tape_ = new QTimer(this);
+    tape_->setSingleShot(true);
+    connect(tape_, &QTimer::timeout, this, [this] {
+        emitFills(1);
+        scheduleNextFill();
+    });
+    stats_ = new QTimer(this);
+    connect(stats_, &QTimer::timeout, this, [this] { sendFrameOfType(QStringLiteral("stats")); });
+}
+
+SimServer::~SimServer()
+{
+    stop();
+}
+
+void SimServer::log(const QString &line) const
+{
+    if (logging_)
+        std::fprintf(stderr, "%s\n", qUtf8Printable(line));
+}
+
+bool SimServer::start(QString *error)
+{
+    http_ = new QTcpServer(this);
+    ws_ = new QWebSocketServer(QStringLiteral("tarnwick-sim"), QWebSocketServer::NonSecureMode, this);
+    connect(http_, &QTcpServer::newConnection, this, &SimServer::onConnection);
+    connect(ws_, &QWebSocketServer::newConnection, this, &SimServer::onSocketAccepted);
+    QHostAddress address(options_.host);
+    if (address.isNull()) {
+        if (error)
+            *error = QStringLiteral("not an address: ") + options_.host;
+        return false;
+    }
+    if (!http_->listen(address, options_.port)) {
+        if (error)
+            *error = QStringLiteral("cannot listen on ") + options_.host + QLatin1Char(':') +
+                     QString::number(options_.port) + QStringLiteral(": ") + http_->errorString();
+        return false;
+    }
+    boundPort_ = http_->serverPort();
+    if (!options_.scenarioFile.isEmpty() && !loadScenario(options_.scenarioFile, error))
+        return false;
+    stats_->start(15000);
+    scheduleNextFill();
+    return true;
+}
+
+void SimServer::stop()
+{
+    tape_->stop();
+    stats_->stop();
+    for (QWebSocket *s : std::as_const(sockets_)) {
+        s->disconnect(this);
+        s->close(QWebSocketProtocol::CloseCodeGoingAway, QStringLiteral("server going away"));
+        s->flush();
+        s->deleteLater();
+    }
+    sockets_.clear();
+    if (http_)
+        http_->close();
+}
+
+quint16 SimServer::port() const
+{
+    return boundPort_;
+}
+
+QString SimServer::httpBase() const
+{
+    return QStringLiteral("http://") + options_.host + QLatin1Char(':') + QString::number(boundPort_) +
+           QStringLiteral("/api");
+}
+
+QString SimServer::socketURL() const
+{
+    return QStringLiteral("ws://") + options_.host + QLatin1Char(':') + QString::number(boundPort_) +
+           QStringLiteral("/ws");
+}
+
+qint64 SimServer::lastFillId() const
+{
+    return market_->lastId();
+}
+
+int SimServer::requestCount(const QString &pathPrefix) const
+{
+    int n = 0;
+    for (auto it = requests_.cbegin(); it != requests_.cend(); ++it)
+        if (it.key().startsWith(pathPrefix))
+            n += it.value();
+    return n;
+}
+
+// MARK: the market's clock
+
+void SimServer::scheduleNextFill()
+{
+    if (!options_.autoTape || options_.ratePerMinute <= 0 || options_.speed <= 0)
+        return;
+    // Poisson arrivals: exponential gaps at the rate, scaled by the speed.
+    const double perSecond = options_.ratePerMinute * options_.speed / 60.0;
+    const double u = std::max(QRandomGenerator::global()->generateDouble(), 1e-12);
+    const double gap = -std::log(u) / perSecond;
+    tape_->start(int(std::min(gap * 1000, 3600000.0)));
+}
+
+QList<QJsonObject> SimServer::emitFills(int n)
+{
+    QList<QJsonObject> made;
+    QJsonArray data;
+    const double now = wallNow();
+    for (int i = 0; i < n; ++i) {
+        made.append(market_->nextFill(now));
+        data.append(made.last());
+    }
+    QJsonObject frame{{QStringLiteral("type"), QStringLiteral("fills")}, {QStringLiteral("data"), data}};
+    broadcast(QJsonDocument(frame).toJson(QJsonDocument::Compact));
+    return made;
+}
+
+void SimServer::sendFrameOfType(const QString &type)
+{
+    QJsonObject data{{QStringLiteral("fills"), market_->lastId()}, {QStringLiteral("sockets"), sockets_.size()}};
+    broadcast(QJsonDocument(QJsonObject{{QStringLiteral("type"), type}, {QStringLiteral("data"), data}})
+                  .toJson(QJsonDocument::Compact));
+}
+
+void SimServer::sendRawFrame(const QByteArray &payload, bool binary)
+{
+    broadcast(payload, binary);
+}
+
+void SimServer::broadcast(const QByteArray &payload, bool binary)
+{
+    const auto sockets = sockets_;
+    for (QWebSocket *s : sockets)
+        send(s, payload, binary);
+}
+
+void SimServer::send(QWebSocket *s, const QByteArray &payload, bool binary)
+{
+    if (silent_)
+        return;
+    if (binary)
+        s->sendBinaryMessage(payload);
+    else
+        s->sendTextMessage(QString::fromUtf8(payload));
+    const int sent = ++framesSent_[s];
+    if (dropAfter_ > 0 && sent >= dropAfter_) {
+        log(QStringLiteral("ws drop after ") + QString::number(sent) + QStringLiteral(" frames"));
+        sockets_.removeAll(s);
+        s->disconnect(this);
+        s->abort();
+        s->deleteLater();
+    }
+}
+
+// MARK: faults
+
+void SimServer::setEndpointFault(const QString &pathPrefix, EndpointFault fault)
+{
+    faults_.insert(pathPrefix, fault);
+}
+
+void SimServer::clearFaults()
+{
+    faults_.clear();
+    handshake_ = HandshakeMode::Accept;
+    silent_ = false;
+    dropAfter_ = 0;
+}
+
+void SimServer::setHandshakeMode(HandshakeMode mode)
+{
+    handshake_ = mode;
+}
+
+void SimServer::setSilent(bool silent)
+{
+    silent_ = silent;
+}
+
+void SimServer::dropSocketsAfterFrames(int frames)
+{
+    dropAfter_ = frames;
+    framesSent_.clear();
+}
+
+void SimServer::dropAllSockets()
+{
+    const auto sockets = sockets_;
+    sockets_.clear();
+    for (QWebSocket *s : sockets) {
+        s->disconnect(this);
+        s->abort();
+        s->deleteLater();
+    }
+}
+
+void SimServer::restartSocketServer()
+{
+    dropAllSockets();
+    ws_->deleteLater();
+    ws_ = new QWebSocketServer(QStringLiteral("tarnwick-sim"), QWebSocketServer::NonSecureMode, this);
+    connect(ws_, &QWebSocketServer::newConnection, this, &SimServer::onSocketAccepted);
+}
+
+bool SimServer::loadScenario(const QString &file, QString *error)
+{
+    QFile f(file);
+    if (!f.open(QIODevice::ReadOnly)) {
+        if (error)
+            *error = QStringLiteral("cannot read scenario ") + file + QStringLiteral(": ") + f.errorString();
+        return false;
+    }
+    QJsonParseError parse{};
+    const QJsonDocument doc = QJsonDocument::fromJson(f.readAll(), &parse);
+    if (!doc.isArray()) {
+        if (error)
+            *error = QStringLiteral("scenario ") + file + QStringLiteral(" is not a JSON list: ") + parse.errorString();
+        return false;
+    }
+    for (const QJsonValue &v : doc.array()) {
+        const QJsonObject step = v.toObject();
+        QTimer::singleShot(int(step.value(QStringLiteral("at")).toDouble() * 1000), this, [this, step] { applyStep(step); });
+    }
+    return true;
+}
+
+void SimServer::applyStep(const QJsonObject &step)
+{
+    log(QStringLiteral("scenario: ") + QString::fromUtf8(QJsonDocument(step).toJson(QJsonDocument::Compact)));
+    if (step.contains(QStringLiteral("endpoint"))) {
+        const QString fault = step.value(QStringLiteral("fault")).toString();
+        EndpointFault f;
+        const int status = step.value(QStringLiteral("status")).toInt();
+        f.kind = status == 500   ? EndpointFaultKind::Status500
+                 : status == 204 ? EndpointFaultKind::Status204
+                 : status == 304 ? EndpointFaultKind::Status304
+                 : fault == QLatin1String("bad_body") ? EndpointFaultKind::BadBody
+                 : fault == QLatin1String("delay")    ? EndpointFaultKind::Delay
+                                                      : EndpointFaultKind::None;
+        f.delayMs = step.value(QStringLiteral("delay_ms")).toInt(15000);
+        setEndpointFault(step.value(QStringLiteral("endpoint")).toString(), f);
+    }
+    const QString handshake = step.value(QStringLiteral("handshake")).toString();
+    if (handshake == QLatin1String("refuse"))
+        setHandshakeMode(HandshakeMode::Refuse);
+    else if (handshake == QLatin1String("hang"))
+        setHandshakeMode(HandshakeMode::Hang);
+    else if (handshake == QLatin1String("accept"))
+        setHandshakeMode(HandshakeMode::Accept);
+    const QString fault = step.value(QStringLiteral("fault")).toString();
+    if (fault == QLatin1String("drop_sockets"))
+        dropAllSockets();
+    else if (fault == QLatin1String("silent"))
+        setSilent(true);
+    else if (fault == QLatin1String("speak"))
+        setSilent(false);
+    else if (fault == QLatin1String("clear"))
+        clearFaults();
+    else if (fault == QLatin1String("restart_socket_server"))
+        restartSocketServer();
+    else if (fault == QLatin1String("non_json"))
+        sendRawFrame("this is not json");
+    else if (fault == QLatin1String("binary_json"))
+        sendRawFrame(R"({"type":"stats","data":{}})", true);
+    else if (fault == QLatin1String("broken_fills"))
+        sendRawFrame(R"({"type":"fills","data":{"oops":true}})");
+    else if (fault == QLatin1String("huge_frame"))
+        sendRawFrame(R"({"type":"noise","data":")" + QByteArray(4 * 1024 * 1024, 'x') + "\"}");
+    if (step.contains(QStringLiteral("drop_after_frames")))
+        dropSocketsAfterFrames(step.value(QStringLiteral("drop_after_frames")).toInt());
+}
+
+// MARK: HTTP
+
+void SimServer::onConnection()
+{
+    while (QTcpSocket *socket = http_->nextPendingConnection()) {
+        connect(socket, &QTcpSocket::readyRead, this, [this, socket] { onRequestBytes(socket); });
+        connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
+    }
+}
+
+void SimServer::onRequestBytes(QTcpSocket *socket)
+{
+    // Peek until the head is complete: a WebSocket upgrade is handed over
+    // untouched, with its request still unread.
+    const QByteArray head = socket->peek(64 * 1024);
+    const qsizetype end = head.indexOf("\r\n\r\n");
+    if (end < 0) {
+        if (head.size() >= 64 * 1024)
+            socket->abort();
+        return;
+    }
+    const QList<QByteArray> lines = head.left(end).split('\n');
+    const QList<QByteArray> requestLine = lines.value(0).trimmed().split(' ');
+    QByteArray userAgent;
+    bool upgrade = false;
+    for (const QByteArray &line : lines.mid(1)) {
+        const qsizetype colon = line.indexOf(':');
+        const QByteArray name = line.left(colon).trimmed().toLower();
+        const QByteArray value = line.mid(colon + 1).trimmed();
+        if (name == "user-agent")
+            userAgent = value;
+        else if (name == "upgrade" && value.toLower() == "websocket")
+            upgrade = true;
+    }
+    const QByteArray target = requestLine.value(1);
+    if (upgrade && target.startsWith("/ws")) {
+        socket->disconnect(this);
+        disconnect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
+        lastUserAgent_ = userAgent;
+        ++requests_[QStringLiteral("/ws")];
+        if (handshake_ == HandshakeMode::Refuse) {
+            socket->read(end + 4);
+            reply(socket, 403, R"({"error":"socket refused"})");
+            return;
+        }
+        if (handshake_ == HandshakeMode::Hang) {
+            socket->read(end + 4);
+            log(QStringLiteral("ws handshake left hanging"));
+            connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
+            return;
+        }
+        ws_->handleConnection(socket);
+        return;
+    }
+    socket->read(end + 4);
+    if (requestLine.value(0) != "GET") {
+        reply(socket, 405, R"({"error":"only GET"})");
+        return;
+    }
+    lastUserAgent_ = userAgent;
+    serveRest(socket, target, userAgent);
+}
+
+void SimServer::reply(QTcpSocket *socket, int status, const QByteArray &body)
+{
+    QByteArray out = "HTTP/1.1 " + QByteArray::number(status) + ' ' + statusText(status) + "\r\n";
+    if (status != 204 && status != 304)
+        out += "Content-Type: application/json\r\nContent-Length: " + QByteArray::number(body.size()) + "\r\n";
+    out += "Connection: close\r\n\r\n";
+    if (status != 204 && status != 304)
+        out += body;
+    socket->write(out);
+    socket->disconnectFromHost();
+}
+
+void SimServer::serveRest(QTcpSocket *socket, const QByteArray &target, const QByteArray &)
+{
+    const QUrl url(QString::fromLatin1(target));
+    const QString path = url.path(QUrl::FullyEncoded);
+    const QUrlQuery query(url);
+    const bool stocks = query.queryItemValue(QStringLiteral("stocks")) != QLatin1String("false");
+    const int limit = query.hasQueryItem(QStringLiteral("limit"))
+                          ? std::clamp(query.queryItemValue(QStringLiteral("limit")).toInt(), 0, 2000)
+                          : 100;
+    if (!path.startsWith(QLatin1String("/api/"))) {
+        reply(socket, 404, R"({"error":"not found"})");
+        return;
+    }
+    const QString route = path.mid(4);
+    ++requests_[route];
+
+    EndpointFault fault;
+    for (auto it = faults_.cbegin(); it != faults_.cend(); ++it)
+        if (route.startsWith(it.key()))
+            fault = it.value();
+
+    const double now = wallNow();
+    int status = 200;
+    QByteArray body;
+    if (route == QLatin1String("/tape")) {
+        body = QJsonDocument(market_->tape(limit, stocks)).toJson(QJsonDocument::Compact);
+    } else if (route == QLatin1String("/radar")) {
+        const double minutes = query.hasQueryItem(QStringLiteral("minutes"))
+                                   ? query.queryItemValue(QStringLiteral("minutes")).toDouble()
+                                   : 120;
+        body = QJsonDocument(market_->radar(now, minutes, limit)).toJson(QJsonDocument::Compact);
+    } else if (route == QLatin1String("/traders")) {
+        body = QJsonDocument(market_->traders(stocks)).toJson(QJsonDocument::Compact);
+    } else if (route == QLatin1String("/tokens")) {
+        body = QJsonDocument(market_->tokens(stocks, limit, now)).toJson(QJsonDocument::Compact);
+    } else if (route.startsWith(QLatin1String("/trader/"))) {
+        const QString handle = QUrl::fromPercentEncoding(route.mid(8).toUtf8());
+        if (const auto detail = market_->traderDetail(handle, now)) {
+            body = QJsonDocument(*detail).toJson(QJsonDocument::Compact);
+        } else {
+            status = 404;
+            body = R"({"error":"unknown trader"})";
+        }
+    } else {
+        status = 404;
+        body = R"({"error":"not found"})";
+    }
+
+    switch (fault.kind) {
+    case EndpointFaultKind::None: break;
+    case EndpointFaultKind::Status500: status = 500; body = R"({"error":"scripted failure"})"; break;
+    case EndpointFaultKind::Status204: status = 204; break;
+    case EndpointFaultKind::Status304: status = 304; break;
+    case EndpointFaultKind::BadBody: body = R"([{"id":"not a number"}, {"half":)"; break;
+    case EndpointFaultKind::Delay: break;
+    }
+    log(QStringLiteral("GET ") + QString::fromLatin1(target) + QStringLiteral(" -> ") + QString::number(status));
+    Q_EMIT requestServed(route, status);
+    if (fault.kind == EndpointFaultKind::Delay) {
+        QTimer::singleShot(fault.delayMs, socket, [this, socket, status, body] { reply(socket, status, body); });
+        return;
+    }
+    reply(socket, status, body);
+}
+
+// MARK: WebSocket
+
+void SimServer::onSocketAccepted()
+{
+    while (QWebSocket *s = ws_->nextPendingConnection()) {
+        s->setParent(this);
+        ++handshakes_;
+        sockets_.append(s);
+        log(QStringLiteral("ws open (") + QString::number(sockets_.size()) + QStringLiteral(" open)"));
+        connect(s, &QWebSocket::disconnected, this, [this, s] {
+            if (sockets_.removeAll(s) == 0)
+                return;
+            const int code = int(s->closeCode());
+            closeCodes_.append(code);
+            log(QStringLiteral("ws closed by the client, code ") + QString::number(code));
+            Q_EMIT clientClosed(code);
+            s->deleteLater();
+        });
+        QJsonObject hello{{QStringLiteral("server"), QStringLiteral("tarnwick-sim")},
+                          {QStringLiteral("last_id"), market_->lastId()}};
+        send(s, QJsonDocument(QJsonObject{{QStringLiteral("type"), QStringLiteral("hello")}, {QStringLiteral("data"), hello}})
+                    .toJson(QJsonDocument::Compact),
+             false);
+    }
+}
+
+} // namespace tarnwick

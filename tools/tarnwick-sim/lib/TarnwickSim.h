@@ -1,0 +1,114 @@
+#pragma once
+// A local tape service: REST under /api and a WebSocket at /ws on one port,
+// fed by a deterministic market, with faults that tests and demos can switch
+// on. Bound to 127.0.0.1 by default.
+
+#include <QByteArray>
+#include <QHash>
+#include <QJsonObject>
+#include <QList>
+#include <QObject>
+#include <QSet>
+#include <QString>
+
+#include <memory>
+
+class QTcpServer;
+class QTcpSocket;
+class QTimer;
+class QWebSocket;
+class QWebSocketServer;
+
+namespace tarnwick {
+
+class Market;
+
+struct SimOptions {
+    QString host = QStringLiteral("127.0.0.1");
+    quint16 port = 47800;
+    double ratePerMinute = 30; // fills per minute of market time; 0 = none
+    quint64 seed = 1;
+    double speed = 1.0; // market time runs this many times faster than the wall clock
+    QString scenarioFile;
+    bool autoTape = true; // false: fills only when a test asks for them
+};
+
+enum class EndpointFaultKind { None, Status500, Status204, Status304, BadBody, Delay };
+struct EndpointFault {
+    EndpointFaultKind kind = EndpointFaultKind::None;
+    int delayMs = 0;
+};
+enum class HandshakeMode { Accept, Refuse, Hang };
+
+class SimServer : public QObject {
+    Q_OBJECT
+public:
+    explicit SimServer(SimOptions options, QObject *parent = nullptr);
+    ~SimServer() override;
+
+    bool start(QString *error = nullptr);
+    void stop(); // every socket gets a close frame with 1001
+    quint16 port() const;
+    QString httpBase() const;
+    QString socketURL() const;
+
+    // Scripting.
+    QList<QJsonObject> emitFills(int n); // n new fills, one "fills" frame, oldest first
+    void sendRawFrame(const QByteArray &payload, bool binary = false);
+    void sendFrameOfType(const QString &type);
+    void setEndpointFault(const QString &pathPrefix, EndpointFault fault);
+    void clearFaults();
+    void setHandshakeMode(HandshakeMode mode);
+    void setSilent(bool silent);
+    void dropSocketsAfterFrames(int frames); // 0 = off
+    void dropAllSockets();
+    void restartSocketServer();
+    // Runs a scenario: a JSON list of {"at": seconds, ...} steps (see README).
+    bool loadScenario(const QString &file, QString *error);
+
+    // Observation.
+    int handshakesCompleted() const { return handshakes_; }
+    int openSockets() const { return int(sockets_.size()); }
+    QList<int> closeCodesReceived() const { return closeCodes_; }
+    int requestCount(const QString &pathPrefix) const;
+    QByteArray lastUserAgent() const { return lastUserAgent_; }
+    qint64 lastFillId() const;
+    void setLogging(bool on) { logging_ = on; }
+
+Q_SIGNALS:
+    void clientClosed(int closeCode);
+    void requestServed(const QString &path, int status);
+
+private:
+    void onConnection();
+    void onRequestBytes(QTcpSocket *socket);
+    void serveRest(QTcpSocket *socket, const QByteArray &target, const QByteArray &userAgent);
+    void reply(QTcpSocket *socket, int status, const QByteArray &body);
+    void onSocketAccepted();
+    void send(QWebSocket *socket, const QByteArray &payload, bool binary);
+    void broadcast(const QByteArray &payload, bool binary = false);
+    void scheduleNextFill();
+    void applyStep(const QJsonObject &step);
+    void log(const QString &line) const;
+
+    SimOptions options_;
+    std::unique_ptr<Market> market_;
+    QTcpServer *http_ = nullptr;
+    QWebSocketServer *ws_ = nullptr;
+    QTimer *tape_ = nullptr;
+    QTimer *stats_ = nullptr;
+    QList<QWebSocket *> sockets_;
+    QHash<QWebSocket *, int> framesSent_;
+    QHash<QString, EndpointFault> faults_;
+    QHash<QString, int> requests_;
+    QList<int> closeCodes_;
+    QByteArray lastUserAgent_;
+    HandshakeMode handshake_ = HandshakeMode::Accept;
+    bool silent_ = false;
+    int dropAfter_ = 0;
+    int handshakes_ = 0;
+    bool logging_ = false;
+    quint16 boundPort_ = 0;
+};
+
+} // namespace tarnwick
