@@ -19,7 +19,9 @@
 OffscreenPanel::OffscreenPanel(FeedStore *store, double devicePixelRatio) : store_(store), dpr_(devicePixelRatio)
 {
     // The pictures come from the software scene graph, whatever the GPU.
-    QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
+    // (Asked once: the scene graph takes the request only before it starts.)
+    static const bool software = (QQuickWindow::setGraphicsApi(QSGRendererInterface::Software), true);
+    Q_UNUSED(software);
     control_ = std::make_unique<QQuickRenderControl>();
     window_ = std::make_unique<QQuickWindow>(control_.get());
     window_->setColor(Qt::transparent);

@@ -150,7 +150,7 @@ Item {
         visible: panel.detailCard.signalId !== undefined
         anchors.fill: parent
         anchors.topMargin: 47
-        Rectangle { anchors.fill: parent; color: hud.alpha(hud.abyss, 0.55); radius: 14 }
+        Rectangle { anchors.fill: parent; color: hud.alpha(hud.abyss, 0.7); radius: 14 }
         MouseArea { anchors.fill: parent; onClicked: panel.closeDetailCard() }
         HeroDetail {
             objectName: "heroDetail"

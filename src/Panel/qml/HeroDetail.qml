@@ -11,7 +11,7 @@ Item {
     Rectangle {
         anchors.fill: parent
         radius: 10
-        color: hud.alpha(hud.plate, 0.92)
+        color: hud.plate
         border.width: 1
         border.color: hud.hairlineHot
     }

@@ -133,7 +133,7 @@ Item {
             objectName: "rowInspector"
             active: row.isOpen
             visible: active
-            x: 52 - 14
+            x: 52
             width: parent.width - x
             height: active && item ? item.implicitHeight + 14 : 0
             sourceComponent: Item {
