@@ -447,7 +447,7 @@ void SimServer::serveRest(QTcpSocket *socket, const QByteArray &target, const QB
     case EndpointFaultKind::Status500: status = 500; body = R"({"error":"scripted failure"})"; break;
     case EndpointFaultKind::Status204: status = 204; break;
     case EndpointFaultKind::Status304: status = 304; break;
-    case EndpointFaultKind::BadBody: body = R"([{"id":"not a number"}, {"half":)"; break;
+    case EndpointFaultKind::BadBody: status = 200; body = R"([{"id":"not a number"}, {"half":)"; break;
     case EndpointFaultKind::Delay: break;
     }
     log(QStringLiteral("GET ") + QString::fromLatin1(target) + QStringLiteral(" -> ") + QString::number(status));
