@@ -196,6 +196,7 @@ void SimServer::send(QWebSocket *s, const QByteArray &payload, bool binary)
         log(QStringLiteral("ws drop after ") + QString::number(sent) + QStringLiteral(" frames"));
         sockets_.removeAll(s);
         s->disconnect(this);
+        s->flush(); // the last frame still goes out; then the line just dies
         s->abort();
         s->deleteLater();
     }
