@@ -30,7 +30,7 @@ template <typename T, typename F> std::optional<QString> fmt(const std::optional
         if (!std::isfinite(double(*v)))
             return std::nullopt;
     }
-    return f(*v);
+    return QString(f(*v));
 }
 
 QVariantMap delta(const std::optional<double> &ratio)
@@ -64,11 +64,11 @@ QVariantMap walletModule(const WalletProfile &w, double now)
     m[QStringLiteral("subtitle")] = w.label ? shortAddress(w.address) : QString();
     m[QStringLiteral("stats")] = QVariantList{
         stat(QStringLiteral("WIN RATE"),
-             fmt(w.winRate, [](double r) { return Format::fixed(r * 100, 0) + QStringLiteral("%"); })),
-        stat(QStringLiteral("FILLS"), fmt(w.tradeCount, [](qint64 n) { return Format::count(n); })),
+             fmt(w.winRate, [](double r) -> QString { return Format::fixed(r * 100, 0) + QStringLiteral("%"); })),
+        stat(QStringLiteral("FILLS"), fmt(w.tradeCount, [](qint64 n) -> QString { return Format::count(n); })),
         stat(QStringLiteral("MEDIAN HOLD"),
-             fmt(w.medianHoldMinutes, [](qint64 n) { return Format::duration(double(n)); })),
-        stat(QStringLiteral("REALISED"), fmt(w.realizedPnlUsd, [](double v) { return Format::usd(v); })),
+             fmt(w.medianHoldMinutes, [](qint64 n) -> QString { return Format::duration(double(n)); })),
+        stat(QStringLiteral("REALISED"), fmt(w.realizedPnlUsd, [](double v) -> QString { return Format::usd(v); })),
     };
     merge(m, delta(w.pnlRatio));
     m[QStringLiteral("deltaNote")] = QStringLiteral("unrealised, open bags");
@@ -97,17 +97,17 @@ QVariantMap tokenModule(const TokenProfile &t)
 {
     QVariantMap m;
     m[QStringLiteral("eyebrow")] = QStringLiteral("TOKEN");
-    m[QStringLiteral("title")] = fmt(t.priceUsd, [](double p) { return Format::price(p); }).value_or(PanelText::dash());
+    m[QStringLiteral("title")] = fmt(t.priceUsd, [](double p) -> QString { return Format::price(p); }).value_or(PanelText::dash());
     QString subtitle = QStringLiteral("$") + t.symbol;
     if (t.name)
         subtitle += QStringLiteral(" \u00B7 ") + *t.name;
     m[QStringLiteral("subtitle")] = subtitle;
     merge(m, delta(t.change24h));
     m[QStringLiteral("stats")] = QVariantList{
-        stat(QStringLiteral("LIQUIDITY"), fmt(t.liquidityUsd, [](double v) { return Format::usd(v); })),
-        stat(QStringLiteral("24H VOLUME"), fmt(t.volume24hUsd, [](double v) { return Format::usd(v); })),
-        stat(QStringLiteral("HOLDERS"), fmt(t.holders, [](qint64 n) { return Format::count(n); })),
-        stat(QStringLiteral("POOL AGE"), fmt(t.poolAgeHours, [](double h) { return Format::duration(h * 60); })),
+        stat(QStringLiteral("LIQUIDITY"), fmt(t.liquidityUsd, [](double v) -> QString { return Format::usd(v); })),
+        stat(QStringLiteral("24H VOLUME"), fmt(t.volume24hUsd, [](double v) -> QString { return Format::usd(v); })),
+        stat(QStringLiteral("HOLDERS"), fmt(t.holders, [](qint64 n) -> QString { return Format::count(n); })),
+        stat(QStringLiteral("POOL AGE"), fmt(t.poolAgeHours, [](double h) -> QString { return Format::duration(h * 60); })),
     };
     m[QStringLiteral("flowLine")] = PanelText::buysSellsText(t.buys24, t.sells24);
     return m;
@@ -117,7 +117,7 @@ QVariantMap equityModule(const EquityMove &e)
 {
     QVariantMap m;
     m[QStringLiteral("eyebrow")] = QStringLiteral("EQUITY");
-    m[QStringLiteral("title")] = fmt(e.lastPrice, [](double p) { return Format::price(p); }).value_or(PanelText::dash());
+    m[QStringLiteral("title")] = fmt(e.lastPrice, [](double p) -> QString { return Format::price(p); }).value_or(PanelText::dash());
     m[QStringLiteral("subtitle")] = e.ticker;
     merge(m, delta(e.change));
     m[QStringLiteral("session")] = PanelText::sessionText(e.session);
