@@ -192,6 +192,28 @@ private Q_SLOTS:
         QCOMPARE(sim->handshakesCompleted(), 0);
     }
 
+    void frozenPeerLeavesPingsUnanswered()
+    {
+        SimOptions options;
+        options.autoTape = false;
+        auto sim = started(options);
+        QWebSocket client;
+        int pongs = 0, frames = 0;
+        connect(&client, &QWebSocket::pong, this, [&] { ++pongs; });
+        connect(&client, &QWebSocket::textMessageReceived, this, [&] { ++frames; });
+        client.open(QUrl(sim->socketURL()));
+        QVERIFY(QTest::qWaitFor([&] { return frames == 1; }, 5000));
+        client.ping();
+        QVERIFY(QTest::qWaitFor([&] { return pongs == 1; }, 3000));
+        sim->setAnswerPings(false);
+        client.ping();
+        QTest::qWait(400);
+        QCOMPARE(pongs, 1);
+        sim->setAnswerPings(true);
+        client.ping(); // new bytes wake the reader; the late ping is answered too
+        QVERIFY(QTest::qWaitFor([&] { return pongs >= 2; }, 3000));
+    }
+
     void dropAfterFrames()
     {
         SimOptions options;

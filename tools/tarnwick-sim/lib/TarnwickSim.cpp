@@ -222,6 +222,16 @@ void SimServer::setHandshakeMode(HandshakeMode mode)
     handshake_ = mode;
 }
 
+void SimServer::setAnswerPings(bool answer)
+{
+    answerPings_ = answer;
+    // The WebSocket reads its TCP socket when that socket signals; a socket
+    // that stays quiet leaves pings unread and unanswered.
+    for (const QPointer<QTcpSocket> &tcp : std::as_const(upgraded_))
+        if (tcp)
+            tcp->blockSignals(!answer);
+}
+
 void SimServer::setSilent(bool silent)
 {
     silent_ = silent;
@@ -371,7 +381,11 @@ void SimServer::onRequestBytes(QTcpSocket *socket)
             connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
             return;
         }
+        upgraded_.removeAll(nullptr);
+        upgraded_.append(socket);
         ws_->handleConnection(socket);
+        if (!answerPings_)
+            QTimer::singleShot(300, socket, [socket] { socket->blockSignals(true); });
         return;
     }
     socket->read(end + 4);

@@ -8,6 +8,7 @@
 #include <QJsonObject>
 #include <QList>
 #include <QObject>
+#include <QPointer>
 #include <QSet>
 #include <QString>
 
@@ -63,6 +64,8 @@ public:
     void dropSocketsAfterFrames(int frames); // 0 = off
     void dropAllSockets();
     void restartSocketServer();
+    // false: the peer freezes, reading nothing, so client pings get no pong.
+    void setAnswerPings(bool answer);
     // Runs a scenario: a JSON list of {"at": seconds, ...} steps (see README).
     bool loadScenario(const QString &file, QString *error);
 
@@ -98,6 +101,8 @@ private:
     QTimer *tape_ = nullptr;
     QTimer *stats_ = nullptr;
     QList<QWebSocket *> sockets_;
+    QList<QPointer<QTcpSocket>> upgraded_;
+    bool answerPings_ = true;
     QHash<QWebSocket *, int> framesSent_;
     QHash<QString, EndpointFault> faults_;
     QHash<QString, int> requests_;
