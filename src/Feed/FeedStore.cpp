@@ -8,6 +8,7 @@
 #include <QTimer>
 
 #include <algorithm>
+#include <cmath>
 
 namespace {
 constexpr int maxSignals = 120;
@@ -22,7 +23,8 @@ std::optional<QUrl> webLink(const std::optional<QString> &text)
         return std::nullopt;
     const QUrl url(*text, QUrl::StrictMode);
     const QString scheme = url.scheme().toLower();
-    if (!url.isValid() || url.host().isEmpty() || (scheme != QLatin1String("http") && scheme != QLatin1String("https")))
+    if (!url.isValid() || url.host().isEmpty() ||
+        (scheme != QLatin1String("http") && scheme != QLatin1String("https")))
         return std::nullopt;
     return url;
 }
@@ -199,7 +201,50 @@ int FeedStore::count(const FeedFilter &filter) const
 {
     if (filter.isAll())
         return int(signals_.size());
-    return int(std::count_if(signals_.begin(), signals_.end(), [&](const Signal &s) { return filter.matches(s.kind); }));
+    return int(std::count_if(signals_.begin(), signals_.end(),
+                             [&](const Signal &s) { return filter.matches(s.kind); }));
+}
+
+// MARK: inbox
+
+const Signal *FeedStore::held(const QString &id) const
+{
+    auto it = inbox_.constFind(id);
+    return it == inbox_.cend() ? nullptr : &it.value()->second;
+}
+
+void FeedStore::hold(const Signal &signal)
+{
+    // Times that do not order (never sent by the service, but a record fed in
+    // by hand could carry them) would break both indexes.
+    if (!std::isfinite(signal.createdAt) || !std::isfinite(signal.expiresAt)) {
+        log(QStringLiteral("drop  ") + signal.id + QStringLiteral(" — time out of range"));
+        return;
+    }
+    release(signal.id); // a signal with the same id is replaced
+    auto placed = ordered_.emplace(std::pair(signal.createdAt, signal.id), signal).first;
+    inbox_.insert(signal.id, placed);
+    expiry_.emplace(signal.expiresAt, signal.id);
+}
+
+bool FeedStore::release(const QString &id)
+{
+    auto it = inbox_.find(id);
+    if (it == inbox_.end())
+        return false;
+    const Ordered::iterator placed = it.value();
+    expiry_.erase(std::pair(placed->second.expiresAt, id));
+    ordered_.erase(placed);
+    inbox_.erase(it);
+    return true;
+}
+
+void FeedStore::setLastUpdate(double at)
+{
+    if (lastUpdate_ == at)
+        return;
+    lastUpdate_ = at;
+    Q_EMIT lastUpdateChanged();
 }
 
 // MARK: ingest
@@ -224,24 +269,24 @@ void FeedStore::ingest(const QList<TwFill> &fills)
             changed = ingestStock(fill, *made) || changed;
             continue;
         }
-        const QString key = QStringLiteral("whale:") + fill.handle + QLatin1Char(':') + fill.token + QLatin1Char(':') +
-                            fill.side;
+        const QString key = QStringLiteral("whale:") + fill.handle + QLatin1Char(':') + fill.token +
+                            QLatin1Char(':') + fill.side;
         const auto previous = recentByActor_.constFind(key);
+        // A fill older than the stored one also counts as inside the window.
         if (previous != recentByActor_.cend() && made->createdAt - previous->at < actorWindow) {
             if (fill.usd <= previous->usd)
-                continue; // a smaller repeat of the same move
-            inbox_.remove(previous->id);
+                continue;          // a smaller repeat of the same move
+            release(previous->id); // the larger trade replaces it
         }
         recentByActor_.insert(key, ActorMark{made->id, fill.usd, made->createdAt});
-        inbox_.insert(made->id, *made);
+        hold(*made);
         if (verbose_)
             log(QStringLiteral("keep  [") + SignalKinds::label(made->kind) + QStringLiteral("] p") +
                 QString::number(made->priority) + QLatin1Char(' ') + made->line.text());
         changed = true;
     }
     if (changed) {
-        lastUpdate_ = now_();
-        Q_EMIT lastUpdateChanged();
+        setLastUpdate(now_());
         rebuild();
     }
 }
@@ -251,14 +296,14 @@ bool FeedStore::ingestStock(const TwFill &fill, const Signal &signal)
     const QString key = QStringLiteral("stock:") + fill.symbol + QLatin1Char(':') + fill.side;
     const double t = fill.ts;
     StockGroup group;
-    auto existing = stockGroups_.find(key);
-    if (existing != stockGroups_.end() && t - existing->at < stockWindow) {
+    auto existing = stockGroups_.constFind(key);
+    if (existing != stockGroups_.cend() && t - existing->at < stockWindow) {
         group = *existing;
-        inbox_.remove(group.signalId);
+        release(group.signalId);
         group.handles.insert(fill.handle);
         group.totalUsd += fill.usd;
         if (group.largest.usd < fill.usd)
-            group.largest = fill;
+            group.largest = fill; // the first one keeps a tie
         group.at = std::max(group.at, t);
     } else {
         group.signalId = signal.id;
@@ -271,50 +316,55 @@ bool FeedStore::ingestStock(const TwFill &fill, const Signal &signal)
                                       client_->token(group.largest.token))
                       .value_or(signal);
     group.signalId = base.id;
-    stockGroups_.insert(key, group);
+    const int n = int(group.handles.size());
+    stockGroups_.insert(key, std::move(group));
 
     // One wallet's equity trade is never a signal on its own, however large.
-    if (group.handles.size() < 2)
+    if (n < 2)
         return false;
 
-    const int n = int(group.handles.size());
+    const StockGroup &g = stockGroups_[key];
     base.line.ticker = fill.symbol;
     base.line.body = QString::number(n) + QStringLiteral(" wallets ") +
                      (fill.side == QLatin1String("buy") ? QStringLiteral("added") : QStringLiteral("dumped"));
-    base.line.figure = Format::usd(group.totalUsd);
+    base.line.figure = Format::usd(g.totalUsd);
     base.line.tag = QStringLiteral("×") + QString::number(n);
     base.detail.reset();
-    base.notionalUsd = group.totalUsd;
-    base.createdAt = group.at;
-    base.expiresAt = group.at + 3600;
+    base.notionalUsd = g.totalUsd;
+    base.createdAt = g.at;
+    base.expiresAt = g.at + 3600;
 
-    const auto before = inbox_.constFind(base.id);
-    const bool same = before != inbox_.cend() && before->line.text() == base.line.text();
-    inbox_.insert(base.id, base);
+    const Signal *before = held(base.id);
+    const bool same = before && before->line.text() == base.line.text();
+    hold(base);
     if (same)
         return false;
-    log(QStringLiteral("keep  [STOCK] ") + base.line.text());
+    if (verbose_)
+        log(QStringLiteral("keep  [STOCK] ") + base.line.text());
     return true;
 }
 
 void FeedStore::ingest(const QList<TwRadar> &radar)
 {
+    if (radar.isEmpty())
+        return;
     const double now = now_();
     bool changed = false;
     for (const TwRadar &entry : radar) {
         const std::optional<Signal> made = SignalRules::signal(entry, now);
         if (!made)
             continue;
-        const auto held = inbox_.constFind(made->id);
-        if (held != inbox_.cend() && held->line.text() == made->line.text())
+        const Signal *before = held(made->id);
+        if (before && before->line.text() == made->line.text())
             continue; // re-sent on every poll
-        inbox_.insert(made->id, *made);
+        hold(*made);
         changed = true;
-        log(QStringLiteral("radar [") + SignalKinds::label(made->kind) + QStringLiteral("] ") + made->line.text());
+        if (verbose_)
+            log(QStringLiteral("radar [") + SignalKinds::label(made->kind) + QStringLiteral("] ") +
+                made->line.text());
     }
     if (changed) {
-        lastUpdate_ = now;
-        Q_EMIT lastUpdateChanged();
+        setLastUpdate(now);
         rebuild();
     }
 }
@@ -322,27 +372,30 @@ void FeedStore::ingest(const QList<TwRadar> &radar)
 void FeedStore::rebuild()
 {
     const double now = now_();
-    inbox_.removeIf([now](const QHash<QString, Signal>::iterator it) { return !(it->expiresAt > now); });
+    while (!expiry_.empty() && !(expiry_.begin()->first > now)) {
+        const QString id = expiry_.begin()->second; // a copy: release() erases the node
+        if (!release(id))
+            expiry_.erase(expiry_.begin());
+    }
     recentByActor_.removeIf(
         [now](const QHash<QString, ActorMark>::iterator it) { return now - it->at >= actorWindow; });
-    stockGroups_.removeIf([now](const QHash<QString, StockGroup>::iterator it) { return now - it->at >= stockWindow; });
+    stockGroups_.removeIf(
+        [now](const QHash<QString, StockGroup>::iterator it) { return now - it->at >= stockWindow; });
 
+    // The inbox is already newest first: take the first 120 that pass.
     QList<Signal> selected;
-    selected.reserve(inbox_.size());
-    for (const Signal &s : std::as_const(inbox_)) {
+    selected.reserve(maxSignals);
+    for (const auto &entry : ordered_) {
+        const Signal &s = entry.second;
         if (!preferences_.shows(s.kind))
             continue;
+        // A size exactly at the minimum is kept; pile-ins and equities are never sized out.
         if (s.kind == SignalKind::whale && s.notionalUsd && *s.notionalUsd < preferences_.minTradeUsd)
             continue;
         selected.append(s);
+        if (selected.size() == maxSignals)
+            break;
     }
-    std::sort(selected.begin(), selected.end(), [](const Signal &a, const Signal &b) {
-        if (a.createdAt != b.createdAt)
-            return a.createdAt > b.createdAt;
-        return a.id < b.id; // a stable order for equal times, so nothing flickers
-    });
-    if (selected.size() > maxSignals)
-        selected.resize(maxSignals);
     if (selected != signals_) {
         signals_ = std::move(selected);
         Q_EMIT signalsChanged();
@@ -353,8 +406,9 @@ void FeedStore::rebuild()
         telemetry_ = std::move(snapshot);
         Q_EMIT telemetryChanged();
     }
-    log(QStringLiteral("feed  ") + QString::number(signals_.size()) + QStringLiteral(" visible / ") +
-        QString::number(inbox_.size()) + QStringLiteral(" held"));
+    if (verbose_)
+        log(QStringLiteral("feed  ") + QString::number(signals_.size()) + QStringLiteral(" visible / ") +
+            QString::number(inbox_.size()) + QStringLiteral(" held"));
 }
 
 // MARK: detail loading
@@ -371,7 +425,6 @@ void FeedStore::loadDetail(const Signal &signal)
 
     struct Work {
         Signal signal;
-        const TwToken *tokenRecord = nullptr;
         std::optional<TwToken> token;
         std::optional<TwFill> fill;
     };
@@ -423,12 +476,13 @@ void FeedStore::loadDetail(const Signal &signal)
             return;
         }
         const QString handle = wallet->label->mid(1);
-        client_->traderDetail(handle, this, [this, handle, fail, finish](std::optional<TwTraderDetail> detail, QString) {
-            if (!detail)
-                return fail();
-            const TwTrader *trader = client_->trader(handle);
-            finish(SignalRules::walletProfile(*detail, trader), trader);
-        });
+        client_->traderDetail(handle, this,
+                              [this, handle, fail, finish](std::optional<TwTraderDetail> detail, QString) {
+                                  if (!detail)
+                                      return fail();
+                                  const TwTrader *trader = client_->trader(handle);
+                                  finish(SignalRules::walletProfile(*detail, trader), trader);
+                              });
     };
     if (signal.kind == SignalKind::spike) {
         walletStep();

@@ -14,7 +14,9 @@
 #include <QObject>
 #include <QSet>
 
+#include <map>
 #include <optional>
+#include <set>
 
 class QTimer;
 
@@ -47,10 +49,10 @@ public:
     const QSet<QString> &failedDetail() const { return failedDetail_; }
 
     // Derived lists.
-    QList<Signal> tickerSignals() const; // all signals by score, top 8
+    QList<Signal> tickerSignals() const;  // all signals by score, top 8
     QList<Signal> visibleSignals() const; // filtered, newest first
-    QList<Signal> heroSignals() const;   // visible by score, top 3
-    QList<Signal> streamSignals() const; // visible minus heroes
+    QList<Signal> heroSignals() const;    // visible by score, top 3
+    QList<Signal> streamSignals() const;  // visible minus heroes
     int count(const FeedFilter &filter) const;
     double score(const Signal &s, double now) const;
 
@@ -95,8 +97,25 @@ private:
         TwFill largest;
         double at = 0;
     };
+    // The inbox is ordered newest first (what rebuild publishes) and indexed
+    // by id and by expiry, so neither pruning nor publishing scans every held
+    // signal.
+    struct Newest {
+        bool operator()(const std::pair<double, QString> &a, const std::pair<double, QString> &b) const
+        {
+            if (a.first != b.first)
+                return a.first > b.first;
+            return a.second < b.second; // equal times keep one order, so nothing flickers
+        }
+    };
+    using Ordered = std::map<std::pair<double, QString>, Signal, Newest>;
+
     void wireClient();
     bool ingestStock(const TwFill &fill, const Signal &signal);
+    const Signal *held(const QString &id) const;
+    void hold(const Signal &signal);
+    bool release(const QString &id);
+    void setLastUpdate(double at);
     void log(const QString &message) const;
 
     TarnwickClient *client_ = nullptr;
@@ -116,7 +135,9 @@ private:
     QSet<QString> loadingDetail_;
     QSet<QString> failedDetail_;
 
-    QHash<QString, Signal> inbox_;
+    Ordered ordered_;
+    QHash<QString, Ordered::iterator> inbox_;
+    std::set<std::pair<double, QString>> expiry_;
     QHash<QString, ActorMark> recentByActor_;
     QHash<QString, StockGroup> stockGroups_;
     TelemetryWindow window_;

@@ -37,7 +37,8 @@ TarnwickClient::TarnwickClient(QObject *parent)
 {
 }
 
-TarnwickClient::TarnwickClient(QString httpBase, QString socketURL, TarnwickTiming timing, Clock now, QObject *parent)
+TarnwickClient::TarnwickClient(QString httpBase, QString socketURL, TarnwickTiming timing, Clock now,
+                               QObject *parent)
     : QObject(parent), httpBase_(std::move(httpBase)), socketURL_(std::move(socketURL)), timing_(timing),
       now_(std::move(now)), verbose_(Log::enabledByEnvironment())
 {
@@ -47,8 +48,8 @@ TarnwickClient::TarnwickClient(QString httpBase, QString socketURL, TarnwickTimi
     rest_->setRedirectPolicy(QNetworkRequest::ManualRedirectPolicy);
 
     pingTimer_ = makeTimer(this, false);
-    pollTimer_ = makeTimer(this, false);
-    radarTimer_ = makeTimer(this, false);
+    pollTimer_ = makeTimer(this, true);  // re-armed after each answer
+    radarTimer_ = makeTimer(this, true); // likewise
     reconnectTimer_ = makeTimer(this, true);
     openWatchdog_ = makeTimer(this, true);
     // The open watchdog and reconnect wait run on the monotonic clock.
@@ -56,7 +57,10 @@ TarnwickClient::TarnwickClient(QString httpBase, QString socketURL, TarnwickTimi
     reconnectTimer_->setTimerType(Qt::PreciseTimer);
 
     connect(pollTimer_, &QTimer::timeout, this, &TarnwickClient::pollOnce);
-    connect(radarTimer_, &QTimer::timeout, this, &TarnwickClient::fetchRadar);
+    connect(radarTimer_, &QTimer::timeout, this, [this] {
+        if (!stopped_)
+            fetchRadar(true);
+    });
     connect(reconnectTimer_, &QTimer::timeout, this, [this] {
         if (!stopped_)
             connectSocket();
@@ -87,13 +91,14 @@ void TarnwickClient::fetch(const QString &path, QObject *context, BodyCallback d
     QElapsedTimer clock;
     clock.start();
     QNetworkReply *reply = rest_->get(request);
+    // The reply is freed even when the context is gone before it finishes.
+    connect(reply, &QNetworkReply::finished, reply, &QObject::deleteLater);
     connect(reply, &QNetworkReply::finished, context ? context : this, [this, reply, clock, done] {
-        reply->deleteLater();
         const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
         if (status != 200) {
             // Only exactly 200 carries a body we trust; 204 and 304 fail like 500.
-            done(std::nullopt, status ? QStringLiteral("bad server response (status ") + QString::number(status) +
-                                            QLatin1Char(')')
+            done(std::nullopt, status ? QStringLiteral("bad server response (status ") +
+                                            QString::number(status) + QLatin1Char(')')
                                       : reply->errorString());
             return;
         }
@@ -117,7 +122,11 @@ void TarnwickClient::tape(int limit, QObject *context, TapeCallback done)
 
 QString TarnwickClient::traderPath(const QString &handle)
 {
-    return QStringLiteral("/trader/") + QString::fromLatin1(QUrl::toPercentEncoding(handle)) +
+    // Letters, digits, "-._~" and the sub-delimiters that a path segment may
+    // carry stay as they are; everything else, "/" included (a handle is one
+    // segment), is percent-encoded as UTF-8.
+    return QStringLiteral("/trader/") +
+           QString::fromLatin1(QUrl::toPercentEncoding(handle, QByteArrayLiteral("!$&'()*+,;=:@"))) +
            QStringLiteral("?window=24h&stocks=true");
 }
 
@@ -215,21 +224,27 @@ void TarnwickClient::loadEnrichment()
 
 void TarnwickClient::startRadarLoop()
 {
-    fetchRadar();
-    radarTimer_->start(timing_.radarIntervalMs);
+    radarTimer_->stop();
+    fetchRadar(true);
 }
 
 void TarnwickClient::refresh()
 {
-    fetchRadar();
+    fetchRadar(false); // the loop keeps its own schedule
 }
 
-void TarnwickClient::fetchRadar()
+void TarnwickClient::fetchRadar(bool loop)
 {
     const quint64 generation = generation_;
     fetch(QStringLiteral("/radar?minutes=120&limit=40"), this,
-          [this, generation](std::optional<QByteArray> body, QString) {
-              if (!body || generation != generation_)
+          [this, generation, loop](std::optional<QByteArray> body, QString) {
+              if (generation != generation_)
+                  return; // stopped meanwhile
+              // The next fetch is due a full period after this one answered,
+              // so a slow service never has two radar requests in flight.
+              if (loop && !stopped_)
+                  radarTimer_->start(timing_.radarIntervalMs);
+              if (!body)
                   return;
               if (auto list = TwDecode::radars(*body); list && onRadar)
                   onRadar(*list);
@@ -238,7 +253,7 @@ void TarnwickClient::fetchRadar()
 
 bool TarnwickClient::isPolling() const
 {
-    return pollTimer_->isActive();
+    return polling_;
 }
 
 bool TarnwickClient::hasSocket() const
@@ -248,19 +263,32 @@ bool TarnwickClient::hasSocket() const
 
 void TarnwickClient::startPolling()
 {
-    if (pollTimer_->isActive() || stopped_)
+    if (polling_ || stopped_)
         return;
+    polling_ = true;
+    ++pollGeneration_;
     if (onLink)
         onLink(LinkState::polling);
-    pollTimer_->start(timing_.pollIntervalMs);
     pollOnce();
+}
+
+void TarnwickClient::stopPolling()
+{
+    polling_ = false;
+    ++pollGeneration_; // an answer still in flight is dropped
+    pollTimer_->stop();
 }
 
 void TarnwickClient::pollOnce()
 {
-    const quint64 generation = generation_;
+    if (!polling_ || stopped_)
+        return;
+    const quint64 generation = pollGeneration_;
     tape(60, this, [this, generation](std::optional<QList<TwFill>> fills, QString) {
-        if (!fills || generation != generation_ || !pollTimer_->isActive())
+        if (generation != pollGeneration_)
+            return;                                // polling ended while the request ran
+        pollTimer_->start(timing_.pollIntervalMs); // failures are silent; try again next period
+        if (!fills)
             return;
         std::reverse(fills->begin(), fills->end());
         deliver(std::move(*fills), true);
@@ -282,6 +310,8 @@ double TarnwickClient::jitter()
 
 void TarnwickClient::start()
 {
+    if (!stopped_)
+        return; // already running: a second socket would only orphan the first
     stopped_ = false;
     if (onLink)
         onLink(LinkState::connecting);
@@ -301,7 +331,7 @@ void TarnwickClient::stop()
     stopped_ = true;
     ++generation_;
     pingTimer_->stop();
-    pollTimer_->stop();
+    stopPolling();
     radarTimer_->stop();
     reconnectTimer_->stop();
     openWatchdog_->stop();
@@ -330,11 +360,12 @@ void TarnwickClient::connectSocket()
     connect(s, &QWebSocket::binaryMessageReceived, this,
             [this, s](const QByteArray &message) { onMessage(s, message, false); });
     // Qt 6.4 names the error signal error(); errorOccurred came later.
-    connect(s, QOverload<QAbstractSocket::SocketError>::of(&QWebSocket::error), this, [this, s](QAbstractSocket::SocketError) {
-        log(QStringLiteral("receive FAILED: ") + s->errorString());
-        if (socket_ == s)
-            socketDidClose();
-    });
+    connect(s, QOverload<QAbstractSocket::SocketError>::of(&QWebSocket::error), this,
+            [this, s](QAbstractSocket::SocketError) {
+                log(QStringLiteral("receive FAILED: ") + s->errorString());
+                if (socket_ == s)
+                    socketDidClose();
+            });
     connect(s, &QWebSocket::disconnected, this, [this, s] {
         if (socket_ == s) {
             log(QStringLiteral("receive FAILED: ") +
@@ -348,8 +379,8 @@ void TarnwickClient::connectSocket()
         if (socket_ != s)
             return;
         awaitingPong_ = false;
-        log(QStringLiteral("ping ok · frames=") + QString::number(framesReceived_) + QStringLiteral(" fills=") +
-            QString::number(fillsReceived_));
+        log(QStringLiteral("ping ok · frames=") + QString::number(framesReceived_) +
+            QStringLiteral(" fills=") + QString::number(fillsReceived_));
     });
 
     QNetworkRequest request{QUrl(socketURL_)};
@@ -389,7 +420,7 @@ void TarnwickClient::onMessage(QWebSocket *socket, const QByteArray &bytes, bool
         // announce live again.
         socketOpenedOnce_ = true;
         socketFailures_ = 0;
-        pollTimer_->stop();
+        stopPolling();
         if (onLink)
             onLink(LinkState::live);
     }

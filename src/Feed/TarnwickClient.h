@@ -92,9 +92,10 @@ private:
     void onMessage(QWebSocket *socket, const QByteArray &bytes, bool text);
     void deliver(QList<TwFill> fills, bool gated);
     void startPolling();
+    void stopPolling();
     void pollOnce();
     void startRadarLoop();
-    void fetchRadar();
+    void fetchRadar(bool loop);
     void socketDidClose();
     void scheduleReconnect();
     void loadEnrichment();
@@ -112,6 +113,8 @@ private:
     QTimer *reconnectTimer_ = nullptr;
     QTimer *openWatchdog_ = nullptr;
     bool awaitingPong_ = false;
+    bool polling_ = false;
+    quint64 pollGeneration_ = 0;
     bool socketOpenedOnce_ = false;
     int socketFailures_ = 0;
     bool stopped_ = true;

@@ -56,8 +56,9 @@ private Q_SLOTS:
     {
         now_ = T0;
         // A client that is never started: nothing touches the network.
-        auto *client = new TarnwickClient(QStringLiteral("http://127.0.0.1:9/api"), QStringLiteral("ws://127.0.0.1:9/ws"),
-                                          TarnwickTiming{}, [this] { return now_; });
+        auto *client = new TarnwickClient(QStringLiteral("http://127.0.0.1:9/api"),
+                                          QStringLiteral("ws://127.0.0.1:9/ws"), TarnwickTiming{},
+                                          [this] { return now_; });
         store_ = std::make_unique<FeedStore>(client, [this] { return now_; });
         Preferences p = Preferences::defaults();
         store_->setPreferences(p);
@@ -69,14 +70,18 @@ private Q_SLOTS:
         QTest::addColumn<double>("secondUsd");
         QTest::addColumn<double>("gap");
         QTest::addColumn<QStringList>("kept");
-        QTest::newRow("smaller repeat ignored") << 5000.0 << 3000.0 << 120.0 << QStringList{QStringLiteral("tw-fill-1")};
-        QTest::newRow("larger repeat replaces") << 3000.0 << 5000.0 << 120.0 << QStringList{QStringLiteral("tw-fill-2")};
+        QTest::newRow("smaller repeat ignored")
+            << 5000.0 << 3000.0 << 120.0 << QStringList{QStringLiteral("tw-fill-1")};
+        QTest::newRow("larger repeat replaces")
+            << 3000.0 << 5000.0 << 120.0 << QStringList{QStringLiteral("tw-fill-2")};
         QTest::newRow("six minutes apart both kept")
-            << 5000.0 << 3000.0 << 360.0 << QStringList{QStringLiteral("tw-fill-2"), QStringLiteral("tw-fill-1")};
+            << 5000.0 << 3000.0 << 360.0
+            << QStringList{QStringLiteral("tw-fill-2"), QStringLiteral("tw-fill-1")};
         QTest::newRow("exactly 300 s is a new move")
-            << 5000.0 << 3000.0 << 300.0 << QStringList{QStringLiteral("tw-fill-2"), QStringLiteral("tw-fill-1")};
-        QTest::newRow("older fill still inside the window") << 5000.0 << 3000.0 << -60.0
-                                                            << QStringList{QStringLiteral("tw-fill-1")};
+            << 5000.0 << 3000.0 << 300.0
+            << QStringList{QStringLiteral("tw-fill-2"), QStringLiteral("tw-fill-1")};
+        QTest::newRow("older fill still inside the window")
+            << 5000.0 << 3000.0 << -60.0 << QStringList{QStringLiteral("tw-fill-1")};
     }
     void whaleRepeatsMerge()
     {
@@ -162,7 +167,8 @@ private Q_SLOTS:
     {
         QList<TwFill> batch;
         for (int i = 0; i < 7; ++i)
-            batch << fill(i + 1, T0 + i, "w", QByteArray("tok").append(char('a' + i)).constData(), 1000.0 * (i + 1) * (i + 1));
+            batch << fill(i + 1, T0 + i, "w", QByteArray("tok").append(char('a' + i)).constData(),
+                          1000.0 * (i + 1) * (i + 1));
         store().ingest(batch);
         const QStringList heroes = ids(store().heroSignals());
         const QStringList stream = ids(store().streamSignals());
