@@ -174,9 +174,10 @@ int main(int argc, char **argv)
     offline.open();
     save(offline, QStringLiteral("empty-connecting.png"));
     dead.start();
+    // The client decides between polling and down; the picture is named after what it chose.
     waitFor([&] { return dead.link() == LinkState::down; }, 8000);
     offline.open();
-    save(offline, QStringLiteral("empty-down.png"));
+    save(offline, QStringLiteral("empty-") + LinkStates::caseName(dead.link()) + QStringLiteral(".png"));
     {
         QList<TwFill> fills;
         for (int i = 0; i < 5; ++i) {

@@ -119,7 +119,13 @@ Item {
                 model: panel.stream
                 boundsBehavior: Flickable.StopAtBounds
                 cacheBuffer: 200
+                function reveal(row) {
+                    if (row >= 0 && row < count)
+                        positionViewAtIndex(row, ListView.Beginning)
+                }
                 delegate: StreamRow {
+                    // An opened row comes to the top so its evidence has room.
+                    onIsOpenChanged: if (isOpen) Qt.callLater(stream.reveal, index)
                     width: ListView.view.width
                     signalId: model.signalId
                     kind: model.kind
