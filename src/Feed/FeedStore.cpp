@@ -16,8 +16,9 @@ constexpr int tickerCount = 8;
 constexpr int heroCount = 3;
 constexpr double actorWindow = 300;
 constexpr double stockWindow = 900;
+} // namespace
 
-std::optional<QUrl> webLink(const std::optional<QString> &text)
+std::optional<QUrl> FeedStore::webLink(const std::optional<QString> &text)
 {
     if (!text)
         return std::nullopt;
@@ -28,7 +29,6 @@ std::optional<QUrl> webLink(const std::optional<QString> &text)
         return std::nullopt;
     return url;
 }
-} // namespace
 
 FeedStore::FeedStore(QObject *parent) : FeedStore(new TarnwickClient(), systemNow, 15000, parent) {}
 
@@ -152,14 +152,26 @@ double FeedStore::score(const Signal &s, double now) const
 }
 
 namespace {
-QList<Signal> topByScore(QList<Signal> list, qsizetype n, const FeedStore &store)
+QList<Signal> topByScore(const QList<Signal> &list, qsizetype n, const FeedStore &store)
 {
+    // Scores are taken once, at one "now"; equal scores fall back to the
+    // published order (newest first), so the ticker and the heroes do not
+    // swap places between two reads.
     const double now = store.now();
-    std::sort(list.begin(), list.end(),
-              [&](const Signal &a, const Signal &b) { return store.score(a, now) > store.score(b, now); });
-    if (list.size() > n)
-        list.resize(n);
-    return list;
+    std::vector<std::pair<double, qsizetype>> ranked;
+    ranked.reserve(size_t(list.size()));
+    for (qsizetype i = 0; i < list.size(); ++i)
+        ranked.emplace_back(store.score(list[i], now), i);
+    const auto keep = std::min<size_t>(size_t(n), ranked.size());
+    std::partial_sort(ranked.begin(), ranked.begin() + qsizetype(keep), ranked.end(),
+                      [](const auto &a, const auto &b) {
+                          return a.first != b.first ? a.first > b.first : a.second < b.second;
+                      });
+    QList<Signal> out;
+    out.reserve(qsizetype(keep));
+    for (size_t i = 0; i < keep; ++i)
+        out.append(list[ranked[i].second]);
+    return out;
 }
 } // namespace
 

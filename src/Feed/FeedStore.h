@@ -65,6 +65,9 @@ public:
     void ingest(const QList<TwFill> &fills);
     void ingest(const QList<TwRadar> &radar);
 
+    // A link from the wire, kept only when it is a well-formed http(s) address.
+    static std::optional<QUrl> webLink(const std::optional<QString> &text);
+
     TarnwickClient &client() { return *client_; }
     int heldCount() const { return int(inbox_.size()); }
     int telemetryTickCount() const { return window_.tickCount(); }

@@ -2,9 +2,12 @@
 // moves: merging, equity groups, filters, pruning, heroes and publication.
 
 #include "Feed/FeedStore.h"
+#include "TarnwickSim.h"
 
 #include <QSignalSpy>
 #include <QTest>
+
+#include <limits>
 
 namespace {
 constexpr double T0 = 1'700'000'000;
@@ -226,6 +229,139 @@ private Q_SLOTS:
         QCOMPARE(store().signalList().first().id, QStringLiteral("tw-fill-200")); // newest first
         QCOMPARE(store().telemetry().held, 200);
         QCOMPARE(store().telemetry().visible, 120);
+    }
+
+    void stockGroupsByDirectionAndWindow_data()
+    {
+        QTest::addColumn<QString>("secondSide");
+        QTest::addColumn<double>("gap");
+        QTest::addColumn<QString>("body"); // empty: nothing shown
+        QTest::newRow("two sellers") << QStringLiteral("sell") << 60.0 << QStringLiteral("2 wallets dumped");
+        QTest::newRow("buy and sell do not group") << QStringLiteral("buy") << 60.0 << QString();
+        QTest::newRow("15 minutes apart is a new group") << QStringLiteral("sell") << 900.0 << QString();
+        QTest::newRow("just inside 15 minutes")
+            << QStringLiteral("sell") << 899.0 << QStringLiteral("2 wallets dumped");
+    }
+    void stockGroupsByDirectionAndWindow()
+    {
+        QFETCH(QString, secondSide);
+        QFETCH(double, gap);
+        QFETCH(QString, body);
+        now_ = T0 + gap;
+        store().ingest({fill(1, T0, "ana", "nvdax", 3000, "sell", true)});
+        store().ingest({fill(2, T0 + gap, "bo", "nvdax", 2000, secondSide.toLatin1().constData(), true)});
+        if (body.isEmpty()) {
+            QVERIFY(store().signalList().isEmpty());
+            return;
+        }
+        QCOMPARE(store().signalList().size(), 1);
+        const Signal g = store().signalList().first();
+        QCOMPARE(g.line.body, body);
+        QCOMPARE(g.line.ticker, QStringLiteral("NVDAX")); // an equity keeps its symbol as is
+        QCOMPARE(g.id, QStringLiteral("tw-fill-1"));      // the largest fill stands for the group
+        QCOMPARE(g.expiresAt, T0 + gap + 3600);
+    }
+
+    void publishesOnlyOnChange()
+    {
+        QSignalSpy signalsSpy(&store(), &FeedStore::signalsChanged);
+        QSignalSpy telemetrySpy(&store(), &FeedStore::telemetryChanged);
+        QSignalSpy updateSpy(&store(), &FeedStore::lastUpdateChanged);
+        store().ingest({fill(1, T0, "kai", "wif", 5000)});
+        QCOMPARE(signalsSpy.count(), 1);
+        QCOMPARE(updateSpy.count(), 1);
+        const int telemetry = int(telemetrySpy.count());
+        store().rebuild(); // nothing moved
+        QCOMPARE(signalsSpy.count(), 1);
+        QCOMPARE(telemetrySpy.count(), telemetry);
+        store().ingest({fill(2, T0 + 1, "kai", "wif", 4000)}); // a smaller repeat: ignored
+        QCOMPARE(signalsSpy.count(), 1);
+        QCOMPARE(updateSpy.count(), 1);
+        store().ingest(QList<TwFill>{});
+        store().ingest(QList<TwRadar>{});
+        QCOMPARE(updateSpy.count(), 1);
+
+        QSignalSpy prefsSpy(&store(), &FeedStore::preferencesChanged);
+        store().setPreferences(store().preferences());
+        QCOMPARE(prefsSpy.count(), 0);
+    }
+
+    void dropsNoiseButCountsTheTick()
+    {
+        TwFill noise = fill(1, T0, "kai", "wif", 50000);
+        noise.flags = {QStringLiteral("not a real buy (transfer)")};
+        store().ingest({noise});
+        QCOMPARE(store().heldCount(), 0);
+        store().rebuild();
+        QCOMPARE(store().telemetry().rail.size(), 1); // telemetry sees every fill
+    }
+
+    void clientCallbacks()
+    {
+        TarnwickClient &c = store().client();
+        QSignalSpy linkSpy(&store(), &FeedStore::linkChanged);
+        c.onLink(LinkState::connecting); // the initial state: no change
+        QCOMPARE(linkSpy.count(), 0);
+        c.onLink(LinkState::live);
+        c.onLink(LinkState::live);
+        QCOMPARE(linkSpy.count(), 1);
+        QCOMPARE(store().link(), LinkState::live);
+
+        QSignalSpy beatSpy(&store(), &FeedStore::heartbeatChanged);
+        now_ = T0 + 7;
+        c.onFrame();
+        c.onFrame();
+        QCOMPARE(store().heartbeat(), 2);
+        QCOMPARE(beatSpy.count(), 2);
+
+        c.onLatency(100);
+        c.onLatency(200); // 0.3 new + 0.7 old
+        store().rebuild();
+        QVERIFY(store().telemetry().latencyMs);
+        QCOMPARE(*store().telemetry().latencyMs, 130.0);
+        QCOMPARE(store().telemetry().lastFrameAt, std::optional(T0 + 7));
+
+        store().ingest({fill(1, T0, "kai", "wif", 5000)});
+        // Batches from the client land in the store.
+        c.onFills({fill(2, T0, "mo", "bonk", 5000)});
+        QCOMPARE(store().heldCount(), 2);
+    }
+
+    void signalsWithBrokenTimesAreNotHeld()
+    {
+        store().ingest({fill(1, std::numeric_limits<double>::infinity(), "kai", "wif", 5000),
+                        fill(2, T0, "mo", "bonk", 5000)});
+        QCOMPARE(store().heldCount(), 1);
+        store().rebuild();
+        QCOMPARE(store().signalList().size(), 1);
+    }
+
+    void liveAgainstTheLocalService()
+    {
+        tarnwick::SimOptions options;
+        options.port = 0;
+        options.autoTape = false;
+        tarnwick::SimServer sim(options);
+        QVERIFY(sim.start());
+        TarnwickTiming timing;
+        timing.requestTimeoutMs = 800;
+        auto *client = new TarnwickClient(sim.httpBase(), sim.socketURL(), timing, systemNow);
+        FeedStore live(client, systemNow, 100);
+        Preferences p = Preferences::defaults();
+        p.minTradeUsd = 0;
+        live.setPreferences(p);
+        live.start();
+        QVERIFY(live.pruneTimerActive());
+        QTRY_COMPARE_WITH_TIMEOUT(live.link(), LinkState::live, 5000);
+        QTRY_VERIFY_WITH_TIMEOUT(!live.signalList().isEmpty(), 5000); // from the backfill
+        const qint64 beats = live.heartbeat();
+        sim.emitFills(4);
+        QTRY_VERIFY_WITH_TIMEOUT(live.heartbeat() > beats, 3000);
+        QTRY_VERIFY_WITH_TIMEOUT(live.client().lastFillId() == sim.lastFillId(), 3000);
+        QVERIFY(live.lastUpdate());
+        live.stop();
+        QVERIFY(!live.pruneTimerActive());
+        QTRY_VERIFY_WITH_TIMEOUT(sim.closeCodesReceived().contains(1001), 3000);
     }
 };
 

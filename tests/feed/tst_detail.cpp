@@ -1,0 +1,250 @@
+// Loading a signal's evidence against the local tape service: one request
+// chain per signal, the loading / failed / loaded states, what each kind of
+// signal asks for, and which links survive.
+
+#include "Feed/FeedStore.h"
+#include "Feed/SignalRules.h"
+#include "TarnwickSim.h"
+
+#include <QJsonObject>
+#include <QSignalSpy>
+#include <QTest>
+
+using namespace tarnwick;
+
+class DetailTest : public QObject {
+    Q_OBJECT
+
+    std::unique_ptr<SimServer> sim_;
+    std::unique_ptr<FeedStore> store_;
+
+    static TarnwickTiming quick()
+    {
+        TarnwickTiming t;
+        t.requestTimeoutMs = 800;
+        return t;
+    }
+
+    FeedStore &store() { return *store_; }
+    TarnwickClient &client() { return store_->client(); }
+
+    void makeStore()
+    {
+        auto *client = new TarnwickClient(sim_->httpBase(), sim_->socketURL(), quick(), systemNow);
+        store_ = std::make_unique<FeedStore>(client, systemNow);
+        client->ensureEnrichment();
+        QVERIFY(QTest::qWaitFor([&] { return client->enrichmentFetchedAt().has_value(); }, 3000));
+    }
+
+    // A fresh fill from the service (it is on the tape now) and its signal.
+    Signal fillSignal(bool stock = false)
+    {
+        for (int i = 0; i < 400; ++i) {
+            const QJsonObject json = sim_->emitFills(1).first();
+            const std::optional<TwFill> fill = TwDecode::fill(json);
+            if (!fill || fill->isStock != stock)
+                continue;
+            if (auto s =
+                    SignalRules::signal(*fill, client().trader(fill->handle), client().token(fill->token)))
+                return *s;
+        }
+        qFatal("the sim produced no suitable fill");
+    }
+
+    bool waitSettled(const QString &id)
+    {
+        return QTest::qWaitFor([&] { return !store().loadingDetail().contains(id); }, 5000);
+    }
+
+private Q_SLOTS:
+    void init()
+    {
+        SimOptions options;
+        options.port = 0;
+        options.autoTape = false;
+        options.seed = 5;
+        sim_ = std::make_unique<SimServer>(options);
+        QString error;
+        QVERIFY2(sim_->start(&error), qPrintable(error));
+        makeStore();
+    }
+    void cleanup()
+    {
+        store_.reset();
+        sim_.reset();
+    }
+
+    void whaleLoadsOnceWithOneRequestChain()
+    {
+        const Signal s = fillSignal();
+        QSignalSpy loading(&store(), &FeedStore::loadingDetailChanged);
+        QSignalSpy failed(&store(), &FeedStore::failedDetailChanged);
+        QSignalSpy details(&store(), &FeedStore::detailsChanged);
+        const int tape = sim_->requestCount(QStringLiteral("/tape"));
+        const int trader = sim_->requestCount(QStringLiteral("/trader/"));
+
+        store().loadDetail(s);
+        QVERIFY(store().loadingDetail().contains(s.id));
+        store().loadDetail(s); // a second quick call joins the first
+        QVERIFY(waitSettled(s.id));
+
+        QCOMPARE(sim_->requestCount(QStringLiteral("/tape")), tape + 1);
+        QCOMPARE(sim_->requestCount(QStringLiteral("/trader/")), trader + 1);
+        QCOMPARE(loading.count(), 2); // in, out
+        QCOMPARE(details.count(), 1);
+        QCOMPARE(failed.count(), 0);
+        QVERIFY(store().failedDetail().isEmpty());
+
+        const SignalDetail d = store().details().value(s.id);
+        QCOMPARE(d.signalId, s.id);
+        QVERIFY(d.fetchedAt > 0);
+        QVERIFY(d.wallet);
+        QCOMPARE(d.wallet->label, s.wallet->label);
+        QVERIFY(!d.equity);
+        const TwToken *token = client().token(*s.asset->address);
+        QCOMPARE(d.token.has_value(), token != nullptr);
+        // Links: the chart from the token table (else the fill), the profile from the trader table.
+        const TwTrader *record = client().trader(s.wallet->label->mid(1));
+        QVERIFY(record && record->profileURL);
+        QCOMPARE(d.links.profile, std::optional(QUrl(*record->profileURL)));
+        QVERIFY(d.links.chart);
+        QCOMPARE(d.links.chart->scheme(), QStringLiteral("https"));
+
+        // Loaded is final: no request, no signal.
+        store().loadDetail(s);
+        QVERIFY(!store().loadingDetail().contains(s.id));
+        QCOMPARE(loading.count(), 2);
+        QCOMPARE(sim_->requestCount(QStringLiteral("/tape")), tape + 1);
+    }
+
+    void failures_data()
+    {
+        QTest::addColumn<QString>("endpoint");
+        QTest::addColumn<int>("kind");
+        QTest::newRow("tape 500") << QStringLiteral("/tape") << int(EndpointFaultKind::Status500);
+        QTest::newRow("tape does not decode") << QStringLiteral("/tape") << int(EndpointFaultKind::BadBody);
+        QTest::newRow("trader 204") << QStringLiteral("/trader/") << int(EndpointFaultKind::Status204);
+        QTest::newRow("trader too slow") << QStringLiteral("/trader/") << int(EndpointFaultKind::Delay);
+    }
+    void failures()
+    {
+        QFETCH(QString, endpoint);
+        QFETCH(int, kind);
+        const Signal s = fillSignal();
+        sim_->setEndpointFault(endpoint, EndpointFault{EndpointFaultKind(kind), 2000});
+        store().loadDetail(s);
+        QVERIFY(waitSettled(s.id));
+        QVERIFY(store().failedDetail().contains(s.id));
+        QVERIFY(!store().details().contains(s.id));
+
+        // A retry clears the failure before its first request goes out.
+        sim_->clearFaults();
+        QSignalSpy failed(&store(), &FeedStore::failedDetailChanged);
+        store().loadDetail(s);
+        QVERIFY(!store().failedDetail().contains(s.id));
+        QVERIFY(store().loadingDetail().contains(s.id));
+        QCOMPARE(failed.count(), 1);
+        QVERIFY(waitSettled(s.id));
+        QVERIFY(store().details().contains(s.id));
+        QVERIFY(store().failedDetail().isEmpty());
+    }
+
+    void pileInNeverAsksForATrader()
+    {
+        TwRadar r;
+        r.token = QStringLiteral("PoolMintXYZ");
+        r.symbol = QStringLiteral("POOL");
+        r.buyers = 4;
+        r.firstTs = systemNow() - 60;
+        const Signal s = *SignalRules::signal(r, systemNow());
+        const int before = sim_->requestCount(QString());
+        store().loadDetail(s);
+        QVERIFY(waitSettled(s.id));
+        QCOMPARE(sim_->requestCount(QString()), before); // no tape, no trader
+        const SignalDetail d = store().details().value(s.id);
+        QVERIFY(!d.wallet);
+        QVERIFY(!d.equity);
+        QVERIFY(d.isBlank()); // the token is not in the table either
+        QVERIFY(!d.links.chart && !d.links.profile);
+    }
+
+    void walletWithoutAHandleAsksForNoTrader()
+    {
+        Signal s = fillSignal();
+        s.wallet->label = QStringLiteral("kai"); // no leading "@"
+        const int trader = sim_->requestCount(QStringLiteral("/trader/"));
+        store().loadDetail(s);
+        QVERIFY(waitSettled(s.id));
+        QCOMPARE(sim_->requestCount(QStringLiteral("/trader/")), trader);
+        QVERIFY(!store().details().value(s.id).wallet);
+        QVERIFY(!store().details().value(s.id).links.profile);
+    }
+
+    void equityGetsItsMove()
+    {
+        const Signal s = fillSignal(true);
+        store().loadDetail(s);
+        QVERIFY(waitSettled(s.id));
+        const SignalDetail d = store().details().value(s.id);
+        QVERIFY(d.equity);
+        QCOMPARE(d.equity->ticker, s.asset->symbol);
+        QCOMPARE(d.equity->session, SignalRules::marketSession(d.fetchedAt));
+        const TwToken *token = client().token(*s.asset->address);
+        QVERIFY(token);
+        QCOMPARE(d.equity->lastPrice, token->mark);
+        if (token->change24)
+            QCOMPARE(d.equity->change, std::optional(*token->change24 / 100.0));
+        else
+            QVERIFY(!d.equity->change);
+    }
+
+    void fillGoneFromTheTape()
+    {
+        Signal s = fillSignal();
+        s.id = QStringLiteral("tw-fill-999999999"); // not among the last 200
+        s.asset->address = QStringLiteral("NoSuchMint");
+        store().loadDetail(s);
+        QVERIFY(waitSettled(s.id));
+        const SignalDetail d = store().details().value(s.id);
+        QVERIFY(!d.links.chart); // neither a token record nor a fill to take it from
+        QVERIFY(d.wallet);       // the wallet still loads
+    }
+
+    void storeGoneMidLoad()
+    {
+        sim_->setEndpointFault(QStringLiteral("/tape"), EndpointFault{EndpointFaultKind::Delay, 150});
+        const Signal s = fillSignal();
+        store().loadDetail(s);
+        store_.reset();
+        const int served = sim_->requestCount(QStringLiteral("/tape"));
+        QTest::qWait(300); // past the delayed answer: nothing may call into the dead store
+        QCOMPARE(sim_->requestCount(QStringLiteral("/trader/")), 0);
+        QCOMPARE(sim_->requestCount(QStringLiteral("/tape")), served);
+        makeStore();
+    }
+
+    void webLinks_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<bool>("kept");
+        QTest::newRow("https") << QStringLiteral("https://charts.example/pool/abc") << true;
+        QTest::newRow("http") << QStringLiteral("http://charts.example/x?y=1") << true;
+        QTest::newRow("upper-case scheme") << QStringLiteral("HTTPS://charts.example/") << true;
+        QTest::newRow("javascript") << QStringLiteral("javascript:alert(1)") << false;
+        QTest::newRow("file") << QStringLiteral("file:///etc/passwd") << false;
+        QTest::newRow("no host") << QStringLiteral("https://") << false;
+        QTest::newRow("not a url") << QStringLiteral("chart at charts dot example") << false;
+        QTest::newRow("empty") << QString() << false;
+        QTest::newRow("blank in host") << QStringLiteral("https://charts example/") << false;
+    }
+    void webLinks()
+    {
+        QFETCH(QString, text);
+        QFETCH(bool, kept);
+        QCOMPARE(FeedStore::webLink(text).has_value(), kept);
+        QVERIFY(!FeedStore::webLink(std::nullopt));
+    }
+};
+
+QTEST_GUILESS_MAIN(DetailTest)
+#include "tst_detail.moc"
