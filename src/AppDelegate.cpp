@@ -3,6 +3,7 @@
 #include "Feed/FeedStore.h"
 #include "Menu/StatusItemController.h"
 #include "Panel/PanelController.h"
+#include "Panel/PanelModel.h" // the controller's inline accessors need it whole
 #include "Snapshot.h"
 #include "Support/Log.h"
 

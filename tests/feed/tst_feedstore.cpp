@@ -2,6 +2,7 @@
 // moves: merging, equity groups, filters, pruning, heroes and publication.
 
 #include "Feed/FeedStore.h"
+#include "IsolatedSettings.h"
 #include "TarnwickSim.h"
 
 #include <QSignalSpy>
@@ -55,6 +56,7 @@ class FeedStoreTest : public QObject {
     FeedStore &store() { return *store_; }
 
 private Q_SLOTS:
+    void initTestCase() { isolateSettings(); }
     void init()
     {
         now_ = T0;
