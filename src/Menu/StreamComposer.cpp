@@ -11,11 +11,11 @@
 
 namespace Fonts {
 namespace {
+// Sizes are logical pixels on the bar; QFont wants points (96 px per 72 pt).
 QFont make(const QString &family, const QString &fallback, double size, QFont::Weight weight)
 {
     QFont f(QFontDatabase::families().contains(family) ? family : fallback);
-    f.setPointSizeF(size);
-    f.setPixelSize(0);
+    f.setPointSizeF(size * 72.0 / 96.0);
     f.setWeight(weight);
     f.setHintingPreference(QFont::PreferNoHinting);
     return f;
@@ -23,17 +23,12 @@ QFont make(const QString &family, const QString &fallback, double size, QFont::W
 } // namespace
 QFont system(double size, QFont::Weight weight)
 {
-    QFont f = make(QStringLiteral("Inter"), QStringLiteral("Sans Serif"), size, weight);
-    // Sizes are logical pixels on the bar, not typographic points.
-    f.setPixelSize(0);
-    f.setPointSizeF(size * 72.0 / 96.0);
-    return f;
+    return make(QStringLiteral("Inter"), QStringLiteral("Sans Serif"), size, weight);
 }
 QFont mono(double size, QFont::Weight weight)
 {
     QFont f = make(QStringLiteral("JetBrains Mono"), QStringLiteral("Monospace"), size, weight);
     f.setStyleHint(QFont::Monospace);
-    f.setPointSizeF(size * 72.0 / 96.0);
     return f;
 }
 } // namespace Fonts
