@@ -425,6 +425,12 @@ void PanelModel::showDetailCard(const QString &id)
 {
     detailCardId_ = id;
     Q_EMIT detailCardChanged();
+    if (!store_)
+        return;
+    if (const Signal *s = findSignal(id)) {
+        const Signal copy = *s;
+        store_->loadDetail(copy);
+    }
 }
 
 void PanelModel::closeDetailCard()

@@ -181,7 +181,7 @@ private:
                 });
             }
             model->toggle(pick->id);
-            waitForDetail(pick->id, PanelSnapshots::detailWaitMs);
+            waitFor(pick->id, PanelSnapshots::detailWaitMs, QStringLiteral("inspector.png"), 3);
             return;
         }
         case 3: {
@@ -196,26 +196,34 @@ private:
         case 4: {
             PanelModel *model = panel_.open();
             const QList<Signal> heroes = store_->heroSignals();
-            if (!heroes.isEmpty())
-                model->showDetailCard(heroes.first().id);
-            return later(PanelSnapshots::settleMs, [this] {
-                if (save(QStringLiteral("hero-detail.png")))
-                    finish(true, {});
-            });
+            if (heroes.isEmpty()) {
+                return later(PanelSnapshots::settleMs, [this] {
+                    if (save(QStringLiteral("hero-detail.png")))
+                        finish(true, {});
+                });
+            }
+            model->showDetailCard(heroes.first().id);
+            waitFor(heroes.first().id, PanelSnapshots::detailWaitMs, QStringLiteral("hero-detail.png"), 5);
+            return;
         }
         }
     }
 
-    void waitForDetail(const QString &id, int remainingMs)
+    // Waits (bounded) for a signal's evidence, then saves `name` and goes on to step `next`.
+    void waitFor(const QString &id, int remainingMs, const QString &name, int next)
     {
         const bool settled = store_->details().contains(id) || store_->failedDetail().contains(id);
         if (settled || remainingMs <= 0) {
-            return later(PanelSnapshots::settleMs / 3, [this] {
-                if (save(QStringLiteral("inspector.png")))
-                    step(3);
+            return later(PanelSnapshots::settleMs / 3, [this, name, next] {
+                if (!save(name))
+                    return;
+                if (next > 4)
+                    finish(true, {});
+                else
+                    step(next);
             });
         }
-        later(50, [this, id, remainingMs] { waitForDetail(id, remainingMs - 50); });
+        later(50, [this, id, remainingMs, name, next] { waitFor(id, remainingMs - 50, name, next); });
     }
 
     void finish(bool ok, const QString &error)

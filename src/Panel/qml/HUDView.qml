@@ -158,13 +158,41 @@ Item {
         anchors.topMargin: 47
         Rectangle { anchors.fill: parent; color: hud.alpha(hud.abyss, 0.7); radius: 14 }
         MouseArea { anchors.fill: parent; onClicked: panel.closeDetailCard() }
-        HeroDetail {
-            objectName: "heroDetail"
+        Flickable {
             x: 12
             y: 12
             width: parent.width - 24
-            hero: panel.detailCard
-            onCloseRequested: panel.closeDetailCard()
+            height: parent.height - 24
+            contentHeight: detailColumn.implicitHeight
+            boundsBehavior: Flickable.StopAtBounds
+            clip: true
+            Column {
+                id: detailColumn
+                width: parent.width
+                HeroDetail {
+                    objectName: "heroDetail"
+                    width: parent.width
+                    hero: panel.detailCard
+                    onCloseRequested: panel.closeDetailCard()
+                }
+                // The evidence follows the card, on the same plate.
+                Rectangle {
+                    width: parent.width
+                    height: detailEvidence.implicitHeight + 28
+                    color: hud.plate
+                    radius: 10
+                    border.width: 1
+                    border.color: hud.hairline
+                    InspectorView {
+                        id: detailEvidence
+                        x: 27
+                        y: 14
+                        width: parent.width - 27 - 12
+                        signalId: panel.detailCard.signalId || ""
+                        hidesChart: true
+                    }
+                }
+            }
         }
     }
 
