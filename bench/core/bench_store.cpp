@@ -1,149 +1,176 @@
-// The engine end to end: "fills" frames decoded, run through the rules and
-// ingested by the store (which rebuilds after each changing batch); the cost
-// of rebuild() by held signals; and an hour of firehose in accelerated time.
+// The engine end to end: "fills" frames of the local tape service's market,
+// decoded, run through the rules and ingested by the store (which rebuilds
+// after each changing batch), and the cost of rebuild() by held signals.
 
 #include "Feed/FeedStore.h"
 #include "Feed/TarnwickModels.h"
+#include "Market.h"
 
 #include <QCoreApplication>
+#include <QJsonArray>
+#include <QJsonDocument>
 
 #include <benchmark/benchmark.h>
 
-#include <random>
-
 namespace {
-double fakeNow = 1'700'000'000;
+constexpr double start = 1'700'000'000;
+double fakeNow = start;
 
-QCoreApplication &app()
+void ensureApp()
 {
     static int argc = 1;
     static char name[] = "bench_store";
     static char *argv[] = {name, nullptr};
-    static QCoreApplication instance(argc, argv);
-    return instance;
+    static QCoreApplication app(argc, argv);
 }
 
 std::unique_ptr<FeedStore> makeStore()
 {
-    app();
-    auto *client = new TarnwickClient(QStringLiteral("http://127.0.0.1:9/api"), QStringLiteral("ws://127.0.0.1:9/ws"),
-                                      TarnwickTiming{}, [] { return fakeNow; });
+    ensureApp();
+    // Never started: the client only serves as the (empty) enrichment cache.
+    auto *client =
+        new TarnwickClient(QStringLiteral("http://127.0.0.1:9/api"), QStringLiteral("ws://127.0.0.1:9/ws"),
+                           TarnwickTiming{}, [] { return fakeNow; });
     auto store = std::make_unique<FeedStore>(client, [] { return fakeNow; });
     Preferences p = Preferences::defaults();
-    p.minTradeUsd = 0;
+    p.minTradeUsd = 0; // publish everything, the most work for rebuild
     store->setPreferences(p);
     return store;
 }
 
-// A fill like the service's: about 400 bytes of JSON.
-QByteArray fillJson(qint64 id, double ts, std::mt19937_64 &rng)
-{
-    static const char *handles[] = {"kestrel", "moth_capital", "ruin", "saltmarsh", "dune", "0xhalcyon", "vela", "grebe"};
-    static const char *tokens[] = {"BONK", "WIF", "POPCAT", "MEW", "GIGA", "FWOG", "PNUT", "MOODENG", "NVDAx", "TSLAx"};
-    const int h = int(rng() % 8), t = int(rng() % 10);
-    const bool stock = t >= 8;
-    const double usd = std::exp(std::lognormal_distribution<double>(7.5, 1.8)(rng));
-    QByteArray json = "{\"id\":" + QByteArray::number(id) + ",\"ts\":" + QByteArray::number(ts, 'f', 3) +
-                      ",\"side\":\"" + (rng() % 3 ? "buy" : "sell") + "\",\"usd\":" + QByteArray::number(usd, 'f', 2) +
-                      ",\"price\":0.0001734,\"handle\":\"" + handles[h] + "\",\"followers\":" +
-                      QByteArray::number(qint64(rng() % 90000)) + ",\"wallet\":\"7Hq" + handles[h] +
-                      "9xWmP4rTz2vKc8LbNd5\",\"token\":\"Mint" + tokens[t] +
-                      "pump9FhXoQeR3u1yZ\",\"symbol\":\"" + tokens[t] + "\",\"name\":\"" + tokens[t] +
-                      " Token\",\"is_stock\":" + (stock ? "1" : "false") + ",\"new_position\":" +
-                      (rng() % 2 ? "true" : "0") + ",\"flags\":[\"pool 3h old\"" + (rng() % 7 == 0 ? ",\"pile-in 3\"" : "") +
-                      "],\"mark\":0.0001741,\"liquidity\":182340.5,\"mcap\":4120000,\"pair_url\":"
-                      "\"https://charts.example/pool/" + tokens[t] + "\"}";
-    return json;
-}
+struct Frame {
+    double at;
+    QByteArray bytes;
+};
 
-QByteArray framesOf(int count, qint64 &nextId, std::mt19937_64 &rng)
+// `count` frames of `perFrame` fills, one every `gap` seconds, as the
+// service would send them.
+std::vector<Frame> frames(int count, int perFrame, double gap, quint64 seed)
 {
-    QByteArray frame = "{\"type\":\"fills\",\"data\":[";
+    tarnwick::Market market(seed);
+    std::vector<Frame> out;
+    out.reserve(size_t(count));
     for (int i = 0; i < count; ++i) {
-        if (i)
-            frame += ',';
-        frame += fillJson(nextId++, fakeNow - 5, rng);
+        const double at = start + i * gap;
+        QJsonArray data;
+        for (int k = 0; k < perFrame; ++k)
+            data.append(market.nextFill(at - gap + gap * (k + 1) / perFrame));
+        const QJsonObject frame{{QStringLiteral("type"), QStringLiteral("fills")},
+                                {QStringLiteral("data"), data}};
+        out.push_back({at, QJsonDocument(frame).toJson(QJsonDocument::Compact)});
     }
-    return frame + "]}";
+    return out;
 }
 
-void BM_EndToEnd(benchmark::State &state)
+// Arg 0: seconds between 20-fill frames. 1 s is a firehose (20 fills/s, up
+// to 72,000 held signals); 40 s is the service's usual 30 fills a minute.
+void BM_FramesThroughStore(benchmark::State &state)
 {
-    auto store = makeStore();
-    std::mt19937_64 rng(7);
-    qint64 nextId = 1;
-    const int batch = int(state.range(0));
-    std::vector<QByteArray> frames;
-    for (int i = 0; i < 200; ++i)
-        frames.push_back(framesOf(batch, nextId, rng));
-    size_t i = 0;
-    qint64 fills = 0;
+    const double gap = double(state.range(0));
+    const std::vector<Frame> tape = frames(3600, 20, gap, 7);
+    std::unique_ptr<FeedStore> store = makeStore();
+    size_t next = 0;
+    qint64 fills = 0, bytes = 0;
+    int maxHeld = 0;
     for (auto _ : state) {
-        const auto frame = TwDecode::socketFrame(frames[i++ % frames.size()]);
+        if (next == tape.size()) { // an hour of tape played: begin again with an empty store
+            state.PauseTiming();
+            store = makeStore();
+            next = 0;
+            state.ResumeTiming();
+        }
+        const Frame &f = tape[next++];
+        fakeNow = f.at;
+        const std::optional<TwSocketFrame> frame = TwDecode::socketFrame(f.bytes);
         store->ingest(*frame->data);
         fills += frame->data->size();
+        bytes += f.bytes.size();
+        maxHeld = std::max(maxHeld, store->heldCount());
     }
     state.counters["fills/s"] = benchmark::Counter(double(fills), benchmark::Counter::kIsRate);
-    state.counters["held"] = store->heldCount();
+    state.counters["max_held"] = maxHeld;
+    state.SetBytesProcessed(bytes);
 }
-BENCHMARK(BM_EndToEnd)->Arg(1)->Arg(20)->Arg(50);
+BENCHMARK(BM_FramesThroughStore)->Arg(1)->Arg(40)->Unit(benchmark::kMicrosecond);
 
+// The same, split: decoding alone, and the store alone on frames decoded beforehand.
+void BM_DecodeFrame(benchmark::State &state)
+{
+    const std::vector<Frame> tape = frames(200, 20, 1, 7);
+    size_t next = 0;
+    qint64 fills = 0;
+    for (auto _ : state) {
+        const std::optional<TwSocketFrame> frame = TwDecode::socketFrame(tape[next++ % tape.size()].bytes);
+        fills += frame->data->size();
+        benchmark::DoNotOptimize(frame);
+    }
+    state.counters["fills/s"] = benchmark::Counter(double(fills), benchmark::Counter::kIsRate);
+}
+BENCHMARK(BM_DecodeFrame)->Unit(benchmark::kMicrosecond);
+
+void BM_IngestDecoded(benchmark::State &state)
+{
+    const double gap = double(state.range(0));
+    std::vector<std::pair<double, QList<TwFill>>> tape;
+    for (const Frame &f : frames(3600, 20, gap, 7))
+        tape.emplace_back(f.at, *TwDecode::socketFrame(f.bytes)->data);
+    std::unique_ptr<FeedStore> store = makeStore();
+    size_t next = 0;
+    qint64 fills = 0;
+    for (auto _ : state) {
+        if (next == tape.size()) {
+            state.PauseTiming();
+            store = makeStore();
+            next = 0;
+            state.ResumeTiming();
+        }
+        fakeNow = tape[next].first;
+        store->ingest(tape[next].second);
+        fills += tape[next++].second.size();
+    }
+    state.counters["fills/s"] = benchmark::Counter(double(fills), benchmark::Counter::kIsRate);
+}
+BENCHMARK(BM_IngestDecoded)->Arg(1)->Arg(40)->Unit(benchmark::kMicrosecond);
+
+// For scale: the telemetry snapshot that every rebuild takes, by ticks in
+// the 15-minute window (18,000 at 20 fills a second).
+void BM_TelemetrySnapshot(benchmark::State &state)
+{
+    TelemetryWindow window;
+    const int n = int(state.range(0));
+    for (int i = 0; i < n; ++i)
+        window.append(start - 900 + 900.0 * i / n, 1000 + i % 977, i % 3 != 0);
+    for (auto _ : state)
+        benchmark::DoNotOptimize(window.snapshot(start, 100, 100));
+}
+BENCHMARK(BM_TelemetrySnapshot)->Arg(1250)->Arg(18000)->Unit(benchmark::kMicrosecond);
+
+// rebuild() with a given number of held signals, all distinct (nothing
+// merges) and all shown, with nothing else changing between calls.
 void BM_Rebuild(benchmark::State &state)
 {
-    auto store = makeStore();
-    std::mt19937_64 rng(11);
-    qint64 nextId = 1;
-    // Distinct actors so nothing merges: the inbox holds exactly the target.
+    const int target = int(state.range(0));
+    std::unique_ptr<FeedStore> store = makeStore();
+    tarnwick::Market market(11);
     QList<TwFill> fills;
-    while (fills.size() < state.range(0)) {
-        auto frame = TwDecode::socketFrame(framesOf(50, nextId, rng));
-        for (TwFill f : *frame->data) {
-            f.handle += QString::number(f.id);
-            f.isStock = false;
-            f.flags.clear();
-            fills << f;
-        }
+    const double span = 3000; // every signal is still fresh at the end
+    for (int i = 0; fills.size() < target; ++i) {
+        std::optional<TwFill> f = TwDecode::fill(market.nextFill(start + span * i / target));
+        if (!f)
+            continue;
+        f->handle += QString::number(f->id);
+        f->isStock = false;
+        f->flags.clear();
+        fills << *f;
     }
-    fills.resize(state.range(0));
+    fakeNow = start + span;
     store->ingest(fills);
     for (auto _ : state)
         store->rebuild();
     state.counters["held"] = store->heldCount();
+    state.counters["shown"] = double(store->signalList().size());
 }
 BENCHMARK(BM_Rebuild)->Arg(120)->Arg(1000)->Arg(10000)->Unit(benchmark::kMicrosecond);
-
-// One hour at 20 fills per second, in one-second batches, rebuilding every
-// simulated 15 s: the inbox and the telemetry window must stay bounded.
-void BM_FirehoseHour(benchmark::State &state)
-{
-    for (auto _ : state) {
-        const double start = fakeNow;
-        auto store = makeStore();
-        std::mt19937_64 rng(3);
-        qint64 nextId = 1;
-        int maxHeld = 0, maxTicks = 0;
-        for (int second = 0; second < 3600; ++second) {
-            fakeNow = start + second;
-            QByteArray frame = "{\"type\":\"fills\",\"data\":[";
-            for (int i = 0; i < 20; ++i) {
-                if (i)
-                    frame += ',';
-                frame += fillJson(nextId++, fakeNow, rng);
-            }
-            frame += "]}";
-            store->ingest(*TwDecode::socketFrame(frame)->data);
-            if (second % 15 == 0)
-                store->rebuild();
-            maxHeld = std::max(maxHeld, store->heldCount());
-            maxTicks = std::max(maxTicks, store->telemetryTickCount());
-        }
-        fakeNow = start;
-        state.counters["max_held"] = maxHeld;
-        state.counters["max_ticks"] = maxTicks;
-        state.counters["fills"] = double(nextId - 1);
-    }
-}
-BENCHMARK(BM_FirehoseHour)->Iterations(1)->Unit(benchmark::kMillisecond);
 } // namespace
 
 BENCHMARK_MAIN();

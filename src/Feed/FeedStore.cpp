@@ -8,6 +8,7 @@
 #include <QTimer>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 
 namespace {
@@ -394,21 +395,36 @@ void FeedStore::rebuild()
     stockGroups_.removeIf(
         [now](const QHash<QString, StockGroup>::iterator it) { return now - it->at >= stockWindow; });
 
-    // The inbox is already newest first: take the first 120 that pass.
-    QList<Signal> selected;
-    selected.reserve(maxSignals);
-    for (const auto &entry : ordered_) {
-        const Signal &s = entry.second;
-        if (!preferences_.shows(s.kind))
+    // The inbox is already newest first: take the first 120 that pass. The
+    // published list is only copied when it differs, and the first
+    // difference is usually at the top, so an unchanged or barely changed
+    // list costs little.
+    const bool showsWhale = preferences_.shows(SignalKind::whale);
+    const bool showsSpike = preferences_.shows(SignalKind::spike);
+    const bool showsStocks = preferences_.shows(SignalKind::stocks);
+    const double minUsd = preferences_.minTradeUsd;
+    std::array<const Signal *, maxSignals> picked{};
+    qsizetype count = 0;
+    bool same = true;
+    for (auto it = ordered_.cbegin(); it != ordered_.cend() && count < maxSignals; ++it) {
+        const Signal &s = it->second;
+        const bool shown = s.kind == SignalKind::whale   ? showsWhale
+                           : s.kind == SignalKind::spike ? showsSpike
+                                                         : showsStocks;
+        if (!shown)
             continue;
         // A size exactly at the minimum is kept; pile-ins and equities are never sized out.
-        if (s.kind == SignalKind::whale && s.notionalUsd && *s.notionalUsd < preferences_.minTradeUsd)
+        if (s.kind == SignalKind::whale && s.notionalUsd && *s.notionalUsd < minUsd)
             continue;
-        selected.append(s);
-        if (selected.size() == maxSignals)
-            break;
+        if (same && (count >= signals_.size() || !(signals_.at(count) == s)))
+            same = false;
+        picked[size_t(count++)] = &s;
     }
-    if (selected != signals_) {
+    if (!same || count != signals_.size()) {
+        QList<Signal> selected;
+        selected.reserve(count);
+        for (qsizetype i = 0; i < count; ++i)
+            selected.append(*picked[size_t(i)]);
         signals_ = std::move(selected);
         Q_EMIT signalsChanged();
     }
