@@ -55,7 +55,8 @@ bool HUDWindow::event(QEvent *event)
 }
 
 PanelController::PanelController(FeedStore *store, QObject *parent)
-    : QObject(parent), store_(store), engine_(std::make_unique<QQmlEngine>()), window_(std::make_unique<HUDWindow>())
+    : QObject(parent), store_(store), engine_(std::make_unique<QQmlEngine>()),
+      window_(std::make_unique<HUDWindow>())
 {
     PanelQml::configureEngine(*engine_, window_->devicePixelRatio());
     window_->resize(width, height);

@@ -64,11 +64,14 @@ QVariantMap walletModule(const WalletProfile &w, double now)
     m[QStringLiteral("subtitle")] = w.label ? shortAddress(w.address) : QString();
     m[QStringLiteral("stats")] = QVariantList{
         stat(QStringLiteral("WIN RATE"),
-             fmt(w.winRate, [](double r) -> QString { return Format::fixed(r * 100, 0) + QStringLiteral("%"); })),
-        stat(QStringLiteral("FILLS"), fmt(w.tradeCount, [](qint64 n) -> QString { return Format::count(n); })),
+             fmt(w.winRate,
+                 [](double r) -> QString { return Format::fixed(r * 100, 0) + QStringLiteral("%"); })),
+        stat(QStringLiteral("FILLS"),
+             fmt(w.tradeCount, [](qint64 n) -> QString { return Format::count(n); })),
         stat(QStringLiteral("MEDIAN HOLD"),
              fmt(w.medianHoldMinutes, [](qint64 n) -> QString { return Format::duration(double(n)); })),
-        stat(QStringLiteral("REALISED"), fmt(w.realizedPnlUsd, [](double v) -> QString { return Format::usd(v); })),
+        stat(QStringLiteral("REALISED"),
+             fmt(w.realizedPnlUsd, [](double v) -> QString { return Format::usd(v); })),
     };
     merge(m, delta(w.pnlRatio));
     m[QStringLiteral("deltaNote")] = QStringLiteral("unrealised, open bags");
@@ -81,7 +84,8 @@ QVariantMap walletModule(const WalletProfile &w, double now)
         row[QStringLiteral("side")] = PanelText::sideText(t.side);
         row[QStringLiteral("buy")] = t.side == TradeSide::buy;
         row[QStringLiteral("symbol")] = t.tokenSymbol;
-        row[QStringLiteral("amount")] = std::isfinite(t.amountUsd) ? Format::usd(t.amountUsd) : PanelText::dash();
+        row[QStringLiteral("amount")] =
+            std::isfinite(t.amountUsd) ? Format::usd(t.amountUsd) : PanelText::dash();
         row[QStringLiteral("age")] = std::isfinite(t.at) ? Format::relative(t.at, now) : PanelText::dash();
         const bool hasPnl = t.pnlRatio && std::isfinite(*t.pnlRatio);
         row[QStringLiteral("open")] = !hasPnl;
@@ -97,17 +101,21 @@ QVariantMap tokenModule(const TokenProfile &t)
 {
     QVariantMap m;
     m[QStringLiteral("eyebrow")] = QStringLiteral("TOKEN");
-    m[QStringLiteral("title")] = fmt(t.priceUsd, [](double p) -> QString { return Format::price(p); }).value_or(PanelText::dash());
+    m[QStringLiteral("title")] =
+        fmt(t.priceUsd, [](double p) -> QString { return Format::price(p); }).value_or(PanelText::dash());
     QString subtitle = QStringLiteral("$") + t.symbol;
     if (t.name)
         subtitle += QStringLiteral(" \u00B7 ") + *t.name;
     m[QStringLiteral("subtitle")] = subtitle;
     merge(m, delta(t.change24h));
     m[QStringLiteral("stats")] = QVariantList{
-        stat(QStringLiteral("LIQUIDITY"), fmt(t.liquidityUsd, [](double v) -> QString { return Format::usd(v); })),
-        stat(QStringLiteral("24H VOLUME"), fmt(t.volume24hUsd, [](double v) -> QString { return Format::usd(v); })),
+        stat(QStringLiteral("LIQUIDITY"),
+             fmt(t.liquidityUsd, [](double v) -> QString { return Format::usd(v); })),
+        stat(QStringLiteral("24H VOLUME"),
+             fmt(t.volume24hUsd, [](double v) -> QString { return Format::usd(v); })),
         stat(QStringLiteral("HOLDERS"), fmt(t.holders, [](qint64 n) -> QString { return Format::count(n); })),
-        stat(QStringLiteral("POOL AGE"), fmt(t.poolAgeHours, [](double h) -> QString { return Format::duration(h * 60); })),
+        stat(QStringLiteral("POOL AGE"),
+             fmt(t.poolAgeHours, [](double h) -> QString { return Format::duration(h * 60); })),
     };
     m[QStringLiteral("flowLine")] = PanelText::buysSellsText(t.buys24, t.sells24);
     return m;
@@ -117,7 +125,8 @@ QVariantMap equityModule(const EquityMove &e)
 {
     QVariantMap m;
     m[QStringLiteral("eyebrow")] = QStringLiteral("EQUITY");
-    m[QStringLiteral("title")] = fmt(e.lastPrice, [](double p) -> QString { return Format::price(p); }).value_or(PanelText::dash());
+    m[QStringLiteral("title")] =
+        fmt(e.lastPrice, [](double p) -> QString { return Format::price(p); }).value_or(PanelText::dash());
     m[QStringLiteral("subtitle")] = e.ticker;
     merge(m, delta(e.change));
     m[QStringLiteral("session")] = PanelText::sessionText(e.session);
@@ -126,7 +135,8 @@ QVariantMap equityModule(const EquityMove &e)
 } // namespace
 
 PanelModel::PanelModel(FeedStore *store, QObject *parent)
-    : QObject(parent), store_(store), minis_(new SignalListModel(store, this)), stream_(new SignalListModel(store, this))
+    : QObject(parent), store_(store), minis_(new SignalListModel(store, this)),
+      stream_(new SignalListModel(store, this))
 {
     now_ = store ? store->now() : 0;
     launchAtLogin_ = PreferencesStore::launchAtLogin();

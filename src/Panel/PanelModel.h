@@ -72,8 +72,8 @@ public:
     ~PanelModel() override;
 
     // Seams for tests and the snapshot renderer.
-    std::function<bool(const QUrl &)> openUrlHook; // default: QDesktopServices
-    std::function<void()> quitHook;                // default: QCoreApplication::quit
+    std::function<bool(const QUrl &)> openUrlHook;  // default: QDesktopServices
+    std::function<void()> quitHook;                 // default: QCoreApplication::quit
     std::function<void(bool)> setLaunchAtLoginHook; // default: PreferencesStore
     std::function<bool()> launchAtLoginHook;
     static constexpr int clockIntervalMs = 3000;

@@ -84,7 +84,8 @@ GlyphProvider::GlyphProvider() : QQuickImageProvider(QQuickImageProvider::Image)
 
 QImage GlyphProvider::render(const QString &name, const QColor &colour, const QSize &pixels)
 {
-    QImage image(pixels.isValid() && !pixels.isEmpty() ? pixels : QSize(32, 32), QImage::Format_ARGB32_Premultiplied);
+    QImage image(pixels.isValid() && !pixels.isEmpty() ? pixels : QSize(32, 32),
+                 QImage::Format_ARGB32_Premultiplied);
     image.fill(Qt::transparent);
     if (!PanelQml::glyphNames().contains(name)) {
         qWarning("[Larkpin] unknown glyph %s", qUtf8Printable(name));

@@ -17,7 +17,8 @@ void configureEngine(QQmlEngine &engine, double devicePixelRatio = 2.0);
 QUrl hudViewUrl();
 // Builds one HUDView tree for `model` under a context of its own; null and
 // a log line when the QML does not load.
-QQuickItem *createHud(QQmlEngine &engine, PanelModel *model, QQmlContext **contextOut, QString *error = nullptr);
+QQuickItem *createHud(QQmlEngine &engine, PanelModel *model, QQmlContext **contextOut,
+                      QString *error = nullptr);
 // The glyph names the panel draws, each an SVG in the bundle.
 const QStringList &glyphNames();
 } // namespace PanelQml

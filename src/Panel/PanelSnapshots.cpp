@@ -16,7 +16,8 @@
 #include <QSGRendererInterface>
 #include <QTimer>
 
-OffscreenPanel::OffscreenPanel(FeedStore *store, double devicePixelRatio) : store_(store), dpr_(devicePixelRatio)
+OffscreenPanel::OffscreenPanel(FeedStore *store, double devicePixelRatio)
+    : store_(store), dpr_(devicePixelRatio)
 {
     // The pictures come from the software scene graph, whatever the GPU.
     // (Asked once: the scene graph takes the request only before it starts.)
@@ -96,9 +97,8 @@ public:
         : store_(&store), dir_(dir), done_(std::move(done)), panel_(&store)
     {
         deadline_.setSingleShot(true);
-        connect(&deadline_, &QTimer::timeout, this, [this] {
-            finish(false, QStringLiteral("rendering the panel timed out"));
-        });
+        connect(&deadline_, &QTimer::timeout, this,
+                [this] { finish(false, QStringLiteral("rendering the panel timed out")); });
     }
 
     void start()
@@ -141,7 +141,8 @@ private:
         QList<Signal> candidates = model->stream()->signalList();
         candidates += store_->heroSignals();
         const auto usable = [&](const Signal &s) {
-            return !wantUnloaded || (!store_->details().contains(s.id) && !store_->loadingDetail().contains(s.id));
+            return !wantUnloaded ||
+                   (!store_->details().contains(s.id) && !store_->loadingDetail().contains(s.id));
         };
         for (const Signal &s : candidates)
             if (s.kind == SignalKind::whale && s.wallet && s.wallet->label && usable(s))

@@ -50,7 +50,7 @@ private:
 
 namespace PanelSnapshots {
 inline constexpr int timeoutMs = 10000;
-inline constexpr int settleMs = 450;   // enter animations finish before a picture
+inline constexpr int settleMs = 450; // enter animations finish before a picture
 inline constexpr int detailWaitMs = 5000;
 // Writes panel.png, settings.png, inspector.png, inspector-loading.png and
 // hero-detail.png into dir, then calls done once (also on failure or timeout).

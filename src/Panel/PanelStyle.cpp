@@ -75,7 +75,7 @@ QString PanelStyle::sans() const
 
 QString PanelStyle::mono() const
 {
-    static const QString family =
-        firstInstalled({QStringLiteral("JetBrains Mono"), QStringLiteral("DejaVu Sans Mono")}, QFontDatabase::FixedFont);
+    static const QString family = firstInstalled(
+        {QStringLiteral("JetBrains Mono"), QStringLiteral("DejaVu Sans Mono")}, QFontDatabase::FixedFont);
     return family;
 }

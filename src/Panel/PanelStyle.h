@@ -47,7 +47,8 @@ public:
     Q_INVOKABLE QColor kindColour(const QString &kindRaw) const;
     Q_INVOKABLE QColor alpha(const QColor &c, double a) const;
     // Points for a PathPolyline (see PanelText::sparkPoints).
-    Q_INVOKABLE QVariant sparkPath(const QVariantList &values, double width, double height, bool closed) const;
+    Q_INVOKABLE QVariant sparkPath(const QVariantList &values, double width, double height,
+                                   bool closed) const;
 
     // QML's SpringAnimation advances in 16 ms steps with
     // v += spring·Δ − damping·v, so per-step coefficients are the physical

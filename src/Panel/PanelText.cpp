@@ -90,7 +90,8 @@ QStringList counters(const Telemetry &telemetry, LinkState link, double now)
 {
     QStringList out;
     if (telemetry.latencyMs && std::isfinite(*telemetry.latencyMs))
-        out << QStringLiteral("RTT ") + Format::fixed(std::round(*telemetry.latencyMs), 0) + QStringLiteral("ms");
+        out << QStringLiteral("RTT ") + Format::fixed(std::round(*telemetry.latencyMs), 0) +
+                   QStringLiteral("ms");
     if (telemetry.lastFrameAt && link == LinkState::live) {
         const double age = now - *telemetry.lastFrameAt;
         // The age formatter stops the program on values it cannot print; a
@@ -106,7 +107,8 @@ QStringList counters(const Telemetry &telemetry, LinkState link, double now)
 QString money(double value)
 {
     if (value >= 1'000'000)
-        return QStringLiteral("$") + QString::number(qint64(std::trunc(value / 1'000'000))) + QStringLiteral("M");
+        return QStringLiteral("$") + QString::number(qint64(std::trunc(value / 1'000'000))) +
+               QStringLiteral("M");
     if (value >= 1000)
         return QStringLiteral("$") + QString::number(qint64(std::trunc(value / 1000))) + QStringLiteral("K");
     return QStringLiteral("$") + QString::number(qint64(std::trunc(value)));

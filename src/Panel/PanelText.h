@@ -8,9 +8,9 @@
 #include "Support/Theme.h"
 
 #include <QHash>
+#include <QPointF>
 #include <QSet>
 #include <QStringList>
-#include <QPointF>
 #include <QUrl>
 
 #include <optional>
@@ -42,7 +42,7 @@ QStringList counters(const Telemetry &telemetry, LinkState link, double now);
 inline constexpr QChar counterSeparator{0x00B7};
 
 // Settings chips.
-QString money(double value); // "$1M", "$25K", "$500"
+QString money(double value);            // "$1M", "$25K", "$500"
 QString minimumSizeLabel(double value); // 0 -> "Any"
 QString focusLabel(double value);       // 0 -> "Off"
 const QList<double> &minimumSizeValues();
@@ -67,7 +67,10 @@ QString inspectorStateName(InspectorState state);
 QString sessionText(MarketSession session);
 QString sideText(TradeSide side);
 QString buysSellsText(std::optional<qint64> buys, std::optional<qint64> sells);
-inline QString dash() { return QStringLiteral("-"); }
+inline QString dash()
+{
+    return QStringLiteral("-");
+}
 
 // Links that came from the wire open only when they are web addresses.
 bool isOpenableUrl(const QUrl &url);

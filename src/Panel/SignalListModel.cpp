@@ -6,7 +6,10 @@
 
 #include <cmath>
 
-SignalListModel::SignalListModel(const FeedStore *store, QObject *parent) : QAbstractListModel(parent), store_(store) {}
+SignalListModel::SignalListModel(const FeedStore *store, QObject *parent)
+    : QAbstractListModel(parent), store_(store)
+{
+}
 
 int SignalListModel::rowCount(const QModelIndex &parent) const
 {
@@ -15,10 +18,10 @@ int SignalListModel::rowCount(const QModelIndex &parent) const
 
 QHash<int, QByteArray> SignalListModel::roleNames() const
 {
-    return {{IdRole, "signalId"},   {KindRole, "kind"},         {KindLabelRole, "kindLabel"},
-            {TickerRole, "ticker"}, {BodyRole, "body"},         {FigureRole, "figure"},
+    return {{IdRole, "signalId"},       {KindRole, "kind"},     {KindLabelRole, "kindLabel"},
+            {TickerRole, "ticker"},     {BodyRole, "body"},     {FigureRole, "figure"},
             {HeadlineRole, "headline"}, {DetailRole, "detail"}, {MetaRole, "meta"},
-            {AgeRole, "age"},       {AmountRole, "amount"},     {WinRateRole, "winRate"},
+            {AgeRole, "age"},           {AmountRole, "amount"}, {WinRateRole, "winRate"},
             {ChartUrlRole, "chartUrl"}};
 }
 
@@ -49,9 +52,10 @@ QVariantMap SignalListModel::describe(const Signal &s, double now, const FeedSto
         s.notionalUsd && std::isfinite(*s.notionalUsd) ? Format::usd(*s.notionalUsd) : QString();
     m[QStringLiteral("winRate")] =
         s.wallet && s.wallet->winRate && std::isfinite(*s.wallet->winRate) ? *s.wallet->winRate : -1.0;
-    m[QStringLiteral("winRateText")] = s.wallet && s.wallet->winRate && std::isfinite(*s.wallet->winRate)
-                                           ? PanelText::winRatePercent(*s.wallet->winRate) + QStringLiteral(" WR")
-                                           : QString();
+    m[QStringLiteral("winRateText")] =
+        s.wallet && s.wallet->winRate && std::isfinite(*s.wallet->winRate)
+            ? PanelText::winRatePercent(*s.wallet->winRate) + QStringLiteral(" WR")
+            : QString();
     m[QStringLiteral("chartUrl")] = chartUrl(s.id, store);
     return m;
 }

@@ -36,8 +36,8 @@ public:
     QHash<int, QByteArray> roleNames() const override;
 
     void setSignals(const QList<Signal> &signals, double now);
-    void setNow(double now);   // ages change
-    void detailsChanged();     // chart links change
+    void setNow(double now); // ages change
+    void detailsChanged();   // chart links change
     int count() const { return int(signals_.size()); }
     const QList<Signal> &signalList() const { return signals_; }
     QStringList ids() const;

@@ -19,13 +19,14 @@ struct TestClock {
 inline std::unique_ptr<FeedStore> unreachableStore(TestClock &clock)
 {
     // Port 1 on the loopback refuses at once: every request fails quickly.
-    auto *client = new TarnwickClient(QStringLiteral("http://127.0.0.1:1/api"), QStringLiteral("ws://127.0.0.1:1/ws"),
-                                      TarnwickTiming{}, clock.clock());
+    auto *client = new TarnwickClient(QStringLiteral("http://127.0.0.1:1/api"),
+                                      QStringLiteral("ws://127.0.0.1:1/ws"), TarnwickTiming{}, clock.clock());
     return std::make_unique<FeedStore>(client, clock.clock());
 }
 
 inline TwFill whaleFill(qint64 id, double ts, double usd, const QString &handle = QStringLiteral("ansem"),
-                        const QString &symbol = QStringLiteral("WIF"), const QString &side = QStringLiteral("buy"))
+                        const QString &symbol = QStringLiteral("WIF"),
+                        const QString &side = QStringLiteral("buy"))
 {
     TwFill f;
     f.id = id;

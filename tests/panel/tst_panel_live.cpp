@@ -83,8 +83,8 @@ private Q_SLOTS:
         });
         QVERIFY(QTest::qWaitFor([&] { return calls > 0; }, PanelSnapshots::timeoutMs + 2000));
         QVERIFY2(ok, qPrintable(error));
-        for (const char *name : {"panel.png", "settings.png", "inspector.png", "inspector-loading.png",
-                                 "hero-detail.png"})
+        for (const char *name :
+             {"panel.png", "settings.png", "inspector.png", "inspector-loading.png", "hero-detail.png"})
             QCOMPARE(QImage(dir.filePath(QString::fromLatin1(name))).size(), QSize(800, 1240));
     }
 };

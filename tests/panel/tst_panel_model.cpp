@@ -22,8 +22,8 @@ class PanelModelTest : public QObject {
     {
         QList<TwFill> fills;
         for (int i = 0; i < 5; ++i)
-            fills << whaleFill(100 + i, clock.t - 60 * (5 - i), 2000.0 * (i + 1), QStringLiteral("w%1").arg(i),
-                               QStringLiteral("T%1").arg(i));
+            fills << whaleFill(100 + i, clock.t - 60 * (5 - i), 2000.0 * (i + 1),
+                               QStringLiteral("w%1").arg(i), QStringLiteral("T%1").arg(i));
         store->ingest(fills);
     }
 
@@ -380,7 +380,8 @@ private Q_SLOTS:
         QCOMPARE(links.size(), 2);
         QCOMPARE(links[0].toMap()[QStringLiteral("title")].toString(), QStringLiteral("CHART"));
         QCOMPARE(links[1].toMap()[QStringLiteral("title")].toString(), QStringLiteral("WALLET"));
-        QCOMPARE(info[QStringLiteral("token")].toMap()[QStringLiteral("title")].toString(), QStringLiteral("-"));
+        QCOMPARE(info[QStringLiteral("token")].toMap()[QStringLiteral("title")].toString(),
+                 QStringLiteral("-"));
     }
 };
 

@@ -73,8 +73,8 @@ class PanelQmlTest : public QObject {
     {
         QList<TwFill> fills;
         for (int i = 0; i < n; ++i)
-            fills << whaleFill(100 + i, clock.t - 30 * (n - i), 2000.0 * (i + 1), QStringLiteral("w%1").arg(i),
-                               QStringLiteral("T%1").arg(i));
+            fills << whaleFill(100 + i, clock.t - 30 * (n - i), 2000.0 * (i + 1),
+                               QStringLiteral("w%1").arg(i), QStringLiteral("T%1").arg(i));
         store->ingest(fills);
     }
 
@@ -111,10 +111,11 @@ private Q_SLOTS:
         const QRect wide(0, 0, 1920, 1080);
         QTest::newRow("under the button, right edges 10 apart")
             << QRect(1500, 0, 30, 24) << wide << QPoint(1530 - 400 + 10, 24 + 6);
-        QTest::newRow("far right stops 8 inside") << QRect(1900, 0, 20, 24) << wide << QPoint(1920 - 400 - 8, 30);
+        QTest::newRow("far right stops 8 inside")
+            << QRect(1900, 0, 20, 24) << wide << QPoint(1920 - 400 - 8, 30);
         QTest::newRow("far left stops 8 inside") << QRect(0, 0, 20, 24) << wide << QPoint(8, 30);
-        QTest::newRow("offset screen") << QRect(1930, 30, 20, 20) << QRect(1920, 28, 1280, 1000)
-                                       << QPoint(1928, 56);
+        QTest::newRow("offset screen")
+            << QRect(1930, 30, 20, 20) << QRect(1920, 28, 1280, 1000) << QPoint(1928, 56);
         QTest::newRow("narrow screen: the right margin wins")
             << QRect(100, 0, 20, 24) << QRect(0, 0, 410, 800) << QPoint(410 - 400 - 8, 30);
     }
@@ -248,7 +249,8 @@ private Q_SLOTS:
         const QString id = panel->model()->stream()->ids().first();
         click(summaryOf(root(), id));
         QVERIFY(QTest::qWaitFor([&] { return store->failedDetail().contains(id); }, 10000));
-        QVERIFY(QTest::qWaitFor([&] { return !visibleNamed(root(), QStringLiteral("retryAction")).isEmpty(); }, 1000));
+        QVERIFY(QTest::qWaitFor(
+            [&] { return !visibleNamed(root(), QStringLiteral("retryAction")).isEmpty(); }, 1000));
         QVERIFY(visibleNamed(root(), QStringLiteral("inspectorLoading")).isEmpty());
         click(visibleNamed(root(), QStringLiteral("retryAction")).first());
         QVERIFY(store->loadingDetail().contains(id));
@@ -335,7 +337,8 @@ private Q_SLOTS:
         open();
         click(visibleNamed(root(), QStringLiteral("settingsButton")).value(0));
         QVERIFY(panel->model()->showSettings());
-        QVERIFY(QTest::qWaitFor([&] { return !visibleNamed(root(), QStringLiteral("settingsView")).isEmpty(); }, 1000));
+        QVERIFY(QTest::qWaitFor(
+            [&] { return !visibleNamed(root(), QStringLiteral("settingsView")).isEmpty(); }, 1000));
 
         QQuickItem *chips = visibleNamed(root(), QStringLiteral("minimumChips")).value(0);
         QVERIFY(chips);
@@ -357,10 +360,70 @@ private Q_SLOTS:
         click(visibleNamed(pause, QStringLiteral("toggle")).value(0));
         QVERIFY(store->preferences().paused);
 
-        QCOMPARE(visibleNamed(root(), QStringLiteral("versionText")).value(0)->property("text").toString().left(8),
-                 QStringLiteral("Version "));
+        QCOMPARE(
+            visibleNamed(root(), QStringLiteral("versionText")).value(0)->property("text").toString().left(8),
+            QStringLiteral("Version "));
         click(visibleNamed(root(), QStringLiteral("backButton")).value(0));
         QVERIFY(!panel->model()->showSettings());
+    }
+
+    void hoverLiftsARow()
+    {
+        feed(6);
+        open();
+        const QStringList ids = panel->model()->stream()->ids();
+        QQuickItem *summary = summaryOf(root(), ids[0]);
+        QQuickItem *row = summary->parentItem()->parentItem();
+        QCOMPARE(row->opacity(), 0.72);
+        QTest::mouseMove(panel->window(), summary->mapToScene(QPointF(10, 5)).toPoint());
+        QVERIFY(QTest::qWaitFor([&] { return row->opacity() == 1.0; }, 1000));
+        // Open rows stay lifted when the pointer leaves.
+        click(summary);
+        QTest::mouseMove(panel->window(), QPoint(200, 5));
+        QVERIFY(QTest::qWaitFor([&] { return !row->property("hovering").toBool(); }, 1000));
+        QCOMPARE(row->opacity(), 1.0);
+        QQuickItem *other = summaryOf(root(), ids[1])->parentItem()->parentItem();
+        QCOMPARE(other->opacity(), 0.72);
+    }
+
+    void bandIsDimmedUntilHovered()
+    {
+        open();
+        QQuickItem *band = visibleNamed(root(), QStringLiteral("telemetryBand")).value(0);
+        QVERIFY(band);
+        QCOMPARE(band->opacity(), 0.66);
+        QTest::mouseMove(panel->window(),
+                         band->mapToScene(QPointF(band->width() / 2, band->height() / 2)).toPoint());
+        QVERIFY(QTest::qWaitFor([&] { return band->opacity() == 1.0; }, 1000));
+        QTest::mouseMove(panel->window(), QPoint(200, 5));
+        QVERIFY(QTest::qWaitFor([&] { return band->opacity() == 0.66; }, 1000));
+    }
+
+    void rollingTextMovesOnlyChangedCharacters()
+    {
+        open();
+        QQuickItem *amount = itemsNamed(root(), QStringLiteral("heroAmount")).value(0);
+        QVERIFY(amount);
+        amount->setProperty("text", QStringLiteral("1,234"));
+        QTest::qWait(20);
+        const auto cells = [&] {
+            QList<QQuickItem *> out;
+            for (QQuickItem *child : amount->childItems())
+                if (child->property("leaving").isValid())
+                    out << child;
+            return out;
+        };
+        QCOMPARE(cells().size(), 5);
+        for (QQuickItem *cell : cells())
+            cell->setProperty("leaving", QString());
+        amount->setProperty("text", QStringLiteral("1,235"));
+        QTest::qWait(20);
+        QStringList leaving;
+        for (QQuickItem *cell : cells())
+            leaving << cell->property("leaving").toString();
+        QCOMPARE(leaving, (QStringList{QString(), QString(), QString(), QString(), QStringLiteral("4")}));
+        // Digits keep a fixed width, so numbers do not jitter.
+        QCOMPARE(cells()[0]->width(), cells()[3]->width());
     }
 
     void railPauseButton()

@@ -60,16 +60,17 @@ private Q_SLOTS:
         QTemporaryDir temporary;
         QVERIFY(temporary.isValid());
         // LARKPIN_KEEP_PICTURES=<dir> keeps them for a look.
-        const QDir dir(qEnvironmentVariableIsSet("LARKPIN_KEEP_PICTURES") ? qEnvironmentVariable("LARKPIN_KEEP_PICTURES")
-                                                                         : temporary.path());
+        const QDir dir(qEnvironmentVariableIsSet("LARKPIN_KEEP_PICTURES")
+                           ? qEnvironmentVariable("LARKPIN_KEEP_PICTURES")
+                           : temporary.path());
         QElapsedTimer timer;
         timer.start();
         const Result result = renderInto(dir.path());
         QVERIFY2(result.ok, qPrintable(result.error));
         QCOMPARE(result.calls, 1);
         QVERIFY(timer.elapsed() < PanelSnapshots::timeoutMs);
-        for (const char *name : {"panel.png", "settings.png", "inspector.png", "inspector-loading.png",
-                                 "hero-detail.png"}) {
+        for (const char *name :
+             {"panel.png", "settings.png", "inspector.png", "inspector-loading.png", "hero-detail.png"}) {
             const QImage image(dir.filePath(QString::fromLatin1(name)));
             QVERIFY2(!image.isNull(), name);
             QCOMPARE(image.size(), QSize(800, 1240));

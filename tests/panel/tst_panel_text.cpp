@@ -33,13 +33,16 @@ private Q_SLOTS:
         QTest::addColumn<std::optional<double>>("lastUpdate");
         QTest::addColumn<QString>("label");
         const double now = 1'700'000'000;
-        QTest::newRow("connecting") << LinkState::connecting << std::optional<double>(now) << QStringLiteral("LINKING");
-        QTest::newRow("live, no update yet") << LinkState::live << std::optional<double>() << QStringLiteral("LIVE");
-        QTest::newRow("live, just now") << LinkState::live << std::optional<double>(now - 10)
-                                        << QStringLiteral("LIVE \u00B7 now");
-        QTest::newRow("live, two minutes") << LinkState::live << std::optional<double>(now - 150)
-                                           << QStringLiteral("LIVE \u00B7 2m");
-        QTest::newRow("polling") << LinkState::polling << std::optional<double>(now - 150) << QStringLiteral("POLLING");
+        QTest::newRow("connecting") << LinkState::connecting << std::optional<double>(now)
+                                    << QStringLiteral("LINKING");
+        QTest::newRow("live, no update yet")
+            << LinkState::live << std::optional<double>() << QStringLiteral("LIVE");
+        QTest::newRow("live, just now")
+            << LinkState::live << std::optional<double>(now - 10) << QStringLiteral("LIVE \u00B7 now");
+        QTest::newRow("live, two minutes")
+            << LinkState::live << std::optional<double>(now - 150) << QStringLiteral("LIVE \u00B7 2m");
+        QTest::newRow("polling") << LinkState::polling << std::optional<double>(now - 150)
+                                 << QStringLiteral("POLLING");
         QTest::newRow("down") << LinkState::down << std::optional<double>() << QStringLiteral("OFFLINE");
     }
     void linkLabel()
@@ -77,8 +80,10 @@ private Q_SLOTS:
         QTest::newRow("heroes only, live") << false << LinkState::live << wave << inStream;
         QTest::newRow("connecting") << true << LinkState::connecting << antenna
                                     << QStringLiteral("Connecting to the tape\u2026");
-        QTest::newRow("down") << true << LinkState::down << slash << QStringLiteral("Can't reach the tape right now.");
-        QTest::newRow("live") << true << LinkState::live << wave << QStringLiteral("Nothing on the wire right now.");
+        QTest::newRow("down") << true << LinkState::down << slash
+                              << QStringLiteral("Can't reach the tape right now.");
+        QTest::newRow("live") << true << LinkState::live << wave
+                              << QStringLiteral("Nothing on the wire right now.");
         QTest::newRow("polling") << true << LinkState::polling << wave
                                  << QStringLiteral("Nothing on the wire right now.");
     }
@@ -99,8 +104,9 @@ private Q_SLOTS:
         QTest::addColumn<std::optional<double>>("lastFrameAge");
         QTest::addColumn<LinkState>("link");
         QTest::addColumn<QStringList>("expected");
-        QTest::newRow("empty snapshot") << std::optional<double>() << std::optional<double>() << LinkState::connecting
-                                        << QStringList{QStringLiteral("0 shown"), QStringLiteral("0 held")};
+        QTest::newRow("empty snapshot")
+            << std::optional<double>() << std::optional<double>() << LinkState::connecting
+            << QStringList{QStringLiteral("0 shown"), QStringLiteral("0 held")};
         QTest::newRow("rtt first once a call completed")
             << std::optional<double>(41.6) << std::optional<double>() << LinkState::polling
             << QStringList{QStringLiteral("RTT 42ms"), QStringLiteral("0 shown"), QStringLiteral("0 held")};
@@ -111,11 +117,12 @@ private Q_SLOTS:
         QTest::newRow("no tape while polling")
             << std::optional<double>() << std::optional<double>(3.2) << LinkState::polling
             << QStringList{QStringLiteral("0 shown"), QStringLiteral("0 held")};
-        QTest::newRow("no tape while down") << std::optional<double>() << std::optional<double>(90.0) << LinkState::down
-                                            << QStringList{QStringLiteral("0 shown"), QStringLiteral("0 held")};
-        QTest::newRow("tape in minutes") << std::optional<double>() << std::optional<double>(90.0) << LinkState::live
-                                         << QStringList{QStringLiteral("TAPE 2m"), QStringLiteral("0 shown"),
-                                                        QStringLiteral("0 held")};
+        QTest::newRow("no tape while down")
+            << std::optional<double>() << std::optional<double>(90.0) << LinkState::down
+            << QStringList{QStringLiteral("0 shown"), QStringLiteral("0 held")};
+        QTest::newRow("tape in minutes")
+            << std::optional<double>() << std::optional<double>(90.0) << LinkState::live
+            << QStringList{QStringLiteral("TAPE 2m"), QStringLiteral("0 shown"), QStringLiteral("0 held")};
     }
     void counters()
     {
@@ -239,7 +246,8 @@ private Q_SLOTS:
         QTest::addColumn<std::optional<double>>("winRate");
         QTest::addColumn<double>("ageSeconds");
         QTest::addColumn<QString>("meta");
-        QTest::newRow("win rate wins over age") << std::optional<double>(0.62) << 600.0 << QStringLiteral("62% WR");
+        QTest::newRow("win rate wins over age")
+            << std::optional<double>(0.62) << 600.0 << QStringLiteral("62% WR");
         QTest::newRow("win rate rounds") << std::optional<double>(0.675) << 600.0 << QStringLiteral("68% WR");
         QTest::newRow("no win rate: age") << std::optional<double>() << 600.0 << QStringLiteral("10m");
         QTest::newRow("fresh") << std::optional<double>() << 5.0 << QStringLiteral("now");
@@ -296,8 +304,9 @@ private Q_SLOTS:
             failures.insert(id);
         QCOMPARE(PanelText::inspectorStateName(PanelText::inspectorState(id, details, failures)), state);
         // Another signal's evidence says nothing about this one.
-        QCOMPARE(PanelText::inspectorStateName(PanelText::inspectorState(QStringLiteral("other"), details, {})),
-                 QStringLiteral("loading"));
+        QCOMPARE(
+            PanelText::inspectorStateName(PanelText::inspectorState(QStringLiteral("other"), details, {})),
+            QStringLiteral("loading"));
     }
 
     void moduleTexts()
@@ -339,10 +348,10 @@ private Q_SLOTS:
         QTest::addColumn<QList<QPointF>>("points");
         QTest::newRow("none") << QList<double>{} << false << QList<QPointF>{};
         QTest::newRow("one value") << QList<double>{3} << true << QList<QPointF>{};
-        QTest::newRow("flat is a flat line") << QList<double>{2, 2, 2} << false
-                                             << QList<QPointF>{{0, 10}, {50, 10}, {100, 10}};
-        QTest::newRow("min bottom, max top") << QList<double>{0, 10, 5} << false
-                                             << QList<QPointF>{{0, 10}, {50, 0}, {100, 5}};
+        QTest::newRow("flat is a flat line")
+            << QList<double>{2, 2, 2} << false << QList<QPointF>{{0, 10}, {50, 10}, {100, 10}};
+        QTest::newRow("min bottom, max top")
+            << QList<double>{0, 10, 5} << false << QList<QPointF>{{0, 10}, {50, 0}, {100, 5}};
         QTest::newRow("closed runs to the bottom")
             << QList<double>{0, 10} << true << QList<QPointF>{{0, 10}, {100, 0}, {100, 10}, {0, 10}, {0, 10}};
     }

@@ -144,7 +144,8 @@ int main(int argc, char **argv)
         if (n == 0 || heroesOnly) {
             live.setFilter(FeedFilter::of(kind));
             panel.open();
-            save(panel, heroesOnly ? QStringLiteral("empty-heroes-only.png") : QStringLiteral("empty-live.png"));
+            save(panel,
+                 heroesOnly ? QStringLiteral("empty-heroes-only.png") : QStringLiteral("empty-live.png"));
             live.setFilter(FeedFilter::all());
         }
     }
@@ -166,8 +167,8 @@ int main(int argc, char **argv)
     TarnwickTiming quick;
     quick.openWatchdogMs = 300;
     quick.requestTimeoutMs = 800;
-    FeedStore dead(new TarnwickClient(QStringLiteral("http://127.0.0.1:1/api"), QStringLiteral("ws://127.0.0.1:1/ws"),
-                                      quick, now),
+    FeedStore dead(new TarnwickClient(QStringLiteral("http://127.0.0.1:1/api"),
+                                      QStringLiteral("ws://127.0.0.1:1/ws"), quick, now),
                    now);
     dead.setPreferences(Preferences::defaults());
     OffscreenPanel offline(&dead);
