@@ -40,7 +40,7 @@ class SimTest : public QObject {
             a.done = true;
             reply->deleteLater();
         });
-        QTest::qWaitFor([&] { return a.done; }, waitMs);
+        (void)QTest::qWaitFor([&] { return a.done; }, waitMs);
         return a;
     }
 
