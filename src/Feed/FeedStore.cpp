@@ -56,8 +56,15 @@ FeedStore::~FeedStore()
 
 void FeedStore::log(const QString &message) const
 {
-    if (verbose_)
-        Log::write("Larkpin", message);
+    if (!verbose_)
+        return;
+    // Wire text (types, symbols, flags, handles) must not break a log line in two.
+    QString line = message;
+    for (QChar &c : line)
+        if (c.unicode() < 0x20 || c.unicode() == 0x7f || c == QChar::LineSeparator ||
+            c == QChar::ParagraphSeparator)
+            c = QLatin1Char(' ');
+    Log::write("Larkpin", line);
 }
 
 void FeedStore::wireClient()

@@ -75,8 +75,15 @@ TarnwickClient::~TarnwickClient()
 
 void TarnwickClient::log(const QString &message) const
 {
-    if (verbose_)
-        Log::write("tw", message);
+    if (!verbose_)
+        return;
+    // Wire text (types, symbols, flags, handles) must not break a log line in two.
+    QString line = message;
+    for (QChar &c : line)
+        if (c.unicode() < 0x20 || c.unicode() == 0x7f || c == QChar::LineSeparator ||
+            c == QChar::ParagraphSeparator)
+            c = QLatin1Char(' ');
+    Log::write("tw", line);
 }
 
 // MARK: REST
@@ -430,17 +437,20 @@ void TarnwickClient::onMessage(QWebSocket *socket, const QByteArray &bytes, bool
     if (onFrame)
         onFrame();
     const auto frame = bytes.isEmpty() ? std::nullopt : TwDecode::socketFrame(bytes);
-    const QString n = QString::number(framesReceived_);
+    const QString n = verbose_ ? QString::number(framesReceived_) : QString();
     if (!frame) {
         log(QStringLiteral("frame #") + n + QStringLiteral(" UNDECODABLE"));
         return;
     }
     if (frame->data) {
         fillsReceived_ += frame->data->size();
-        log(QStringLiteral("frame #") + n + QStringLiteral(" fills=") + QString::number(frame->data->size()) +
-            QStringLiteral(" (total ") + QString::number(fillsReceived_) + QLatin1Char(')'));
+        if (verbose_)
+            log(QStringLiteral("frame #") + n + QStringLiteral(" fills=") +
+                QString::number(frame->data->size()) + QStringLiteral(" (total ") +
+                QString::number(fillsReceived_) + QLatin1Char(')'));
         deliver(*frame->data, true);
-    } else {
+    } else if (verbose_) {
+        // Wire text goes to the log as it came; it is never interpreted.
         log(QStringLiteral("frame #") + n + QStringLiteral(" type=") + frame->type);
     }
 }

@@ -4,6 +4,7 @@
 
 #include "Feed/FeedStore.h"
 #include "Feed/SignalRules.h"
+#include "IsolatedSettings.h"
 #include "TarnwickSim.h"
 
 #include <QJsonObject>
@@ -57,6 +58,7 @@ class DetailTest : public QObject {
     }
 
 private Q_SLOTS:
+    void initTestCase() { isolateSettings(); }
     void init()
     {
         SimOptions options;
@@ -216,10 +218,13 @@ private Q_SLOTS:
         const Signal s = fillSignal();
         store().loadDetail(s);
         store_.reset();
-        const int served = sim_->requestCount(QStringLiteral("/tape"));
-        QTest::qWait(300); // past the delayed answer: nothing may call into the dead store
+        // The tape request may already be on the wire (the network stack writes
+        // from its own thread), so it may or may not reach the service; what
+        // must not happen is a second step of the chain or a call into the dead
+        // store when the delayed answer lands.
+        QTest::qWait(300);
         QCOMPARE(sim_->requestCount(QStringLiteral("/trader/")), 0);
-        QCOMPARE(sim_->requestCount(QStringLiteral("/tape")), served);
+        QVERIFY(sim_->requestCount(QStringLiteral("/tape")) <= 1);
         makeStore();
     }
 

@@ -617,7 +617,8 @@ private Q_SLOTS:
             QVERIFY(QTest::qWaitFor([&] { return client_->framesReceived() == 1; }, 3000)); // the greeting
             sim_->emitFills(3);
             sim_->sendRawFrame("{]");
-            QVERIFY(QTest::qWaitFor([&] { return client_->framesReceived() == 3; }, 3000));
+            sim_->sendRawFrame(R"({"type":"x\n00:00:00 [tw] forged","data":null})");
+            QVERIFY(QTest::qWaitFor([&] { return client_->framesReceived() == 4; }, 3000));
             QVERIFY(QTest::qWaitFor([&] { return client_->fillsReceived() == 3; }, 3000));
             client_->stop();
             lines = capture.lines();
@@ -634,6 +635,9 @@ private Q_SLOTS:
         QVERIFY(messages.contains(QStringLiteral("frame #1 type=hello")));
         QVERIFY(messages.contains(QStringLiteral("frame #2 fills=3 (total 3)")));
         QVERIFY(messages.contains(QStringLiteral("frame #3 UNDECODABLE")));
+        // A line feed in wire text cannot forge a second line.
+        QVERIFY(messages.contains(QStringLiteral("frame #4 type=x 00:00:00 [tw] forged")));
+        QVERIFY(!messages.contains(QStringLiteral("forged")));
     }
 };
 

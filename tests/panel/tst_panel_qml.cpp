@@ -43,9 +43,18 @@ QList<QQuickItem *> allItems(QQuickItem *root)
     return out;
 }
 
+// Positioners lay out at the next frame: let one pass before aiming.
+void settleFrame(QQuickWindow *window)
+{
+    QSignalSpy frame(window, &QQuickWindow::afterRendering);
+    window->update();
+    frame.wait(300);
+}
+
 void click(QQuickItem *item)
 {
     QVERIFY(item);
+    settleFrame(item->window());
     const QPointF centre = item->mapToScene(QPointF(item->width() / 2, item->height() / 2));
     QTest::mouseClick(item->window(), Qt::LeftButton, {}, centre.toPoint());
 }

@@ -54,7 +54,11 @@ Item {
                     id: heroColumn
                     width: heroFlick.width
                     spacing: 8
+                    // Cards drop in from the top as they appear.
                     opacity: panel.hasHero ? 1 : 0
+                    y: panel.hasHero ? 0 : -14
+                    Behavior on opacity { enabled: panel.animated; NumberAnimation { duration: hud.glideMs; easing.type: Easing.OutCubic } }
+                    Behavior on y { enabled: panel.animated; SpringAnimation { spring: hud.snapSpring; damping: hud.snapDamping; epsilon: 0.25 } }
                     HeroCard {
                         objectName: "heroCard"
                         width: parent.width

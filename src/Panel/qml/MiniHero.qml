@@ -9,6 +9,22 @@ Item {
     readonly property bool hovering: mouse.containsMouse
     readonly property color accent: hud.kindColour(kind)
     implicitHeight: 54
+    // A new card drops in from the top.
+    opacity: 0
+    transform: Translate { id: drop; y: -10 }
+    Component.onCompleted: {
+        if (!panel.animated) {
+            opacity = 1
+            drop.y = 0
+            return
+        }
+        enter.start()
+    }
+    ParallelAnimation {
+        id: enter
+        NumberAnimation { target: mini; property: "opacity"; to: 1; duration: hud.glideMs; easing.type: Easing.OutCubic }
+        SpringAnimation { target: drop; property: "y"; to: 0; spring: hud.snapSpring; damping: hud.snapDamping; epsilon: 0.25 }
+    }
 
     Rectangle {
         anchors.fill: parent
