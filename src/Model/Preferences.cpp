@@ -32,22 +32,42 @@ QSettings &standardSettings()
     return settings;
 }
 
-// The INI backend hands booleans back as the strings "true"/"false" after a
-// round trip through the file; anything else is not a boolean.
-std::optional<bool> asBool(const QVariant &v)
+// Inside the stored "streams" map every value keeps its type through the
+// file, so only a real boolean counts as a switch.
+std::optional<bool> strictBool(const QVariant &v)
 {
     if (v.typeId() == QMetaType::Bool)
         return v.toBool();
-    if (v.typeId() == QMetaType::QString) {
-        const QString s = v.toString();
-        if (s == QLatin1String("true"))
-            return true;
-        if (s == QLatin1String("false"))
-            return false;
-    }
     return std::nullopt;
 }
 
+// "paused" reads the way a defaults database reads a flag: a top-level scalar
+// comes back from the INI file as text, and a number or "yes"/"true" (any case)
+// or a non-zero whole number turns it on; anything else, or nothing, is off.
+bool flag(const QVariant &v)
+{
+    switch (v.typeId()) {
+    case QMetaType::Bool: return v.toBool();
+    case QMetaType::Int:
+    case QMetaType::LongLong:
+    case QMetaType::UInt:
+    case QMetaType::ULongLong:
+    case QMetaType::Double: return v.toDouble() != 0;
+    case QMetaType::QString: {
+        const QString s = v.toString().trimmed();
+        if (s.compare(QLatin1String("true"), Qt::CaseInsensitive) == 0 ||
+            s.compare(QLatin1String("yes"), Qt::CaseInsensitive) == 0)
+            return true;
+        bool ok = false;
+        const qint64 n = s.toLongLong(&ok);
+        return ok && n != 0;
+    }
+    default: return false;
+    }
+}
+
+// A malformed or negative amount silently keeps the default; any amount at or
+// above zero, infinity included, is taken as saved.
 double amount(QSettings &settings, const char *key, double fallback)
 {
     const QString k = QLatin1String(key);
@@ -55,12 +75,7 @@ double amount(QSettings &settings, const char *key, double fallback)
         return fallback;
     bool ok = false;
     const double value = settings.value(k).toDouble(&ok);
-    if (!ok || !(value >= 0) || !std::isfinite(value)) {
-        qWarning("[Larkpin] preference %s holds %s; using %g", key,
-                 qPrintable(settings.value(k).toString()), fallback);
-        return fallback;
-    }
-    return value;
+    return ok && value >= 0 ? value : fallback;
 }
 } // namespace
 
@@ -75,32 +90,27 @@ Preferences load(QSettings &settings)
 {
     Preferences p = Preferences::defaults();
     const QVariant streams = settings.value(QStringLiteral("streams"));
-    if (streams.canConvert<QVariantMap>() && streams.typeId() == QMetaType::QVariantMap) {
+    if (streams.typeId() == QMetaType::QVariantMap) {
+        // One value that is not a switch spoils the whole map: the default stays.
         const QVariantMap map = streams.toMap();
-        bool allBooleans = true;
         std::map<QString, bool> read;
-        for (auto it = map.cbegin(); it != map.cend(); ++it) {
-            const auto b = asBool(it.value());
-            if (!b) {
-                allBooleans = false;
-                break;
-            }
-            read[it.key()] = *b;
+        bool allBooleans = true;
+        for (auto it = map.cbegin(); it != map.cend() && allBooleans; ++it) {
+            const auto b = strictBool(it.value());
+            allBooleans = b.has_value();
+            if (b)
+                read[it.key()] = *b;
         }
         if (allBooleans) {
             for (SignalKind k : SignalKinds::allCases) {
                 const auto found = read.find(SignalKinds::rawValue(k));
                 p.streams[k] = found == read.end() ? true : found->second;
             }
-        } else {
-            qWarning("[Larkpin] preference streams holds a value that is not a switch; showing every kind");
         }
-    } else if (settings.contains(QStringLiteral("streams"))) {
-        qWarning("[Larkpin] preference streams is not a map; showing every kind");
     }
     p.minTradeUsd = amount(settings, "minTradeUsd", 1000);
     p.focalUsd = amount(settings, "focalUsd", 25000);
-    p.paused = asBool(settings.value(QStringLiteral("paused"))).value_or(false);
+    p.paused = flag(settings.value(QStringLiteral("paused")));
     return p;
 }
 

@@ -8,6 +8,8 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <limits>
+
 using Writer = std::function<void(QSettings &)>;
 Q_DECLARE_METATYPE(Writer)
 Q_DECLARE_METATYPE(Preferences)
@@ -37,6 +39,18 @@ private Q_SLOTS:
             s.setValue(QStringLiteral("streams"),
                        QVariantMap{{QStringLiteral("whale"), false}, {QStringLiteral("spike"), QStringLiteral("yes")}});
         }) << d;
+        QTest::newRow("a text \"false\" is not a switch either") << Writer([](QSettings &s) {
+            s.setValue(QStringLiteral("streams"),
+                       QVariantMap{{QStringLiteral("whale"), false},
+                                   {QStringLiteral("spike"), QStringLiteral("false")}});
+        }) << d;
+        QTest::newRow("a number is not a switch") << Writer([](QSettings &s) {
+            s.setValue(QStringLiteral("streams"), QVariantMap{{QStringLiteral("whale"), 0}});
+        }) << d;
+        QTest::newRow("non-boolean under an unknown key spoils the map too") << Writer([](QSettings &s) {
+            s.setValue(QStringLiteral("streams"),
+                       QVariantMap{{QStringLiteral("whale"), false}, {QStringLiteral("zzz"), 3}});
+        }) << d;
         QTest::newRow("streams not a map") << Writer([](QSettings &s) {
             s.setValue(QStringLiteral("streams"), 42);
         }) << d;
@@ -56,6 +70,19 @@ private Q_SLOTS:
         QTest::newRow("zero focal kept") << Writer([](QSettings &s) {
             s.setValue(QStringLiteral("focalUsd"), 0.0);
         }) << with([](Preferences &p) { p.focalUsd = 0; });
+        QTest::newRow("NaN min falls back")
+            << Writer([](QSettings &s) { s.setValue(QStringLiteral("minTradeUsd"), QStringLiteral("nan")); })
+            << d;
+        QTest::newRow("negative focal falls back")
+            << Writer([](QSettings &s) { s.setValue(QStringLiteral("focalUsd"), -0.01); }) << d;
+        QTest::newRow("whole number paused flag")
+            << Writer([](QSettings &s) { s.setValue(QStringLiteral("paused"), 1); })
+            << with([](Preferences &p) { p.paused = true; });
+        QTest::newRow("YES paused flag")
+            << Writer([](QSettings &s) { s.setValue(QStringLiteral("paused"), QStringLiteral("YES")); })
+            << with([](Preferences &p) { p.paused = true; });
+        QTest::newRow("zero paused flag")
+            << Writer([](QSettings &s) { s.setValue(QStringLiteral("paused"), 0); }) << d;
         QTest::newRow("paused") << Writer([](QSettings &s) { s.setValue(QStringLiteral("paused"), true); })
                                 << with([](Preferences &p) { p.paused = true; });
     }
@@ -96,6 +123,8 @@ private Q_SLOTS:
         a.streams = {{SignalKind::whale, false}, {SignalKind::spike, false}, {SignalKind::stocks, false}};
         a.minTradeUsd = 0.5;
         QTest::newRow("all off, fractional") << a;
+        a.focalUsd = std::numeric_limits<double>::infinity();
+        QTest::newRow("infinite focal is not negative") << a;
     }
     void roundTrip()
     {
