@@ -2,6 +2,7 @@
 
 #include "Model/Clock.h"
 #include "Support/Format.h"
+#include "Support/Log.h"
 
 #include <QDateTime>
 #include <QTimeZone>
@@ -39,23 +40,23 @@ bool isNoise(const TwFill &fill)
     });
 }
 
-int pileInCount(const TwFill &fill)
+qint64 pileInCount(const TwFill &fill)
 {
     for (const QString &flag : fill.flags) {
         if (!flag.startsWith(pileInPrefix))
             continue;
         // Only the first such flag counts, even when it does not parse.
         const QString rest = flag.mid(pileInPrefix.size());
-        int i = 0;
+        qsizetype i = 0;
         if (i < rest.size() && (rest[i] == QLatin1Char('+') || rest[i] == QLatin1Char('-')))
             ++i;
         if (i == rest.size())
             return 0;
-        for (int j = i; j < rest.size(); ++j)
-            if (!rest[j].isDigit() || rest[j].unicode() > '9')
+        for (qsizetype j = i; j < rest.size(); ++j)
+            if (rest[j] < QLatin1Char('0') || rest[j] > QLatin1Char('9'))
                 return 0;
         bool ok = false;
-        const int n = rest.toInt(&ok);
+        const qint64 n = rest.toLongLong(&ok);
         return ok ? n : 0;
     }
     return 0;
@@ -63,8 +64,14 @@ int pileInCount(const TwFill &fill)
 
 int notionalPriority(double usd)
 {
-    const double m = std::log10(std::max(usd, 1.0));
-    return std::min(40 + roundedInt(m * 12), 95);
+    // A dollar or less (and a NaN) is the floor; anything from 10^(55/12) up,
+    // infinity included, is the cap, so the int conversion always fits.
+    if (!(usd > 1))
+        return 40;
+    const double steps = std::log10(usd) * 12;
+    if (steps >= 55)
+        return 95;
+    return std::min(40 + roundedInt(steps), 95);
 }
 
 Headline headline(const TwFill &fill)
@@ -82,7 +89,7 @@ Headline headline(const TwFill &fill)
 std::optional<QString> detail(const TwFill &fill, const TwTrader *trader)
 {
     QStringList pieces;
-    const int pileIn = pileInCount(fill);
+    const qint64 pileIn = pileInCount(fill);
     if (pileIn >= 2)
         pieces << QString::number(pileIn) + QStringLiteral(" tracked wallets in this pool");
     for (const QString &flag : fill.flags) {
@@ -112,8 +119,14 @@ std::optional<Signal> signal(const TwFill &fill, const TwTrader *trader, const T
     s.kind = fill.isStock ? SignalKind::stocks : SignalKind::whale;
     s.line = headline(fill);
     s.detail = detail(fill, trader);
-    // A pile-in count comes from the wire: clamp it so the sum cannot overflow.
-    const qint64 priority = qint64(notionalPriority(fill.usd)) + (fill.newPosition ? 5 : 0) + pileInCount(fill);
+    // The pile-in count comes from the wire and may be anything a 64-bit number
+    // holds: saturate instead of overflowing, then keep it in the int field.
+    qint64 priority = qint64(notionalPriority(fill.usd)) + (fill.newPosition ? 5 : 0);
+    const qint64 pileIn = pileInCount(fill);
+    if (pileIn > 0 && priority > std::numeric_limits<qint64>::max() - pileIn)
+        priority = std::numeric_limits<qint64>::max();
+    else
+        priority += pileIn; // the base is at least 40, so a negative count cannot underflow
     s.priority = int(std::clamp<qint64>(priority, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()));
     s.createdAt = fill.ts;
     s.expiresAt = fill.ts + 3600;
@@ -132,8 +145,12 @@ std::optional<Signal> signal(const TwRadar &radar, double /*now*/)
         return std::nullopt;
     if (radar.liquidity && *radar.liquidity <= 0)
         return std::nullopt;
-    if (!std::isfinite(radar.firstTs) || std::fabs(radar.firstTs) > 9.0e15) {
-        qWarning("[Larkpin] radar entry for %s has an unusable first_ts; dropped", qPrintable(radar.symbol));
+    // The id needs the whole seconds as a 64-bit number (2^63 is exact as a double).
+    const double seconds = std::trunc(radar.firstTs);
+    if (!std::isfinite(seconds) || seconds >= 9223372036854775808.0 || seconds < -9223372036854775808.0) {
+        if (Log::enabledByEnvironment())
+            Log::write("Larkpin", QStringLiteral("radar entry for ") + radar.symbol +
+                                      QStringLiteral(" has an unusable first_ts; dropped"));
         return std::nullopt;
     }
     Signal s;
@@ -145,7 +162,7 @@ std::optional<Signal> signal(const TwRadar &radar, double /*now*/)
     if (radar.poolAge && std::isfinite(*radar.poolAge) && std::fabs(*radar.poolAge) < 1e15)
         pieces << QStringLiteral("pool ") + Format::age(*radar.poolAge) + QStringLiteral(" old");
     s.detail = pieces.join(QStringLiteral(" · ")) + QLatin1Char('.');
-    s.id = QStringLiteral("tw-radar-") + radar.token + QLatin1Char('-') + QString::number(qint64(std::trunc(radar.firstTs)));
+    s.id = QStringLiteral("tw-radar-") + radar.token + QLatin1Char('-') + QString::number(qint64(seconds));
     s.kind = SignalKind::spike;
     s.line.ticker = dollarTicker(radar.symbol, radar.isStock);
     s.line.body = QString::number(radar.buyers) + QStringLiteral(" wallets piling in");

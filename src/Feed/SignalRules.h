@@ -14,7 +14,7 @@ std::optional<Signal> signal(const TwRadar &radar, double now);
 bool isNoise(const TwFill &fill);
 Headline headline(const TwFill &fill);
 std::optional<QString> detail(const TwFill &fill, const TwTrader *trader);
-int pileInCount(const TwFill &fill);
+qint64 pileInCount(const TwFill &fill);
 int notionalPriority(double usd);
 
 TokenProfile tokenProfile(const TwToken &token, double now);

@@ -7,6 +7,9 @@
 #include <QTest>
 #include <QTimeZone>
 
+#include <cmath>
+#include <limits>
+
 namespace {
 TwFill buy(double usd, QList<QString> flags = {}, bool newPosition = false)
 {
@@ -82,6 +85,10 @@ private Q_SLOTS:
         QTest::newRow("$25,000") << 25000.0 << 93;
         QTest::newRow("$100,000 capped") << 100000.0 << 95;
         QTest::newRow("$1B capped") << 1e9 << 95;
+        QTest::newRow("$0 and below") << -500.0 << 40;
+        QTest::newRow("NaN is the floor") << std::nan("") << 40;
+        QTest::newRow("infinity is the cap") << std::numeric_limits<double>::infinity() << 95;
+        QTest::newRow("just under the cap") << 30000.0 << 94; // 4.477 x 12 = 53.7
     }
     void priority()
     {
@@ -106,21 +113,42 @@ private Q_SLOTS:
     void pileInCount_data()
     {
         QTest::addColumn<QStringList>("flags");
-        QTest::addColumn<int>("count");
-        QTest::newRow("none") << QStringList{} << 0;
-        QTest::newRow("three") << QStringList{QStringLiteral("pile-in 3")} << 3;
-        QTest::newRow("signed") << QStringList{QStringLiteral("pile-in +4")} << 4;
-        QTest::newRow("not a number") << QStringList{QStringLiteral("pile-in many")} << 0;
-        QTest::newRow("nothing after") << QStringList{QStringLiteral("pile-in ")} << 0;
-        QTest::newRow("blank inside") << QStringList{QStringLiteral("pile-in 3 ")} << 0;
-        QTest::newRow("only the first counts") << QStringList{QStringLiteral("pile-in x"), QStringLiteral("pile-in 5")} << 0;
-        QTest::newRow("huge does not overflow") << QStringList{QStringLiteral("pile-in 99999999999999")} << 0;
+        QTest::addColumn<qint64>("count");
+        QTest::addColumn<int>("priority"); // of a $1 buy, which alone is worth 40
+        QTest::newRow("none") << QStringList{} << qint64(0) << 40;
+        QTest::newRow("three") << QStringList{QStringLiteral("pile-in 3")} << qint64(3) << 43;
+        QTest::newRow("signed") << QStringList{QStringLiteral("pile-in +4")} << qint64(4) << 44;
+        QTest::newRow("negative lowers it") << QStringList{QStringLiteral("pile-in -3")} << qint64(-3) << 37;
+        QTest::newRow("not a number") << QStringList{QStringLiteral("pile-in many")} << qint64(0) << 40;
+        QTest::newRow("nothing after") << QStringList{QStringLiteral("pile-in ")} << qint64(0) << 40;
+        QTest::newRow("sign alone") << QStringList{QStringLiteral("pile-in -")} << qint64(0) << 40;
+        QTest::newRow("blank inside") << QStringList{QStringLiteral("pile-in 3 ")} << qint64(0) << 40;
+        QTest::newRow("non-ascii digits") << QStringList{QStringLiteral("pile-in \u0663")} << qint64(0) << 40;
+        QTest::newRow("only the first counts")
+            << QStringList{QStringLiteral("pile-in x"), QStringLiteral("pile-in 5")} << qint64(0) << 40;
+        QTest::newRow("past 32 bits") << QStringList{QStringLiteral("pile-in 99999999999999")}
+                                      << Q_INT64_C(99999999999999) << std::numeric_limits<int>::max();
+        QTest::newRow("int64 max saturates")
+            << QStringList{QStringLiteral("pile-in 9223372036854775807")}
+            << std::numeric_limits<qint64>::max() << std::numeric_limits<int>::max();
+        QTest::newRow("int64 min") << QStringList{QStringLiteral("pile-in -9223372036854775808")}
+                                   << std::numeric_limits<qint64>::min() << std::numeric_limits<int>::min();
+        QTest::newRow("past 64 bits")
+            << QStringList{QStringLiteral("pile-in 9223372036854775808")} << qint64(0) << 40;
     }
     void pileInCount()
     {
         QFETCH(QStringList, flags);
-        QFETCH(int, count);
-        QCOMPARE(SignalRules::pileInCount(buy(100, flags)), count);
+        QFETCH(qint64, count);
+        QFETCH(int, priority);
+        QCOMPARE(SignalRules::pileInCount(buy(1, flags)), count);
+        QCOMPARE(SignalRules::signal(buy(1, flags), nullptr, nullptr)->priority, priority);
+    }
+
+    void hugePileInStillReadsInTheDetail()
+    {
+        const auto d = SignalRules::detail(buy(1, {QStringLiteral("pile-in 5000000000")}), nullptr);
+        QCOMPARE(d, std::optional(QStringLiteral("5000000000 tracked wallets in this pool.")));
     }
 
     void detailSentence_data()
@@ -211,13 +239,27 @@ private Q_SLOTS:
             QCOMPARE(*s->detail, QStringLiteral("15 tracked wallets in · $38.0K · pool 2h old."));
     }
 
-    void radarWithUnusableTimeIsDropped()
+    void radarTimeMustFitTheId_data()
     {
+        QTest::addColumn<double>("firstTs");
+        QTest::addColumn<QString>("id"); // null: dropped
+        QTest::newRow("infinite") << std::numeric_limits<double>::infinity() << QString();
+        QTest::newRow("NaN") << std::nan("") << QString();
+        QTest::newRow("2^63") << 9223372036854775808.0 << QString();
+        QTest::newRow("far future still fits") << 1e17 << QStringLiteral("tw-radar-M-100000000000000000");
+        QTest::newRow("before 1970 truncates toward zero") << -5.7 << QStringLiteral("tw-radar-M--5");
+    }
+    void radarTimeMustFitTheId()
+    {
+        QFETCH(double, firstTs);
+        QFETCH(QString, id);
         TwRadar r;
+        r.token = QStringLiteral("M");
+        r.symbol = QStringLiteral("POP");
         r.buyers = 3;
-        r.firstTs = std::numeric_limits<double>::infinity();
-        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("unusable first_ts")));
-        QVERIFY(!SignalRules::signal(r, 0));
+        r.firstTs = firstTs;
+        const auto s = SignalRules::signal(r, 0);
+        QCOMPARE(s ? s->id : QString(), id);
     }
 
     void walletProfile()
