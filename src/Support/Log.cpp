@@ -13,7 +13,15 @@ bool enabledByEnvironment()
 
 QString formatLine(const char *tag, const QString &message, const QString &clock)
 {
-    return clock + QStringLiteral(" [") + QLatin1String(tag) + QStringLiteral("] ") + message + QLatin1Char('\n');
+    // Messages quote wire text (symbols, handles, frame types); a control
+    // character or line separator in it must not split or forge a line.
+    QString flat = message;
+    for (QChar &c : flat)
+        if (c.unicode() < 0x20 || c.unicode() == 0x7f || c == QChar::LineSeparator ||
+            c == QChar::ParagraphSeparator)
+            c = QLatin1Char(' ');
+    return clock + QStringLiteral(" [") + QLatin1String(tag) + QStringLiteral("] ") + flat +
+           QLatin1Char('\n');
 }
 
 void write(const char *tag, const QString &message)
