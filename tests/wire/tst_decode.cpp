@@ -7,6 +7,8 @@
 #include <QJsonObject>
 #include <QTest>
 
+#include <limits>
+
 namespace {
 QByteArray baseFill(const QByteArray &extra = {}, const QByteArray &without = {})
 {
@@ -130,6 +132,94 @@ private Q_SLOTS:
         QVERIFY(two);
         QCOMPARE(two->bags.size(), 2);
         QCOMPARE(two->bags[0].costUsd, std::optional(10.0));
+    }
+
+    // Every record kind: a wrong type fails it even where the key is optional,
+    // null counts as absent, and a list answer fails whole.
+    void wrongTypesFailTheRecord_data()
+    {
+        QTest::addColumn<QByteArray>("body");
+        QTest::addColumn<QByteArray>("kind");
+        QTest::addColumn<bool>("decodes");
+        QTest::newRow("radar buyers fraction")
+            << QByteArray(R"([{"token":"M","symbol":"P","first_ts":1,"buyers":2.5}])") << QByteArray("radar")
+            << false;
+        QTest::newRow("radar buyers null is 0")
+            << QByteArray(R"([{"token":"M","symbol":"P","first_ts":1,"buyers":null}])") << QByteArray("radar")
+            << true;
+        QTest::newRow("radar is_stock text stays lenient")
+            << QByteArray(R"([{"token":"M","symbol":"P","first_ts":1,"is_stock":"yes"}])")
+            << QByteArray("radar") << true;
+        QTest::newRow("radar pool_age text")
+            << QByteArray(R"([{"token":"M","symbol":"P","first_ts":1,"pool_age":"2h"}])")
+            << QByteArray("radar") << false;
+        QTest::newRow("token honeypot null")
+            << QByteArray(R"([{"token":"M","symbol":"P","honeypot":null}])") << QByteArray("token") << true;
+        QTest::newRow("token holders fraction")
+            << QByteArray(R"([{"token":"M","symbol":"P","holders":1.5}])") << QByteArray("token") << false;
+        QTest::newRow("token pair_url number")
+            << QByteArray(R"([{"token":"M","symbol":"P","pair_url":5}])") << QByteArray("token") << false;
+        QTest::newRow("trader win_rate text")
+            << QByteArray(R"([{"address":"A","handle":"k","win_rate":"60%"}])") << QByteArray("trader")
+            << false;
+        QTest::newRow("trader handle null")
+            << QByteArray(R"([{"address":"A","handle":null}])") << QByteArray("trader") << false;
+        QTest::newRow("one bad trader fails the list")
+            << QByteArray(R"([{"address":"A","handle":"k"},{"address":"B","handle":"j","wins":"3"}])")
+            << QByteArray("trader") << false;
+        QTest::newRow("detail bags not a list")
+            << QByteArray(R"({"address":"A","handle":"k","bags":{}})") << QByteArray("detail") << false;
+        QTest::newRow("detail bags null is empty")
+            << QByteArray(R"({"address":"A","handle":"k","bags":null})") << QByteArray("detail") << true;
+        QTest::newRow("bag cost text")
+            << QByteArray(R"({"address":"A","handle":"k","bags":[{"symbol":"W","cost_usd":"9"}]})")
+            << QByteArray("detail") << false;
+        QTest::newRow("detail num_trades fraction")
+            << QByteArray(R"({"address":"A","handle":"k","num_trades":2.5})") << QByteArray("detail")
+            << false;
+        QTest::newRow("detail as a list")
+            << QByteArray(R"([{"address":"A","handle":"k"}])") << QByteArray("detail") << false;
+        QTest::newRow("fill list answer as an object")
+            << QByteArray(R"({"data":[]})") << QByteArray("fill") << false;
+    }
+    void wrongTypesFailTheRecord()
+    {
+        QFETCH(QByteArray, body);
+        QFETCH(QByteArray, kind);
+        QFETCH(bool, decodes);
+        bool got = false;
+        if (kind == "radar")
+            got = TwDecode::radars(body).has_value();
+        else if (kind == "token")
+            got = TwDecode::tokens(body).has_value();
+        else if (kind == "trader")
+            got = TwDecode::traders(body).has_value();
+        else if (kind == "detail")
+            got = TwDecode::traderDetail(body).has_value();
+        else
+            got = TwDecode::fills(body).has_value();
+        QCOMPARE(got, decodes);
+    }
+
+    void integersStayExact_data()
+    {
+        QTest::addColumn<QByteArray>("id");
+        QTest::addColumn<qint64>("expected"); // 0: the fill does not decode
+        QTest::newRow("int64 max") << QByteArray("9223372036854775807") << std::numeric_limits<qint64>::max();
+        QTest::newRow("int64 min") << QByteArray("-9223372036854775808")
+                                   << std::numeric_limits<qint64>::min();
+        QTest::newRow("2^53 + 1") << QByteArray("9007199254740993") << Q_INT64_C(9007199254740993);
+        QTest::newRow("a whole number written with a point") << QByteArray("12.0") << qint64(12);
+        QTest::newRow("just past int64") << QByteArray("9223372036854775808") << qint64(0);
+        QTest::newRow("beyond a double") << QByteArray("1e400") << qint64(0);
+    }
+    void integersStayExact()
+    {
+        QFETCH(QByteArray, id);
+        QFETCH(qint64, expected);
+        const auto list =
+            TwDecode::fills("[" + baseFill({}, "id").replace("{", QByteArray("{\"id\":" + id + ",")) + "]");
+        QCOMPARE(list ? list->first().id : qint64(0), expected);
     }
 
     void socketFrames_data()

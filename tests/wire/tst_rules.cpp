@@ -324,6 +324,12 @@ private Q_SLOTS:
         QTest::newRow("09:30 day after spring change") << newYork(2026, 3, 9, 9, 30) << MarketSession::regular;
         QTest::newRow("09:29 day before spring change") << newYork(2026, 3, 7, 9, 29) << MarketSession::pre;
         QTest::newRow("16:00 day after autumn change") << newYork(2026, 11, 2, 16, 0) << MarketSession::post;
+        // The change days themselves: 2026-03-08 (EST -> EDT) and 2026-11-01 (EDT -> EST).
+        QTest::newRow("13:30 UTC on the spring change day") << 1772976600.0 << MarketSession::regular;
+        QTest::newRow("13:29 UTC on the spring change day") << 1772976540.0 << MarketSession::pre;
+        QTest::newRow("20:59 UTC on the autumn change day") << 1793566740.0 << MarketSession::regular;
+        QTest::newRow("21:00 UTC on the autumn change day") << 1793566800.0 << MarketSession::post;
+        QTest::newRow("20:00 UTC on the autumn change day") << 1793563200.0 << MarketSession::regular;
         QTest::newRow("saturday counts as regular") << newYork(2026, 11, 21, 11, 0) << MarketSession::regular;
         // 14:00 UTC is 09:00 in winter (pre) but 10:00 in summer (regular).
         QTest::newRow("14:00 UTC in January") << 1767276000.0 << MarketSession::pre;

@@ -59,10 +59,11 @@ private Q_SLOTS:
         w.append(Now - 900, 80, false);  // exactly 900 s stays
         w.append(Now - 900.5, 160, true); // pruned
         w.append(Now + 30, 320, true);   // from the future: no bucket
+        w.append(Now + 10, 1280, false); // even a few seconds ahead: no bucket, but recent
         w.append(Now - 5, 640, true);    // slot 23
         const Telemetry t = w.snapshot(Now, 7, 3);
-        QCOMPARE(w.tickCount(), 6);
-        QCOMPARE(t.fillsPerMinute, 3 / 5.0); // 299 s, future (negative age) and 5 s
+        QCOMPARE(w.tickCount(), 7);
+        QCOMPARE(t.fillsPerMinute, 4 / 5.0); // 299 s, both future ticks (negative age) and 5 s
         QCOMPARE(t.buckets[14], 10.0);
         QCOMPARE(t.buckets[13], 20.0);
         QCOMPARE(t.buckets[23], 640.0);
@@ -70,7 +71,7 @@ private Q_SLOTS:
         for (double b : t.buckets)
             total += b;
         QCOMPARE(total, 670.0);
-        QCOMPARE(t.rail.size(), 6);
+        QCOMPARE(t.rail.size(), 7);
         QCOMPARE(t.held, 7);
         QCOMPARE(t.visible, 3);
     }
