@@ -159,7 +159,7 @@ std::optional<Signal> signal(const TwRadar &radar, double /*now*/)
     QStringList pieces{QString::number(radar.buyers) + QStringLiteral(" tracked wallets in")};
     if (radar.usdIn)
         pieces << Format::usd(*radar.usdIn);
-    if (radar.poolAge && std::isfinite(*radar.poolAge) && std::fabs(*radar.poolAge) < 1e15)
+    if (radar.poolAge)
         pieces << QStringLiteral("pool ") + Format::age(*radar.poolAge) + QStringLiteral(" old");
     s.detail = pieces.join(QStringLiteral(" · ")) + QLatin1Char('.');
     s.id = QStringLiteral("tw-radar-") + radar.token + QLatin1Char('-') + QString::number(qint64(seconds));

@@ -26,12 +26,19 @@ template <typename... Args> QString cprintf(const char *format, Args... args)
     return QString::fromLatin1(buf, n < int(sizeof buf) ? n : int(sizeof buf) - 1);
 }
 
-// round() is half away from zero, as the texts require.
-qint64 toInt64OrDie(double value, const char *what)
+// round() is half away from zero, as the texts require. Times and sizes from
+// the wire reach these texts (a fill dated -1e300 makes an age of 1e300 s), so
+// a value past the 64-bit range saturates instead of taking the app down, and a
+// NaN counts as zero.
+qint64 toInt64(double value)
 {
+    if (std::isnan(value))
+        return 0;
     // 2^63 is exactly representable; anything at or above it does not fit.
-    if (!std::isfinite(value) || value >= 9223372036854775808.0 || value < -9223372036854775808.0)
-        qFatal("Format::%s: %f cannot be shown as a whole number", what, value);
+    if (value >= 9223372036854775808.0)
+        return std::numeric_limits<qint64>::max();
+    if (value < -9223372036854775808.0)
+        return std::numeric_limits<qint64>::min();
     return static_cast<qint64>(value);
 }
 
@@ -95,12 +102,12 @@ QString age(double seconds)
 {
     const double s = seconds;
     if (s < 60)
-        return QString::number(toInt64OrDie(std::round(s), "age")) + QLatin1Char('s');
+        return QString::number(toInt64(std::round(s))) + QLatin1Char('s');
     if (s < 3600)
-        return QString::number(toInt64OrDie(std::round(s / 60), "age")) + QLatin1Char('m');
+        return QString::number(toInt64(std::round(s / 60))) + QLatin1Char('m');
     if (s < 86400)
-        return QString::number(toInt64OrDie(std::round(s / 3600), "age")) + QLatin1Char('h');
-    return QString::number(toInt64OrDie(std::round(s / 86400), "age")) + QLatin1Char('d');
+        return QString::number(toInt64(std::round(s / 3600))) + QLatin1Char('h');
+    return QString::number(toInt64(std::round(s / 86400))) + QLatin1Char('d');
 }
 
 QString relative(double date, double now)
@@ -108,7 +115,7 @@ QString relative(double date, double now)
     const double e = now - date;
     if (!(e >= 0) || e < 45)
         return QStringLiteral("now");
-    const qint64 m = toInt64OrDie(std::trunc(e / 60), "relative");
+    const qint64 m = toInt64(std::trunc(e / 60));
     if (m < 60)
         return QString::number(std::max<qint64>(m, 1)) + QLatin1Char('m');
     if (m > 1439)
@@ -120,15 +127,15 @@ QString duration(double minutes)
 {
     const double x = minutes;
     if (x < 60)
-        return QString::number(std::max<qint64>(toInt64OrDie(std::round(x), "duration"), 1)) + QLatin1Char('m');
-    const qint64 h = toInt64OrDie(std::trunc(x / 60), "duration");
+        return QString::number(std::max<qint64>(toInt64(std::round(x)), 1)) + QLatin1Char('m');
+    const qint64 h = toInt64(std::trunc(x / 60));
     if (h > 23) {
         const qint64 days = h / 24, rest = h % 24;
         if (rest != 0)
             return QString::number(days) + QStringLiteral("d ") + QString::number(rest) + QLatin1Char('h');
         return QString::number(days) + QLatin1Char('d');
     }
-    const qint64 mins = toInt64OrDie(std::round(std::fmod(x, 60)), "duration");
+    const qint64 mins = toInt64(std::round(std::fmod(x, 60)));
     if (mins != 0)
         return QString::number(h) + QStringLiteral("h ") + QString::number(mins) + QLatin1Char('m');
     return QString::number(h) + QLatin1Char('h');

@@ -85,6 +85,13 @@ class FormatTest : public QObject {
         row("count int64 max", [] { return count(std::numeric_limits<qint64>::max()); },
             "9,223,372,036,854,775,807");
         row("fixed", [] { return fixed(3.14159, 2); }, "3.14");
+        // Wire times can be anything finite; the texts saturate rather than stop.
+        row("age of a fill dated -1e300", [] { return age(1e300); }, "9223372036854775807d");
+        row("age far in the future", [] { return age(-1e300); }, "-9223372036854775808s");
+        row("age nan", [] { return age(std::nan("")); }, "0d");
+        row("relative infinitely long ago", [] { return relative(-1.7e308, 1.7e308); }, "6405119470038038d");
+        row("duration huge", [] { return duration(1e300); }, "384307168202282325d 7h");
+        row("duration huge negative", [] { return duration(-1e300); }, "1m");
     }
 
 private Q_SLOTS:

@@ -262,6 +262,21 @@ private Q_SLOTS:
         QCOMPARE(s ? s->id : QString(), id);
     }
 
+    void radarPoolAgeAlwaysShows()
+    {
+        TwRadar r;
+        r.token = QStringLiteral("M");
+        r.symbol = QStringLiteral("POP");
+        r.buyers = 2;
+        r.firstTs = 1700000000;
+        r.poolAge = 1e300; // nonsense from the wire still reads, and never stops the app
+        QCOMPARE(SignalRules::signal(r, 0)->detail,
+                 std::optional(QStringLiteral("2 tracked wallets in · pool 9223372036854775807d old.")));
+        r.poolAge = 59.6;
+        QCOMPARE(SignalRules::signal(r, 0)->detail,
+                 std::optional(QStringLiteral("2 tracked wallets in · pool 60s old.")));
+    }
+
     void walletProfile()
     {
         TwTraderDetail d;
