@@ -109,6 +109,12 @@ void TarnwickClient::fetch(const QString &path, QObject *context, BodyCallback d
                                       : reply->errorString());
             return;
         }
+        if (reply->error() != QNetworkReply::NoError) {
+            // The head said 200 but the body never arrived whole (connection
+            // lost, time-out mid-body): a transport failure, not a round trip.
+            done(std::nullopt, reply->errorString());
+            return;
+        }
         // The round trip counts even when the body turns out not to decode.
         if (onLatency)
             onLatency(double(clock.nsecsElapsed()) / 1000000.0);

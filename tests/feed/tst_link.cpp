@@ -2,6 +2,7 @@
 // interval shortened: each row of the link-state table, driven by a fault,
 // and the REST rules (status, time-out, gating, enrichment, paths, logging).
 
+#include "CaptureStderr.h"
 #include "Feed/Tarnwick.h"
 #include "Feed/TarnwickClient.h"
 #include "TarnwickSim.h"
@@ -10,48 +11,13 @@
 #include <QJsonObject>
 #include <QRegularExpression>
 #include <QSignalSpy>
-#include <QTemporaryFile>
+#include <QTcpServer>
+#include <QTcpSocket>
 #include <QTest>
-
-#include <unistd.h>
 
 using namespace tarnwick;
 
 namespace {
-// Standard error into a file for the length of a scope, so the log lines can be read back.
-class CaptureStderr {
-public:
-    CaptureStderr()
-    {
-        file_.open();
-        saved_ = ::dup(STDERR_FILENO);
-        ::dup2(file_.handle(), STDERR_FILENO);
-    }
-    ~CaptureStderr() { restore(); }
-    QStringList lines()
-    {
-        restore();
-        file_.seek(0);
-        QStringList out;
-        for (const QByteArray &line : file_.readAll().split('\n'))
-            if (!line.isEmpty())
-                out << QString::fromUtf8(line);
-        return out;
-    }
-
-private:
-    void restore()
-    {
-        if (saved_ < 0)
-            return;
-        ::dup2(saved_, STDERR_FILENO);
-        ::close(saved_);
-        saved_ = -1;
-    }
-    QTemporaryFile file_;
-    int saved_ = -1;
-};
-
 QByteArray fillsFrame(std::initializer_list<qint64> ids)
 {
     QByteArray data;
@@ -182,6 +148,38 @@ private Q_SLOTS:
         QVERIFY(client_->hasSocket());
         QCOMPARE(client_->socketFailures(), 0);
         QVERIFY(QTest::qWaitFor([&] { return sim_->requestCount(QStringLiteral("/tape")) >= 3; }, 3000));
+    }
+
+    void socketHandshakeCarriesTheUserAgent()
+    {
+        // REST goes nowhere, so the only request the service sees is the upgrade.
+        client_ = std::make_unique<TarnwickClient>(QStringLiteral("http://127.0.0.1:9/api"),
+                                                   sim_->socketURL(), quick(), systemNow);
+        client_->onLink = [this](LinkState s) { links_ << s; };
+        client_->start();
+        QVERIFY(waitForLink(LinkState::live));
+        QCOMPARE(sim_->requestCount(QString()), sim_->requestCount(QStringLiteral("/ws")));
+        QCOMPARE(sim_->lastUserAgent(), QByteArray("Larkpin/0.1 (+") + Tarnwick::siteURL().toUtf8() + ')');
+    }
+
+    void unansweredPingDropsTheLiveLink()
+    {
+        qputenv("LARKPIN_LOG", "1");
+        QStringList messages;
+        {
+            CaptureStderr capture;
+            makeClient();
+            client_->start();
+            QVERIFY(waitForLink(LinkState::live));
+            QVERIFY(waitForSocket());
+            sim_->setAnswerPings(false);
+            QVERIFY(waitForLink(LinkState::down));
+            QCOMPARE(client_->socketFailures(), 1);
+            client_->stop();
+            messages = capture.messages(QStringLiteral("tw"));
+        }
+        QVERIFY(std::any_of(messages.begin(), messages.end(),
+                            [](const QString &m) { return m.startsWith(QStringLiteral("ping FAILED: ")); }));
     }
 
     void pingsCatchAHandshakeThatNeverEnds()
@@ -415,6 +413,38 @@ private Q_SLOTS:
             QVERIFY2(clock.elapsed() < 1900, "the request time-out did not end the slow request");
     }
 
+    void bodyCutShortIsNotARoundTrip()
+    {
+        // A head that promises more than the peer sends before hanging up.
+        QTcpServer peer;
+        QVERIFY(peer.listen(QHostAddress::LocalHost, 0));
+        connect(&peer, &QTcpServer::newConnection, this, [&peer] {
+            QTcpSocket *s = peer.nextPendingConnection();
+            connect(s, &QTcpSocket::readyRead, s, [s] {
+                s->readAll();
+                s->write("HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nContent-Length: "
+                         "4000\r\n\r\n[{\"id\":");
+                s->flush();
+                s->disconnectFromHost();
+            });
+        });
+        client_ = std::make_unique<TarnwickClient>(QStringLiteral("http://127.0.0.1:") +
+                                                       QString::number(peer.serverPort()),
+                                                   sim_->socketURL(), quick(), systemNow);
+        bool latency = false;
+        client_->onLatency = [&](double) { latency = true; };
+        std::optional<std::optional<QList<TwFill>>> result;
+        QString error;
+        client_->tape(60, this, [&](std::optional<QList<TwFill>> fills, QString e) {
+            result = fills;
+            error = e;
+        });
+        QVERIFY(QTest::qWaitFor([&] { return result.has_value(); }, 5000));
+        QVERIFY(!result->has_value());
+        QVERIFY(!error.isEmpty());
+        QVERIFY(!latency);
+    }
+
     void contextEndsDelivery()
     {
         sim_->setEndpointFault(QStringLiteral("/tape"), EndpointFault{EndpointFaultKind::Delay, 100});
@@ -620,6 +650,7 @@ private Q_SLOTS:
             sim_->sendRawFrame(R"({"type":"x\n00:00:00 [tw] forged","data":null})");
             QVERIFY(QTest::qWaitFor([&] { return client_->framesReceived() == 4; }, 3000));
             QVERIFY(QTest::qWaitFor([&] { return client_->fillsReceived() == 3; }, 3000));
+            QTest::qWait(quick().pingIntervalMs * 2 + 100); // at least one answered ping
             client_->stop();
             lines = capture.lines();
         }
@@ -638,6 +669,10 @@ private Q_SLOTS:
         // A line feed in wire text cannot forge a second line.
         QVERIFY(messages.contains(QStringLiteral("frame #4 type=x 00:00:00 [tw] forged")));
         QVERIFY(!messages.contains(QStringLiteral("forged")));
+        const QRegularExpression pingOk(QStringLiteral("^ping ok \u00b7 frames=\\d+ fills=3$"));
+        QVERIFY2(std::any_of(messages.begin(), messages.end(),
+                             [&](const QString &m) { return pingOk.match(m).hasMatch(); }),
+                 qPrintable(messages.join(QLatin1Char('\n'))));
     }
 };
 

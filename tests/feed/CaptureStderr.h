@@ -1,0 +1,57 @@
+#pragma once
+// Standard error into a file for the length of a scope, so that log lines can
+// be read back.
+
+#include <QStringList>
+#include <QTemporaryFile>
+
+#include <unistd.h>
+
+class CaptureStderr {
+public:
+    CaptureStderr()
+    {
+        file_.open();
+        saved_ = ::dup(STDERR_FILENO);
+        ::dup2(file_.handle(), STDERR_FILENO);
+    }
+    ~CaptureStderr() { restore(); }
+    CaptureStderr(const CaptureStderr &) = delete;
+    CaptureStderr &operator=(const CaptureStderr &) = delete;
+
+    QStringList lines()
+    {
+        restore();
+        file_.seek(0);
+        QStringList out;
+        for (const QByteArray &line : file_.readAll().split('\n'))
+            if (!line.isEmpty())
+                out << QString::fromUtf8(line);
+        return out;
+    }
+
+    // The messages of the lines that carry `tag` ("tw" or "Larkpin"), with the
+    // "HH:mm:ss [tag] " prefix taken off.
+    QStringList messages(const QString &tag)
+    {
+        const QString mark = QStringLiteral(" [") + tag + QStringLiteral("] ");
+        QStringList out;
+        for (const QString &line : lines())
+            if (line.size() > 8 && line.mid(8, mark.size()) == mark && line.at(2) == QLatin1Char(':') &&
+                line.at(5) == QLatin1Char(':'))
+                out << line.mid(8 + mark.size());
+        return out;
+    }
+
+private:
+    void restore()
+    {
+        if (saved_ < 0)
+            return;
+        ::dup2(saved_, STDERR_FILENO);
+        ::close(saved_);
+        saved_ = -1;
+    }
+    QTemporaryFile file_;
+    int saved_ = -1;
+};
