@@ -453,9 +453,12 @@ void FeedStore::loadDetail(const Signal &signal)
     const QString id = signal.id;
     if (details_.contains(id) || loadingDetail_.contains(id))
         return;
+    // Both sets change before anyone hears of it: an id is never seen in
+    // both at once.
     loadingDetail_.insert(id);
+    const bool wasFailed = failedDetail_.remove(id);
     Q_EMIT loadingDetailChanged();
-    if (failedDetail_.remove(id))
+    if (wasFailed)
         Q_EMIT failedDetailChanged();
 
     struct Work {
@@ -520,7 +523,9 @@ void FeedStore::loadDetail(const Signal &signal)
                               });
     };
     if (signal.kind == SignalKind::spike) {
-        walletStep();
+        // Even a load that needs no request finishes later, never inside this
+        // call: the caller always sees the loading state first.
+        QMetaObject::invokeMethod(this, walletStep, Qt::QueuedConnection);
         return;
     }
     client_->tape(200, this, [work, fail, walletStep](std::optional<QList<TwFill>> fills, QString) {

@@ -139,10 +139,18 @@ private Q_SLOTS:
         QVERIFY(store().failedDetail().contains(s.id));
         QVERIFY(!store().details().contains(s.id));
 
-        // A retry clears the failure before its first request goes out.
+        // A retry clears the failure before its first request goes out, and
+        // no observer ever sees the id loading and failed at once.
         sim_->clearFaults();
         QSignalSpy failed(&store(), &FeedStore::failedDetailChanged);
+        bool both = false;
+        const auto check = [&] {
+            both = both || (store().loadingDetail().contains(s.id) && store().failedDetail().contains(s.id));
+        };
+        connect(&store(), &FeedStore::loadingDetailChanged, this, check);
+        connect(&store(), &FeedStore::failedDetailChanged, this, check);
         store().loadDetail(s);
+        QVERIFY(!both);
         QVERIFY(!store().failedDetail().contains(s.id));
         QVERIFY(store().loadingDetail().contains(s.id));
         QCOMPARE(failed.count(), 1);
@@ -161,6 +169,9 @@ private Q_SLOTS:
         const Signal s = *SignalRules::signal(r, systemNow());
         const int before = sim_->requestCount(QString());
         store().loadDetail(s);
+        // Nothing to ask for, yet the load still ends later, not inside the call.
+        QVERIFY(store().loadingDetail().contains(s.id));
+        QVERIFY(!store().details().contains(s.id));
         QVERIFY(waitSettled(s.id));
         QCOMPARE(sim_->requestCount(QString()), before); // no tape, no trader
         const SignalDetail d = store().details().value(s.id);
