@@ -1,8 +1,11 @@
 // The store's rules, fed directly with wire records and a clock that the test
 // moves: merging, equity groups, filters, pruning, heroes and publication.
 
+#include "CaptureStderr.h"
 #include "Feed/FeedStore.h"
+#include "Feed/SignalRules.h"
 #include "IsolatedSettings.h"
+#include "Support/Format.h"
 #include "TarnwickSim.h"
 
 #include <QSignalSpy>
@@ -185,6 +188,41 @@ private Q_SLOTS:
         QCOMPARE(store().tickerSignals().size(), 7);
     }
 
+    void tickerIgnoresTheFilterAndStopsAtEight()
+    {
+        QList<TwFill> batch;
+        for (int i = 0; i < 10; ++i)
+            batch << fill(i + 1, T0, "w", QByteArray::number(i).prepend("t").constData(), 5000);
+        store().ingest(batch);
+        store().ingest({radar("pool", 3, T0)});
+        store().setFilter(FeedFilter::of(SignalKind::spike));
+        QCOMPARE(store().visibleSignals().size(), 1);
+        const QList<Signal> ticker = store().tickerSignals();
+        QCOMPARE(ticker.size(), 8);
+        QVERIFY(std::any_of(ticker.begin(), ticker.end(),
+                            [](const Signal &s) { return s.kind == SignalKind::whale; }));
+        QCOMPARE(ids(store().heroSignals()), ids(store().visibleSignals()));
+    }
+
+    void scoreLosesHalfAPointPerMinute_data()
+    {
+        QTest::addColumn<double>("age");
+        QTest::addColumn<double>("loss");
+        QTest::newRow("new") << 0.0 << 0.0;
+        QTest::newRow("two minutes") << 120.0 << 1.0;
+        QTest::newRow("an hour") << 3600.0 << 30.0;
+        QTest::newRow("from the future") << -600.0 << 0.0;
+    }
+    void scoreLosesHalfAPointPerMinute()
+    {
+        QFETCH(double, age);
+        QFETCH(double, loss);
+        Signal s;
+        s.priority = 80;
+        s.createdAt = T0 - age;
+        QCOMPARE(store().score(s, T0), 80.0 - loss);
+    }
+
     void fewSignalsAreAllHeroes()
     {
         store().ingest({fill(1, T0, "kai", "wif", 5000), fill(2, T0, "mo", "bonk", 5000)});
@@ -327,6 +365,48 @@ private Q_SLOTS:
         // Batches from the client land in the store.
         c.onFills({fill(2, T0, "mo", "bonk", 5000)});
         QCOMPARE(store().heldCount(), 2);
+    }
+
+    void logLines()
+    {
+        qputenv("LARKPIN_LOG", "1");
+        QStringList messages;
+        {
+            CaptureStderr capture;
+            init(); // a store that reads the switch now
+            qunsetenv("LARKPIN_LOG");
+            store().client().onLink(LinkState::polling);
+            TwFill noise = fill(1, T0, "kai", "wif", 50000);
+            noise.flags = {QStringLiteral("not a real buy (transfer)"), QStringLiteral("new position")};
+            store().ingest({noise});
+            store().ingest({fill(2, T0, "kai", "wif", 5000)});
+            store().ingest({fill(3, T0 + 1, "kai", "wif", 4000)}); // a smaller repeat says nothing
+            store().ingest({fill(4, T0, "ana", "tslax", 4000, "buy", true)});
+            store().ingest({fill(5, T0 + 1, "bo", "tslax", 9000, "buy", true)});
+            store().ingest({radar("pool", 3, T0)});
+            store().ingest({radar("pool", 3, T0)}); // re-sent: nothing to say
+            messages = capture.messages(QStringLiteral("Larkpin"));
+        }
+        const Signal whale = *SignalRules::signal(fill(2, T0, "kai", "wif", 5000), nullptr, nullptr);
+        const Signal spike = *SignalRules::signal(radar("pool", 3, T0), now_);
+        QString group;
+        for (const Signal &s : store().signalList())
+            if (s.kind == SignalKind::stocks)
+                group = s.line.text();
+        QVERIFY(!group.isEmpty());
+        const QStringList expected{
+            QStringLiteral("link → polling"),
+            QStringLiteral("drop  WIF ") + Format::usd(50000) +
+                QStringLiteral(" — not a real buy (transfer), new position"),
+            QStringLiteral("keep  [WHALE] p") + QString::number(whale.priority) + QLatin1Char(' ') +
+                whale.line.text(),
+            QStringLiteral("feed  1 visible / 1 held"),
+            QStringLiteral("keep  [STOCK] ") + group,
+            QStringLiteral("feed  2 visible / 2 held"),
+            QStringLiteral("radar [SPIKE] ") + spike.line.text(),
+            QStringLiteral("feed  3 visible / 3 held"),
+        };
+        QCOMPARE(messages, expected);
     }
 
     void signalsWithBrokenTimesAreNotHeld()
