@@ -1,0 +1,47 @@
+#pragma once
+// Decides which one signal, if any, takes over the ticker: a fresh, recent
+// trade at or above the focus threshold (or a strong spike without a size).
+// The takeover ends by itself after a hold, or when focal alerts are switched
+// off. Main thread only.
+
+#include "Model/Clock.h"
+#include "Model/Signal.h"
+
+#include <QObject>
+#include <QSet>
+
+#include <functional>
+#include <optional>
+
+class QTimer;
+
+class FocalDirector : public QObject {
+    Q_OBJECT
+public:
+    static constexpr double recencySeconds = 120;
+    static constexpr int spikePriority = 60;
+    static constexpr int holdMs = 7000;
+
+    // Tests pass their own clock and a shorter hold.
+    explicit FocalDirector(Clock now = systemNow, int holdMs = FocalDirector::holdMs,
+                           QObject *parent = nullptr);
+
+    // The store's full signal list and the focus threshold in dollars.
+    void consider(const QList<Signal> &list, double threshold);
+
+    const std::optional<Signal> &current() const { return current_; }
+    bool isWarmedUp() const { return warmedUp_; }
+    bool releasePending() const;
+
+    // Called with the new focal signal, or with none when the takeover ends.
+    std::function<void(const std::optional<Signal> &)> onChange;
+
+private:
+    void clear();
+
+    QSet<QString> seen_;
+    bool warmedUp_ = false;
+    QTimer *releaseTask_ = nullptr;
+    std::optional<Signal> current_;
+    Clock now_;
+};
