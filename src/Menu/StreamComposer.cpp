@@ -35,9 +35,169 @@ QFont mono(double size, QFont::Weight weight)
 
 namespace StreamComposer {
 
+const QColor &ink()
+{
+    static const QColor colour = QColor::fromRgbF(6 / 255.f, 7 / 255.f, 10 / 255.f, 1);
+    return colour;
+}
+
+StyledText leading(const StreamSegment &segment, const QColor &ink)
+{
+    StyledText text{{segment.line.ticker, Fonts::system(11.5, QFont::Bold), ink}};
+    if (segment.line.tag) {
+        QColor faint = ink;
+        faint.setAlphaF(0.72f);
+        text.append({QLatin1Char(' ') + *segment.line.tag, Fonts::mono(10.5, QFont::Bold), faint});
+    }
+    return text;
+}
+
+std::optional<StyledText> trailing(const std::optional<QString> &text, const QColor &ink)
+{
+    if (!text)
+        return std::nullopt;
+    return StyledText{{*text, Fonts::system(11.5, QFont::Bold), ink, true}};
+}
+
+namespace {
+bool isDigit(QChar c)
+{
+    return c >= QLatin1Char('0') && c <= QLatin1Char('9');
+}
+
+double digitCell(const QFontMetricsF &m)
+{
+    double cell = 0;
+    for (char c = '0'; c <= '9'; ++c)
+        cell = std::max(cell, m.horizontalAdvance(QLatin1Char(c)));
+    return cell;
+}
+
+double runWidth(const StyledRun &run)
+{
+    const QFontMetricsF m(run.font);
+    if (!run.tabularDigits)
+        return m.horizontalAdvance(run.text);
+    const double cell = digitCell(m);
+    double w = 0;
+    QString chunk;
+    for (QChar c : run.text) {
+        if (isDigit(c)) {
+            w += m.horizontalAdvance(chunk) + cell;
+            chunk.clear();
+        } else {
+            chunk += c;
+        }
+    }
+    return w + m.horizontalAdvance(chunk);
+}
+
+void drawRun(QPainter &p, const StyledRun &run, double x, double baseline)
+{
+    p.setFont(run.font);
+    p.setPen(run.colour);
+    if (!run.tabularDigits) {
+        p.drawText(QPointF(x, baseline), run.text);
+        return;
+    }
+    const QFontMetricsF m(run.font);
+    const double cell = digitCell(m);
+    QString chunk;
+    auto flush = [&] {
+        p.drawText(QPointF(x, baseline), chunk);
+        x += m.horizontalAdvance(chunk);
+        chunk.clear();
+    };
+    for (QChar c : run.text) {
+        if (!isDigit(c)) {
+            chunk += c;
+            continue;
+        }
+        flush();
+        p.drawText(QPointF(x + (cell - m.horizontalAdvance(c)) / 2, baseline), QString(c));
+        x += cell;
+    }
+    flush();
+}
+} // namespace
+
+double width(const StyledText &text)
+{
+    double w = 0;
+    for (const StyledRun &r : text)
+        w += runWidth(r);
+    return w;
+}
+
+double height(const StyledText &text)
+{
+    double h = 0;
+    for (const StyledRun &r : text)
+        h = std::max(h, QFontMetricsF(r.font).height());
+    return h;
+}
+
+StyledText truncatedTail(const StyledText &text, double maxWidth)
+{
+    if (width(text) <= maxWidth)
+        return text;
+    // Grow the longest prefix that still leaves room for the ellipsis.
+    static const QString ellipsis = QStringLiteral("…");
+    StyledText kept;
+    double used = 0;
+    for (const StyledRun &run : text) {
+        const double ellipsisWidth = QFontMetricsF(run.font).horizontalAdvance(ellipsis);
+        StyledRun part = run;
+        part.text.clear();
+        qsizetype i = 0;
+        bool cut = false;
+        while (i < run.text.size()) {
+            const qsizetype n = run.text.at(i).isHighSurrogate() && i + 1 < run.text.size() ? 2 : 1;
+            StyledRun trial = part;
+            trial.text += run.text.mid(i, n);
+            if (used + runWidth(trial) + ellipsisWidth > maxWidth) {
+                cut = true;
+                break;
+            }
+            part = trial;
+            i += n;
+        }
+        if (cut) {
+            if (used + runWidth(part) + ellipsisWidth > maxWidth)
+                return kept; // not even an ellipsis fits
+            part.text += ellipsis;
+            kept.append(part);
+            return kept;
+        }
+        used += runWidth(part);
+        kept.append(part);
+    }
+    return kept;
+}
+
+void draw(QPainter &p, const StyledText &text, const QRectF &rect)
+{
+    const StyledText shown = truncatedTail(text, rect.width());
+    if (shown.isEmpty())
+        return;
+    // The runs share one baseline, centred as a line of the tallest style.
+    double ascent = 0, descent = 0;
+    for (const StyledRun &r : shown) {
+        const QFontMetricsF m(r.font);
+        ascent = std::max(ascent, m.ascent());
+        descent = std::max(descent, m.descent());
+    }
+    const double baseline = rect.center().y() - (ascent + descent) / 2 + ascent;
+    double x = rect.left();
+    for (const StyledRun &r : shown) {
+        drawRun(p, r, x, baseline);
+        x += runWidth(r);
+    }
+}
+
 double leadingWidth(double figureWidth)
 {
-    const double gap = figureWidth > 0 ? 8 : 0;
+    const double gap = figureWidth > 0 ? figureGap : 0;
     return std::max(0.0, badgeWidth - 2 * margin - figureWidth - gap);
 }
 
@@ -60,47 +220,17 @@ QImage badge(const StreamSegment &segment, const std::optional<QString> &figure,
     QColor outline = accent;
     outline.setAlphaF(0.6f);
     p.setPen(QPen(outline, 1));
+    p.setBrush(Qt::NoBrush);
     p.drawRoundedRect(pill.adjusted(0.5, 0.5, -0.5, -0.5), radius, radius);
 
-    const std::optional<QString> shown = figure ? figure : segment.line.figure;
     double w = 0;
-    if (shown) {
-        const QFont f = Fonts::mono(11.5, QFont::Bold);
-        const QFontMetricsF m(f);
-        w = std::ceil(m.horizontalAdvance(*shown));
-        p.setFont(f);
-        p.setPen(accent);
-        p.drawText(QRectF(pill.right() - margin - w, pill.top(), w + 1, pill.height()),
-                   Qt::AlignLeft | Qt::AlignVCenter, *shown);
+    if (const auto shown = trailing(figure ? figure : segment.line.figure, accent)) {
+        w = std::ceil(StreamComposer::width(*shown));
+        draw(p, *shown, QRectF(pill.right() - margin - w, pill.top(), w, pill.height()));
     }
     const double available = leadingWidth(w);
-    if (available > 0) {
-        const QFont tickerFont = Fonts::system(11.5, QFont::Bold);
-        const QFont tagFont = Fonts::mono(10.5, QFont::Bold);
-        const QFontMetricsF tm(tickerFont), gm(tagFont);
-        const QString tag = segment.line.tag ? QLatin1Char(' ') + *segment.line.tag : QString();
-        QString ticker = segment.line.ticker;
-        double x = pill.left() + margin;
-        const double tagWidth = gm.horizontalAdvance(tag);
-        // The ticker and tag are cut at the tail with an ellipsis.
-        if (tm.horizontalAdvance(ticker) + tagWidth > available) {
-            const QString full = ticker + tag;
-            ticker = tm.elidedText(full, Qt::ElideRight, available);
-            p.setFont(tickerFont);
-            p.setPen(accent);
-            p.drawText(QRectF(x, pill.top(), available, pill.height()), Qt::AlignLeft | Qt::AlignVCenter, ticker);
-        } else {
-            p.setFont(tickerFont);
-            p.setPen(accent);
-            p.drawText(QRectF(x, pill.top(), available, pill.height()), Qt::AlignLeft | Qt::AlignVCenter, ticker);
-            x += tm.horizontalAdvance(ticker);
-            QColor faint = accent;
-            faint.setAlphaF(0.72f);
-            p.setFont(tagFont);
-            p.setPen(faint);
-            p.drawText(QRectF(x, pill.top(), available, pill.height()), Qt::AlignLeft | Qt::AlignVCenter, tag);
-        }
-    }
+    if (available > 0)
+        draw(p, leading(segment, accent), QRectF(pill.left() + margin, pill.top(), available, pill.height()));
     return image;
 }
 
@@ -110,13 +240,13 @@ void drawIdle(QPainter &p, const QString &caption, const QRectF &rect, bool dark
     f.setLetterSpacing(QFont::AbsoluteSpacing, 0.9);
     p.setFont(f);
     p.setPen(dark ? QColor::fromRgbF(1, 1, 1, 0.55f) : QColor::fromRgbF(0, 0, 0, 0.5f));
-    p.drawText(QRectF(rect.left() + 9, rect.top(), rect.width() - 9, rect.height()), Qt::AlignLeft | Qt::AlignVCenter,
-               caption);
+    p.drawText(QRectF(rect.left() + 9, rect.top(), rect.width() - 9, rect.height()),
+               Qt::AlignLeft | Qt::AlignVCenter, caption);
 }
 
 void drawRail(QPainter &p, const QList<RailTick> &ticks, const QRectF &lane, double originX)
 {
-    QColor buy(6, 7, 10), sell(6, 7, 10);
+    QColor buy = ink(), sell = ink();
     buy.setAlphaF(0.10f);
     sell.setAlphaF(0.19f);
     double x = originX;
