@@ -10,17 +10,13 @@ namespace MenuSnapshots {
 
 QImage statusBar(FeedStore &store, bool dark, qreal scale)
 {
-    const QSize size(StatusItemController::itemWidth, 24);
+    const QSize size(StatusItemController::itemWidth, StatusItemController::defaultBarHeight);
     QImage image(size * scale, QImage::Format_ARGB32_Premultiplied);
     image.setDevicePixelRatio(scale);
-    image.fill(dark ? QColor(30, 31, 36) : QColor(236, 236, 238));
+    const QColor bar = dark ? QColor(30, 31, 36) : QColor(236, 236, 238);
+    image.fill(bar);
     QPainter p(&image);
-    p.setRenderHint(QPainter::Antialiasing);
-    // The mark takes the bar's own ink so it never vanishes.
-    p.setPen(Qt::NoPen);
-    p.setBrush(dark ? QColor(237, 241, 244) : QColor(20, 22, 28));
-    for (double dy : {-5.0, -1.0, 3.0})
-        p.drawRoundedRect(QRectF(4, 12 + dy, 13, 2), 1, 1);
+    StatusItemController::paintStrip(p, size, bar);
 
     StatusStreamView view;
     QList<StreamSegment> rows;

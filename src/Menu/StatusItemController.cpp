@@ -1,6 +1,7 @@
 #include "Menu/StatusItemController.h"
 
 #include "Feed/FeedStore.h"
+#include "Menu/FocalDirector.h"
 #include "Menu/Paint.h"
 #include "Menu/StatusStreamView.h"
 
@@ -22,23 +23,23 @@
 class TickerStrip : public QWidget {
 public:
     explicit TickerStrip(StatusItemController *owner)
-        : QWidget(nullptr, Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint | Qt::WindowDoesNotAcceptFocus),
+        : QWidget(nullptr, Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint |
+                               Qt::WindowDoesNotAcceptFocus),
           owner_(owner)
     {
         setAttribute(Qt::WA_ShowWithoutActivating);
+        setAttribute(Qt::WA_X11DoNotAcceptFocus);
         setAttribute(Qt::WA_TranslucentBackground);
-        setFixedSize(StatusItemController::itemWidth, 24);
+        setFixedSize(StatusItemController::itemWidth, StatusItemController::defaultBarHeight);
     }
+
+    QColor bar{24, 25, 29}; // the desktop bar's colour, when it could be read
 
 protected:
     void paintEvent(QPaintEvent *) override
     {
         QPainter p(this);
-        p.setRenderHint(QPainter::Antialiasing);
-        QPainterPath bg;
-        bg.addRoundedRect(QRectF(rect()), 6, 6);
-        p.fillPath(bg, QColor(6, 7, 10, 235));
-        paintMark(p, QRectF(4, 0, 13, height()), QColor(237, 241, 244));
+        StatusItemController::paintStrip(p, size(), bar);
     }
     void mousePressEvent(QMouseEvent *e) override
     {
@@ -65,17 +66,6 @@ protected:
         owner_->handleClick(e->button(), e->globalPosition().toPoint());
     }
 
-public:
-    // Three bars, 2 high with radius 1, 4 apart around the middle.
-    static void paintMark(QPainter &p, const QRectF &box, const QColor &colour)
-    {
-        p.setPen(Qt::NoPen);
-        p.setBrush(colour);
-        const double mid = box.center().y();
-        for (double dy : {-5.0, -1.0, 3.0})
-            p.drawRoundedRect(QRectF(box.left(), mid + dy, 13, 2), 1, 1);
-    }
-
 private:
     StatusItemController *owner_;
     QPoint pressAt_, startPos_;
@@ -83,22 +73,90 @@ private:
 };
 
 namespace {
-QIcon brandIcon()
+// Three bars as wide as the box, each a sixth of its height with round ends,
+// two sixths apart around the middle: the 13 × 12 design at any size.
+void paintMark(QPainter &p, const QRectF &box, const QColor &colour)
 {
-    QImage image(QSize(32, 32), QImage::Format_ARGB32_Premultiplied);
+    const double unit = box.height() / 6;
+    p.setPen(Qt::NoPen);
+    p.setBrush(colour);
+    const double mid = box.center().y();
+    for (double dy : {-2.5, -0.5, 1.5})
+        p.drawRoundedRect(QRectF(box.left(), mid + dy * unit, box.width(), unit), unit / 2, unit / 2);
+}
+
+QColor markInk(bool dark)
+{
+    return dark ? QColor(237, 241, 244) : QColor(20, 22, 28);
+}
+} // namespace
+
+int StatusItemController::barHeight(const QRect &screen, const QRect &available)
+{
+    const int top = available.top() - screen.top();
+    const int bottom = screen.bottom() - available.bottom();
+    const int h = top > 0 ? top : bottom;
+    // A bar too thin for the 17-point pill, or no bar at all, gets the usual height.
+    return h >= 17 && h <= 64 ? h : defaultBarHeight;
+}
+
+QRect StatusItemController::stripGeometry(const QRect &screen, const QRect &available)
+{
+    const int h = barHeight(screen, available);
+    return QRect(available.right() + 1 - itemWidth, available.top(), itemWidth, h);
+}
+
+std::optional<QColor> StatusItemController::sampleBarColour(QScreen *screen)
+{
+    if (!screen)
+        return std::nullopt;
+    const QRect g = screen->geometry(), a = screen->availableGeometry();
+    QRect bar;
+    if (a.top() > g.top())
+        bar = QRect(g.left(), g.top(), g.width(), a.top() - g.top());
+    else if (a.bottom() < g.bottom())
+        bar = QRect(g.left(), a.bottom() + 1, g.width(), g.bottom() - a.bottom());
+    else
+        return std::nullopt;
+    const QImage shot =
+        screen->grabWindow(0, bar.x() - g.x(), bar.y() - g.y(), bar.width(), bar.height()).toImage();
+    if (shot.isNull())
+        return std::nullopt;
+    // Icons and clock text are a small part of a bar: the mean is its background.
+    const QColor mean = shot.convertToFormat(QImage::Format_RGB32)
+                            .scaled(1, 1, Qt::IgnoreAspectRatio, Qt::SmoothTransformation)
+                            .pixelColor(0, 0);
+    return mean;
+}
+
+bool StatusItemController::isDarkColour(const QColor &colour)
+{
+    // Relative luminance of sRGB, by the usual weights.
+    const double y = 0.2126 * colour.redF() + 0.7152 * colour.greenF() + 0.0722 * colour.blueF();
+    return y < 0.5;
+}
+
+void StatusItemController::paintStrip(QPainter &p, const QSizeF &size, const QColor &bar)
+{
+    p.setRenderHint(QPainter::Antialiasing);
+    QColor background = bar;
+    background.setAlpha(255);
+    QPainterPath bg;
+    bg.addRoundedRect(QRectF(QPointF(0, 0), size), 6, 6);
+    p.fillPath(bg, background);
+    paintMark(p, QRectF(4, size.height() / 2 - 6, markWidth, 12), markInk(isDarkColour(background)));
+}
+
+QImage StatusItemController::trayMark(bool darkPanel, int size)
+{
+    QImage image(QSize(size, size), QImage::Format_ARGB32_Premultiplied);
     image.fill(Qt::transparent);
     QPainter p(&image);
     p.setRenderHint(QPainter::Antialiasing);
-    // A dark chip behind the bars keeps the mark visible on light and dark panels.
-    p.setBrush(QColor(6, 7, 10));
-    p.setPen(Qt::NoPen);
-    p.drawRoundedRect(QRectF(1, 1, 30, 30), 7, 7);
-    p.setBrush(toQColor(Theme::lark));
-    for (double y : {9.0, 15.0, 21.0})
-        p.drawRoundedRect(QRectF(7, y, 18, 3), 1.5, 1.5);
-    return QIcon(QPixmap::fromImage(image));
+    const double w = size * 13.0 / 16, h = size * 12.0 / 16;
+    paintMark(p, QRectF((size - w) / 2, (size - h) / 2, w, h), markInk(darkPanel));
+    return image;
 }
-} // namespace
 
 void StatusItemController::preferXcbOnWayland()
 {
@@ -112,38 +170,48 @@ StatusItemController::StatusItemController(FeedStore *store, QObject *parent) : 
 {
     strip_ = new TickerStrip(this);
     view_ = new StatusStreamView(strip_);
-    view_->setGeometry(4 + markWidth + 5, 0, itemWidth - (4 + markWidth + 5) - 4, strip_->height());
+    // The director ages trades on the store's clock, the one their times were taken on.
+    focalDirector_ = new FocalDirector([store] { return store->now(); }, FocalDirector::holdMs, this);
 
-    QPoint place;
-    if (QScreen *screen = QGuiApplication::primaryScreen()) {
-        const QRect area = screen->availableGeometry();
-        place = QPoint(area.right() + 1 - itemWidth - 8, area.top() + 4);
-    }
+    QRect place(QPoint(0, 0), QSize(itemWidth, defaultBarHeight));
+    if (QScreen *screen = QGuiApplication::primaryScreen())
+        place = stripGeometry(screen->geometry(), screen->availableGeometry());
+    strip_->setFixedSize(place.size());
+    view_->setGeometry(4 + markWidth + 5, 0, itemWidth - (4 + markWidth + 5) - 4, place.height());
     const QVariant saved = QSettings().value(QStringLiteral("stripPosition"));
     if (saved.canConvert<QPoint>()) {
         const QPoint p = saved.toPoint();
         for (QScreen *s : QGuiApplication::screens())
-            if (s->availableGeometry().contains(QRect(p, strip_->size())))
-                place = p;
+            if (s->availableGeometry().contains(QRect(p, place.size())))
+                place.moveTopLeft(p);
     }
-    strip_->move(place);
+    strip_->move(place.topLeft());
+    followBarColour();
     strip_->show();
 
-    auto renderNow = [this] {
-        // Focal takeovers come with the full ticker; the cycling rows work now.
+    auto considerAndRender = [this] {
+        focalDirector_->consider(store_->signalList(), store_->preferences().focalUsd);
         render(store_->preferences().paused);
     };
-    connect(store_, &FeedStore::signalsChanged, this, renderNow);
-    connect(store_, &FeedStore::preferencesChanged, this, renderNow);
+    connect(store_, &FeedStore::signalsChanged, this, considerAndRender);
+    connect(store_, &FeedStore::preferencesChanged, this, considerAndRender);
     connect(store_, &FeedStore::telemetryChanged, this, [this] {
+        // The rail is drawn apart from the row, so a new rail never cuts a flip short.
         if (store_->telemetry().rail != view_->rail())
             view_->setRail(store_->telemetry().rail);
     });
     connect(store_, &FeedStore::linkChanged, this, [this] {
-        if (store_->link() != view_->linkState())
+        if (store_->link() != view_->linkState()) {
             view_->setLinkState(store_->link());
+            view_->applyLinkColour();
+            if (view_->rows().isEmpty())
+                view_->redrawRow(false);
+        }
     });
     connect(store_, &FeedStore::heartbeatChanged, view_, &StatusStreamView::ping);
+    focalDirector_->onChange = [this](const std::optional<Signal> &s) { applyFocal(s); };
+    // No look at the (still empty) list here: the director's first look must be
+    // the initial fetch, whose trades never take the strip over.
     render(store_->preferences().paused);
 
     // A tray may appear after we start, or its host may restart: keep looking.
@@ -160,12 +228,46 @@ StatusItemController::~StatusItemController()
     delete trayMenu_;
 }
 
+QWidget *StatusItemController::strip() const
+{
+    return strip_;
+}
+
+void StatusItemController::followBarColour()
+{
+    // Reading the screen is cheap but not free: at most twice a minute.
+    if (barSampled_.isValid() && barSampled_.elapsed() < 30000)
+        return;
+    barSampled_.start();
+    const std::optional<QColor> bar = sampleBarColour(strip_->screen());
+    if (bar) {
+        strip_->bar = *bar;
+        strip_->update();
+    }
+    view_->setDark(isDarkColour(strip_->bar));
+    if (tray_ && trayDark_ != isDarkColour(strip_->bar)) {
+        trayDark_ = isDarkColour(strip_->bar);
+        tray_->setIcon(QIcon(QPixmap::fromImage(trayMark(*trayDark_))));
+    }
+}
+
+void StatusItemController::applyFocal(const std::optional<Signal> &signal)
+{
+    if (!signal) {
+        view_->snap(std::nullopt);
+        return;
+    }
+    view_->snap(Focal{StreamSegment{signal->kind, signal->line}, signal->notionalUsd});
+}
+
 void StatusItemController::ensureTray()
 {
+    followBarColour();
     if (!QSystemTrayIcon::isSystemTrayAvailable())
         return;
     if (!tray_) {
-        tray_ = new QSystemTrayIcon(brandIcon(), this);
+        trayDark_ = isDarkColour(strip_->bar);
+        tray_ = new QSystemTrayIcon(QIcon(QPixmap::fromImage(trayMark(*trayDark_))), this);
         connect(tray_, &QSystemTrayIcon::activated, this, [this](QSystemTrayIcon::ActivationReason reason) {
             if (reason == QSystemTrayIcon::Trigger)
                 openPanel();
@@ -232,11 +334,12 @@ QMenu *StatusItemController::buildMenu()
     auto *menu = new QMenu();
     const FeedFilter kinds[] = {FeedFilter::of(SignalKind::whale), FeedFilter::of(SignalKind::spike),
                                 FeedFilter::of(SignalKind::stocks)};
-    QAction *status = menu->addAction(statusLine(store_->link(), store_->count(kinds[0]), store_->count(kinds[1]),
-                                                 store_->count(kinds[2])));
+    QAction *status = menu->addAction(statusLine(store_->link(), store_->count(kinds[0]),
+                                                 store_->count(kinds[1]), store_->count(kinds[2])));
     status->setEnabled(false);
     menu->addSeparator();
-    connect(menu->addAction(QStringLiteral("Open Larkpin")), &QAction::triggered, this, &StatusItemController::openPanel);
+    connect(menu->addAction(QStringLiteral("Open Larkpin")), &QAction::triggered, this,
+            &StatusItemController::openPanel);
     connect(menu->addAction(pauseTitle(store_->preferences().paused)), &QAction::triggered, this,
             &StatusItemController::togglePause);
     menu->addSeparator();

@@ -1,23 +1,102 @@
 #include "Menu/StatusStreamView.h"
 
 #include "Menu/Paint.h"
+#include "Support/Format.h"
 
 #include <QPainter>
 #include <QTimer>
 
 #include <cmath>
+#include <vector>
 
 namespace {
-// cubic-bezier(0.36, 0, 0.14, 1): a quick start and a soft landing.
-double flipCurve(double x)
+constexpr double laneFade = 0.26;     // dimming and blurring of the stream
+constexpr double focalFadeIn = 0.18;  // the focal layer's opacity
+constexpr double focalFadeOut = 0.2;  // after a release
+constexpr double slideDuration = 0.2; // one focal trade replacing another
+constexpr double rollDuration = 0.55; // the figure counting up
+constexpr int unblurDelayMs = 360;
+
+// cubic-bezier(x1, 0, x2, 1) solved for x by bisection.
+double bezier(double x, double x1, double x2)
 {
+    x = std::clamp(x, 0.0, 1.0);
     double lo = 0, hi = 1, u = x;
     for (int i = 0; i < 30; ++i) {
         u = (lo + hi) / 2;
-        const double bx = 3 * (1 - u) * (1 - u) * u * 0.36 + 3 * (1 - u) * u * u * 0.14 + u * u * u;
+        const double bx = 3 * (1 - u) * (1 - u) * u * x1 + 3 * (1 - u) * u * u * x2 + u * u * u;
         (bx < x ? lo : hi) = u;
     }
     return 3 * (1 - u) * u * u + u * u * u;
+}
+
+// The flip: a quick start and a soft landing.
+double flipCurve(double x)
+{
+    return bezier(x, 0.36, 0.14);
+}
+
+// The implicit transactions' ease-in-ease-out.
+double easeInOut(double x)
+{
+    return bezier(x, 0.42, 0.58);
+}
+
+// The focal layer's entrance: mass 0.7, stiffness 260, damping 16, from 0 to 1.
+double popSpring(double t)
+{
+    if (t <= 0)
+        return 0;
+    const double m = 0.7, k = 260, c = 16;
+    const double w0 = std::sqrt(k / m);
+    const double z = c / (2 * std::sqrt(k * m));
+    const double wd = w0 * std::sqrt(1 - z * z);
+    return 1 - std::exp(-z * w0 * t) * (std::cos(wd * t) + z * w0 / wd * std::sin(wd * t));
+}
+
+// Separable Gaussian over a premultiplied image; outside the image is transparent.
+QImage gaussianBlur(const QImage &source, double sigma)
+{
+    if (sigma < 0.05)
+        return source;
+    QImage src = source.convertToFormat(QImage::Format_ARGB32_Premultiplied);
+    const int r = int(std::ceil(sigma * 3));
+    std::vector<double> kernel(size_t(2 * r + 1));
+    double sum = 0;
+    for (int i = -r; i <= r; ++i)
+        sum += kernel[size_t(i + r)] = std::exp(-(i * i) / (2 * sigma * sigma));
+    for (double &k : kernel)
+        k /= sum;
+    const int w = src.width(), h = src.height();
+    auto pass = [&](const QImage &in, bool horizontal) {
+        QImage out(in.size(), in.format());
+        out.setDevicePixelRatio(in.devicePixelRatio());
+        for (int y = 0; y < h; ++y) {
+            auto *dst = reinterpret_cast<QRgb *>(out.scanLine(y));
+            for (int x = 0; x < w; ++x) {
+                double a = 0, rr = 0, g = 0, b = 0;
+                for (int i = -r; i <= r; ++i) {
+                    const int sx = horizontal ? x + i : x, sy = horizontal ? y : y + i;
+                    if (sx < 0 || sy < 0 || sx >= w || sy >= h)
+                        continue;
+                    const QRgb px = reinterpret_cast<const QRgb *>(in.constScanLine(sy))[sx];
+                    const double k = kernel[size_t(i + r)];
+                    a += k * qAlpha(px);
+                    rr += k * qRed(px);
+                    g += k * qGreen(px);
+                    b += k * qBlue(px);
+                }
+                dst[x] = qRgba(int(rr + 0.5), int(g + 0.5), int(b + 0.5), int(a + 0.5));
+            }
+        }
+        return out;
+    };
+    return pass(pass(src, true), false);
+}
+
+double devicePixelRatioOf(const QPainter &p)
+{
+    return p.device() ? std::max(1.0, p.device()->devicePixelRatioF()) : 2.0;
 }
 } // namespace
 
@@ -31,10 +110,20 @@ StatusStreamView::StatusStreamView(QWidget *parent) : QWidget(parent)
     connect(flipTimer_, &QTimer::timeout, this, &StatusStreamView::flip);
     pumpTimer_ = new QTimer(this);
     pumpTimer_->setInterval(33);
+    pumpTimer_->setTimerType(Qt::PreciseTimer);
     connect(pumpTimer_, &QTimer::timeout, this, [this] {
         QWidget::update();
         if (now() > pumpUntil_)
             pumpTimer_->stop();
+    });
+    unblurTask_ = new QTimer(this);
+    unblurTask_->setSingleShot(true);
+    unblurTask_->setInterval(unblurDelayMs);
+    connect(unblurTask_, &QTimer::timeout, this, [this] {
+        if (focal_)
+            return;
+        blurAttached_ = false;
+        QWidget::update();
     });
 }
 
@@ -57,26 +146,42 @@ void StatusStreamView::update(const QList<StreamSegment> &rows, bool paused)
         const qsizetype at = rows_.isEmpty() ? -1 : rows.indexOf(shown);
         rows_ = rows;
         index_ = at >= 0 ? int(at) : 0;
-        QWidget::update();
+        badges_.clear();
+        redrawRow(false);
     }
     rescheduleFlip();
 }
 
 void StatusStreamView::rescheduleFlip()
 {
-    flipTimer_->stop();
-    if (rows_.size() >= 2 && !paused_)
+    // A running timer is left alone: restarting it on every new list would
+    // starve the flip on a busy tape.
+    if (rows_.size() < 2 || paused_ || focal_)
+        flipTimer_->stop();
+    else if (!flipTimer_->isActive())
         flipTimer_->start();
 }
 
 void StatusStreamView::flip()
 {
-    if (rows_.size() < 2 || now() - flipStarted_ < flipDuration)
+    if (rows_.size() < 2 || isFlipping())
         return;
-    previous_ = index_;
+    flipFrom_ = rows_.value(index_);
     index_ = (index_ + 1) % int(rows_.size());
-    flipStarted_ = now();
-    pump(flipDuration + 0.08);
+    railPhase_ += railStep;
+    redrawRow(true);
+}
+
+void StatusStreamView::redrawRow(bool animated)
+{
+    if (animated) {
+        flipStarted_ = now();
+        pump(flipDuration + 0.08);
+    } else {
+        flipStarted_ = -10;
+        flipFrom_.reset();
+    }
+    QWidget::update();
 }
 
 void StatusStreamView::setRail(const QList<RailTick> &rail)
@@ -88,18 +193,24 @@ void StatusStreamView::setRail(const QList<RailTick> &rail)
 void StatusStreamView::setLinkState(LinkState state)
 {
     link_ = state;
-    QWidget::update();
+}
+
+void StatusStreamView::applyLinkColour()
+{
+    QWidget::update(); // the dot's colour is read from linkState at paint time
 }
 
 void StatusStreamView::setDark(bool dark)
 {
+    if (dark_ == dark)
+        return;
     dark_ = dark;
-    QWidget::update();
+    redrawRow(false);
 }
 
 void StatusStreamView::ping()
 {
-    if (paused_)
+    if (paused_ || !isVisible())
         return;
     pingStarted_ = now();
     pump(0.75);
@@ -112,48 +223,227 @@ void StatusStreamView::pump(double seconds)
         pumpTimer_->start();
 }
 
+void StatusStreamView::snap(const std::optional<Focal> &focal)
+{
+    if (focal == focal_)
+        return;
+    if (!focal) {
+        release(true);
+        return;
+    }
+    const bool wasShowing = focal_.has_value();
+    const double t = now();
+    focal_ = focal;
+    leaving_.reset();
+    replaced_ = wasShowing;
+    rollStarted_ = t;
+    flipTimer_->stop();
+    attachBlur();
+    startLaneMix(1);
+    pump(0.75);
+    QWidget::update();
+}
+
+void StatusStreamView::release(bool wasShowing)
+{
+    if (wasShowing) {
+        leaving_ = focal_;
+        releaseStarted_ = now();
+    }
+    focal_.reset();
+    startLaneMix(0);
+    detachBlurAfterFade();
+    pump(std::max(laneFade, focalFadeOut) + 0.08);
+    rescheduleFlip();
+    QWidget::update();
+}
+
+void StatusStreamView::attachBlur()
+{
+    unblurTask_->stop();
+    blurAttached_ = true; // one blur on the lane, however often this is called
+}
+
+void StatusStreamView::detachBlurAfterFade()
+{
+    unblurTask_->start();
+}
+
+double StatusStreamView::laneMixAt(double t) const
+{
+    const double k = easeInOut((t - laneMixStarted_) / laneFade);
+    return laneMixFrom_ + (laneMixTo_ - laneMixFrom_) * k;
+}
+
+void StatusStreamView::startLaneMix(double target)
+{
+    const double t = now();
+    laneMixFrom_ = laneMixAt(t);
+    laneMixTo_ = target;
+    laneMixStarted_ = t;
+}
+
+double StatusStreamView::laneOpacityAt(double t) const
+{
+    return 1 - laneMixAt(t) * (1 - dimmedOpacity);
+}
+
+double StatusStreamView::blurRadiusAt(double t) const
+{
+    return blurAttached_ ? laneMixAt(t) * focalBlurRadius : 0;
+}
+
+const QImage &StatusStreamView::cachedBadge(const StreamSegment &segment,
+                                            const std::optional<QString> &figure, double height,
+                                            double scale) const
+{
+    const QChar sep(0x1f);
+    const QString key = QString::number(int(segment.kind)) + sep + segment.line.ticker + sep +
+                        segment.line.tag.value_or(QString()) + sep +
+                        figure.value_or(segment.line.figure.value_or(QString())) + sep +
+                        QString::number(height) + sep + QString::number(scale);
+    auto it = badges_.find(key);
+    if (it == badges_.end()) {
+        if (badges_.size() > 48) // a rolling figure makes a few dozen; never let them pile up
+            badges_.clear();
+        it = badges_.insert(key, StreamComposer::badge(segment, figure, height, scale));
+    }
+    return *it;
+}
+
 void StatusStreamView::paintEvent(QPaintEvent *)
 {
     QPainter p(this);
     paintAt(p, size(), now());
 }
 
-void StatusStreamView::paintAt(QPainter &p, const QSizeF &size, double t) const
+void StatusStreamView::paintLane(QPainter &p, const QSizeF &size, double t) const
 {
-    p.setRenderHint(QPainter::Antialiasing);
     const double h = size.height();
-    const double dotX = size.width() - 5;
     const QRectF lane(0, 0, size.width() - 12, h);
+    const double scale = devicePixelRatioOf(p);
 
     // Rail first, under the row, growing up from the bottom edge.
     p.save();
     p.translate(0, h);
     p.scale(1, -1);
-    StreamComposer::drawRail(p, rail_, QRectF(0, 1, lane.width(), 8), std::fmod(index_ * railStep, 7.0));
+    StreamComposer::drawRail(p, rail_, QRectF(0, 1, lane.width(), 8), std::fmod(railPhase_, 7.0));
     p.restore();
 
     if (rows_.isEmpty()) {
-        StreamComposer::drawIdle(p, link_ == LinkState::down ? QStringLiteral("TAPE OFFLINE") : QStringLiteral("NO SIGNALS"),
-                                 lane, dark_);
+        StreamComposer::drawIdle(
+            p, link_ == LinkState::down ? QStringLiteral("TAPE OFFLINE") : QStringLiteral("NO SIGNALS"), lane,
+            dark_);
+        return;
+    }
+    const double progress = std::clamp((t - flipStarted_) / flipDuration, 0.0, 1.0);
+    const double eased = flipCurve(progress);
+    p.save();
+    p.setClipRect(lane);
+    const QImage &current = cachedBadge(rows_.value(index_), std::nullopt, h, scale);
+    if (progress < 1 && flipFrom_) {
+        // The old row leaves upwards while the new one rolls up from 17 below.
+        p.drawImage(QPointF(0, -17 * eased), cachedBadge(*flipFrom_, std::nullopt, h, scale));
+        p.drawImage(QPointF(0, 17 * (1 - eased)), current);
     } else {
-        const double progress = std::clamp((t - flipStarted_) / flipDuration, 0.0, 1.0);
-        const double eased = flipCurve(progress);
-        p.save();
-        p.setClipRect(lane);
-        const QImage current = StreamComposer::badge(rows_.value(index_), std::nullopt, h);
-        if (progress < 1 && previous_ >= 0 && previous_ < rows_.size()) {
-            // The old row leaves upwards while the new one rolls up from 17 below.
-            const QImage old = StreamComposer::badge(rows_.value(previous_), std::nullopt, h);
-            p.drawImage(QPointF(0, -17 * eased), old);
-            p.drawImage(QPointF(0, 17 * (1 - eased)), current);
-        } else {
-            p.drawImage(QPointF(0, 0), current);
+        p.drawImage(QPointF(0, 0), current);
+    }
+    p.restore();
+}
+
+void StatusStreamView::paintFocal(QPainter &p, const QSizeF &size, double t) const
+{
+    const Focal *shown = focal_ ? &*focal_ : leaving_ ? &*leaving_ : nullptr;
+    if (!shown)
+        return;
+    const double h = size.height();
+    double opacity, scaleBy = 1, dy = 0;
+    if (focal_) {
+        const double since = t - rollStarted_;
+        opacity = replaced_ ? 1 : std::clamp(since / focalFadeIn, 0.0, 1.0);
+        if (replaced_)
+            dy = 5 * (1 - std::clamp(since / slideDuration, 0.0, 1.0));
+        else
+            scaleBy = 0.93 + 0.07 * popSpring(since);
+    } else {
+        opacity = 1 - std::clamp((t - releaseStarted_) / focalFadeOut, 0.0, 1.0);
+    }
+    if (opacity <= 0)
+        return;
+
+    // The figure counts up to the trade's size, keeping the size's own shape.
+    std::optional<QString> figure;
+    if (shown->usd) {
+        const double k = 1 - std::pow(1 - std::clamp((t - rollStarted_) / rollDuration, 0.0, 1.0), 3);
+        figure = Format::usd(*shown->usd * (focal_ ? k : 1.0), *shown->usd);
+    }
+    const double scale = devicePixelRatioOf(p);
+    const QImage &badge = cachedBadge(shown->segment, figure, h, scale);
+    if (badge.isNull())
+        return;
+
+    // A glow in the kind's accent, from the badge's own outline.
+    QImage glow(badge.size(), QImage::Format_ARGB32_Premultiplied);
+    glow.setDevicePixelRatio(badge.devicePixelRatio());
+    glow.fill(Qt::transparent);
+    {
+        QPainter g(&glow);
+        g.drawImage(0, 0, badge);
+        g.setCompositionMode(QPainter::CompositionMode_SourceIn);
+        g.fillRect(glow.rect(), toQColor(Theme::menuAccent(shown->segment.kind, true)));
+    }
+    glow = gaussianBlur(glow, 2.0 * scale);
+    glow.setDevicePixelRatio(scale);
+
+    p.save();
+    const QPointF centre(StreamComposer::badgeWidth / 2, h / 2);
+    p.translate(centre.x(), centre.y() + dy);
+    p.scale(scaleBy, scaleBy);
+    p.translate(-centre);
+    p.setOpacity(opacity * 0.7);
+    p.drawImage(QPointF(0, 0), glow);
+    p.setOpacity(opacity);
+    p.drawImage(QPointF(0, 0), badge);
+    p.restore();
+}
+
+void StatusStreamView::paintAt(QPainter &p, const QSizeF &size, double t) const
+{
+    p.setRenderHint(QPainter::Antialiasing);
+    p.setRenderHint(QPainter::SmoothPixmapTransform);
+    const double h = size.height();
+    const double dotX = size.width() - 5;
+
+    const double laneOpacity = laneOpacityAt(t);
+    const double blur = blurRadiusAt(t);
+    if (blur > 0.01) {
+        const double scale = devicePixelRatioOf(p);
+        QImage lane(QSize(int(std::ceil(size.width() * scale)), int(std::ceil(h * scale))),
+                    QImage::Format_ARGB32_Premultiplied);
+        lane.setDevicePixelRatio(scale);
+        lane.fill(Qt::transparent);
+        {
+            QPainter lp(&lane);
+            lp.setRenderHint(QPainter::Antialiasing);
+            paintLane(lp, size, t);
         }
+        QImage blurred = gaussianBlur(lane, blur * scale);
+        blurred.setDevicePixelRatio(scale);
+        p.save();
+        p.setOpacity(laneOpacity);
+        p.drawImage(QPointF(0, 0), blurred);
+        p.restore();
+    } else {
+        p.save();
+        p.setOpacity(laneOpacity);
+        paintLane(p, size, t);
         p.restore();
     }
 
+    paintFocal(p, size, t);
+
     // The link dot, and its ring while a ping plays.
-    const QColor dot = toQColor(link_ == LinkState::live    ? Theme::emerald
+    const QColor dot = toQColor(link_ == LinkState::live   ? Theme::emerald
                                 : link_ == LinkState::down ? Theme::alert
                                                            : Theme::amber);
     const double pingAge = t - pingStarted_;
@@ -163,7 +453,7 @@ void StatusStreamView::paintAt(QPainter &p, const QSizeF &size, double t) const
         ring.setAlphaF(float(0.55 * (1 - k)));
         p.setPen(QPen(ring, 1));
         p.setBrush(Qt::NoBrush);
-        const double r = 2.5 * (1 + 2.4 * k);
+        const double r = 2.5 * (1 + 2.4 * k); // scale 1 -> 3.4
         p.drawEllipse(QPointF(dotX, h / 2), r, r);
     }
     p.setPen(Qt::NoPen);

@@ -1,6 +1,8 @@
 #pragma once
 // The ticker inside the strip: one segment at a time, flipping every 3 s, the
-// rail of recent trades beneath and a link dot that pings on every frame.
+// rail of recent trades beneath and a link dot that pings on every frame. A
+// focal trade takes the whole view over: the ordinary stream is blurred and
+// dimmed behind it while it rolls in.
 // Frames are painted as a function of time; a 30 Hz pump runs only for a
 // bounded time after an event, so nothing wakes while nothing moves.
 
@@ -9,9 +11,19 @@
 #include "Menu/StreamComposer.h"
 
 #include <QElapsedTimer>
+#include <QHash>
 #include <QWidget>
 
+#include <optional>
+
 class QTimer;
+
+// What the view shows during a takeover: the segment and its dollar size.
+struct Focal {
+    StreamSegment segment;
+    std::optional<double> usd;
+    bool operator==(const Focal &) const = default;
+};
 
 class StatusStreamView : public QWidget {
     Q_OBJECT
@@ -19,26 +31,42 @@ public:
     static constexpr double hold = 3.0;
     static constexpr double flipDuration = 0.28;
     static constexpr double railStep = 19.0;
+    static constexpr double dimmedOpacity = 0.3;
+    static constexpr double focalBlurRadius = 2.2;
 
     explicit StatusStreamView(QWidget *parent = nullptr);
 
     void update(const QList<StreamSegment> &rows, bool paused);
+    // A value starts (or replaces) a takeover; none ends it.
+    void snap(const std::optional<Focal> &focal);
+    const std::optional<Focal> &focal() const { return focal_; }
     void setRail(const QList<RailTick> &rail);
     const QList<RailTick> &rail() const { return rail_; }
     void setLinkState(LinkState state);
     LinkState linkState() const { return link_; }
+    void applyLinkColour();
+    void redrawRow(bool animated);
     void setDark(bool dark);
+    bool isDark() const { return dark_; }
     void ping();
     void flip();
 
-    // Draws the view as it looks `t` seconds into the current animation.
+    // Draws the view as it looks `t` seconds (on the view's own clock) into its life.
     void paintAt(QPainter &p, const QSizeF &size, double t) const;
+    double now() const { return double(clock_.nsecsElapsed()) / 1e9; }
 
     // State, for tests.
     bool hasFlipTimer() const;
     bool hasPumpTimer() const;
+    bool isFlipping() const { return now() - flipStarted_ < flipDuration; }
+    bool blurAttached() const { return blurAttached_; }
+    double railPhase() const { return railPhase_; }
     int index() const { return index_; }
     const QList<StreamSegment> &rows() const { return rows_; }
+    // Lane opacity and blur radius at time t: 1 and 0 at rest, dimmedOpacity
+    // and focalBlurRadius during a takeover.
+    double laneOpacityAt(double t) const;
+    double blurRadiusAt(double t) const;
 
 protected:
     void paintEvent(QPaintEvent *) override;
@@ -46,12 +74,21 @@ protected:
 private:
     void rescheduleFlip();
     void pump(double seconds);
-    double now() const { return double(clock_.nsecsElapsed()) / 1e9; }
+    void release(bool wasShowing);
+    void attachBlur();
+    void detachBlurAfterFade();
+    double laneMixAt(double t) const;
+    void startLaneMix(double target);
+    void paintLane(QPainter &p, const QSizeF &size, double t) const;
+    void paintFocal(QPainter &p, const QSizeF &size, double t) const;
+    const QImage &cachedBadge(const StreamSegment &segment, const std::optional<QString> &figure,
+                              double height, double scale) const;
 
     QList<StreamSegment> rows_;
     QList<RailTick> rail_;
+    double railPhase_ = 0;
     int index_ = 0;
-    int previous_ = -1;
+    std::optional<StreamSegment> flipFrom_;
     bool paused_ = false;
     bool dark_ = true;
     LinkState link_ = LinkState::connecting;
@@ -61,4 +98,16 @@ private:
     QElapsedTimer clock_;
     QTimer *flipTimer_ = nullptr;
     QTimer *pumpTimer_ = nullptr;
+    QTimer *unblurTask_ = nullptr;
+
+    std::optional<Focal> focal_;
+    std::optional<Focal> leaving_; // fading out after a release
+    bool replaced_ = false;        // the focal trade took over from another one
+    double rollStarted_ = -10;
+    double releaseStarted_ = -10;
+    bool blurAttached_ = false;
+    double laneMixFrom_ = 0, laneMixTo_ = 0, laneMixStarted_ = -10;
+
+    // Badges are drawn once per segment and figure, not per frame.
+    mutable QHash<QString, QImage> badges_;
 };
