@@ -3,6 +3,7 @@
 #include "Feed/FeedStore.h"
 #include "Panel/PanelModel.h"
 #include "Panel/PanelQml.h"
+#include "Panel/PanelStyle.h"
 
 #include <QCursor>
 #include <QEasingCurve>
@@ -124,7 +125,7 @@ void PanelController::show(const QRect &requested)
         window_->raise();
     window_->requestActivate();
     animation_->setDuration(slideInMs);
-    animation_->setEasingCurve(QEasingCurve::OutCubic);
+    animation_->setEasingCurve(PanelStyle::easeOut());
     connect(animation_, &QVariantAnimation::valueChanged, this, [this](const QVariant &v) {
         const double t = v.toDouble();
         window_->setPosition(target_.x(), target_.y() - int(std::lround(slideDistance * (1 - t))));

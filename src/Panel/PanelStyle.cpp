@@ -33,6 +33,12 @@ QColor PanelStyle::kindColour(const QString &kindRaw) const
     return toQColor(kind ? Theme::kindColour(*kind) : Theme::ink3);
 }
 
+QString PanelStyle::kindLabel(const QString &kindRaw) const
+{
+    const auto kind = SignalKinds::fromRaw(kindRaw);
+    return kind ? SignalKinds::label(*kind) : QString();
+}
+
 QColor PanelStyle::alpha(const QColor &c, double a) const
 {
     QColor out = c;
@@ -48,6 +54,20 @@ QVariant PanelStyle::sparkPath(const QVariantList &values, double width, double 
         numbers << v.toDouble();
     const QList<QPointF> points = PanelText::sparkPoints(numbers, width, height, closed);
     return QVariant::fromValue(QPolygonF(points));
+}
+
+QEasingCurve PanelStyle::easeOut()
+{
+    QEasingCurve curve(QEasingCurve::BezierSpline);
+    curve.addCubicBezierSegment(QPointF(0, 0), QPointF(0.58, 1), QPointF(1, 1));
+    return curve;
+}
+
+QEasingCurve PanelStyle::easeInOut()
+{
+    QEasingCurve curve(QEasingCurve::BezierSpline);
+    curve.addCubicBezierSegment(QPointF(0.42, 0), QPointF(0.58, 1), QPointF(1, 1));
+    return curve;
 }
 
 double PanelStyle::qmlSpring(const Motion::Curve &curve)

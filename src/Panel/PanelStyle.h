@@ -5,8 +5,10 @@
 #include "Support/Theme.h"
 
 #include <QColor>
+#include <QEasingCurve>
 #include <QObject>
 #include <QVariant>
+#include <QVariantList>
 
 class PanelStyle : public QObject {
     Q_OBJECT
@@ -35,6 +37,10 @@ class PanelStyle : public QObject {
     Q_PROPERTY(double rollSpring READ rollSpring CONSTANT)
     Q_PROPERTY(double rollDamping READ rollDamping CONSTANT)
     Q_PROPERTY(int glideMs READ glideMs CONSTANT)
+    // Control points for QML's Easing.BezierSpline: the ease-out of glide
+    // and the panel's slide, and the ease-in-out of the breathing dot.
+    Q_PROPERTY(QVariantList glideCurve READ glideCurve CONSTANT)
+    Q_PROPERTY(QVariantList easeInOutCurve READ easeInOutCurve CONSTANT)
     Q_PROPERTY(int snapMs READ snapMs CONSTANT)
     Q_PROPERTY(double hairlineWidth READ hairlineWidth CONSTANT)
     // Point sizes for QML fonts from the design's sizes (which are logical
@@ -45,6 +51,8 @@ public:
 
     static QColor toQColor(const Theme::Rgba &c);
     Q_INVOKABLE QColor kindColour(const QString &kindRaw) const;
+    // The kind's short label ("WHALE", "SPIKE", "STOCK"); empty for no kind.
+    Q_INVOKABLE QString kindLabel(const QString &kindRaw) const;
     Q_INVOKABLE QColor alpha(const QColor &c, double a) const;
     // Points for a PathPolyline (see PanelText::sparkPoints).
     Q_INVOKABLE QVariant sparkPath(const QVariantList &values, double width, double height,
@@ -53,6 +61,11 @@ public:
     // QML's SpringAnimation advances in 16 ms steps with
     // v += spring·Δ − damping·v, so per-step coefficients are the physical
     // stiffness and damping coefficient (unit mass) times 0.016 s.
+    // The platform's ease-out, cubic-bezier(0, 0, 0.58, 1), and ease-in-out,
+    // cubic-bezier(0.42, 0, 0.58, 1).
+    static QEasingCurve easeOut();
+    static QEasingCurve easeInOut();
+
     static double qmlSpring(const Motion::Curve &curve);
     static double qmlDamping(const Motion::Curve &curve);
 
@@ -79,6 +92,8 @@ public:
     double rollSpring() const { return qmlSpring(Motion::roll); }
     double rollDamping() const { return qmlDamping(Motion::roll); }
     int glideMs() const { return int(Motion::glide.response * 1000 + 0.5); }
+    QVariantList glideCurve() const { return {0.0, 0.0, 0.58, 1.0, 1.0, 1.0}; }
+    QVariantList easeInOutCurve() const { return {0.42, 0.0, 0.58, 1.0, 1.0, 1.0}; }
     int snapMs() const { return int(Motion::snap.response * 1000 + 0.5); }
     double pt() const;
     double hairlineWidth() const { return 1.0 / (dpr_ > 0 ? dpr_ : 2.0); }

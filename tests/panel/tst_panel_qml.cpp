@@ -3,8 +3,13 @@
 
 #include "Panel/PanelController.h"
 #include "Panel/PanelModel.h"
+#include "Panel/PanelStyle.h"
 #include "PanelTestSupport.h"
 
+#include <QEasingCurve>
+#include <QQmlComponent>
+#include <QQmlContext>
+#include <QQmlEngine>
 #include <QQuickItem>
 #include <QQuickWindow>
 #include <QSettings>
@@ -12,6 +17,7 @@
 #include <QTest>
 
 #include <cmath>
+#include <memory>
 
 namespace {
 QList<QQuickItem *> itemsNamed(QQuickItem *root, const QString &name)
@@ -433,6 +439,37 @@ private Q_SLOTS:
         QCOMPARE(leaving, (QStringList{QString(), QString(), QString(), QString(), QStringLiteral("4")}));
         // Digits keep a fixed width, so numbers do not jitter.
         QCOMPARE(cells()[0]->width(), cells()[3]->width());
+    }
+
+    // The QML animations take the theme's curves through "hud": a control
+    // point list that QML failed to read would leave them linear.
+    void qmlAnimationsUseTheThemeCurves()
+    {
+        open();
+        QQmlEngine *engine = qmlEngine(root());
+        QVERIFY(engine);
+        QQmlComponent component(engine);
+        component.setData("import QtQuick\n"
+                          "QtObject {\n"
+                          "  property NumberAnimation glide: NumberAnimation {\n"
+                          "    easing.type: Easing.BezierSpline; easing.bezierCurve: hud.glideCurve }\n"
+                          "  property NumberAnimation breath: NumberAnimation {\n"
+                          "    easing.type: Easing.BezierSpline; easing.bezierCurve: hud.easeInOutCurve }\n"
+                          "}\n",
+                          QUrl());
+        std::unique_ptr<QObject> object(component.create(qmlContext(root())));
+        QVERIFY2(object, qPrintable(component.errorString()));
+        const auto curveOf = [&](const char *name) {
+            auto *animation = object->property(name).value<QObject *>();
+            return animation ? animation->property("easing").value<QEasingCurve>() : QEasingCurve();
+        };
+        const QEasingCurve glide = curveOf("glide"), breath = curveOf("breath");
+        for (double t : {0.1, 0.3, 0.5, 0.8}) {
+            QVERIFY(std::abs(glide.valueForProgress(t) - PanelStyle::easeOut().valueForProgress(t)) < 1e-6);
+            QVERIFY(std::abs(breath.valueForProgress(t) - PanelStyle::easeInOut().valueForProgress(t)) <
+                    1e-6);
+        }
+        QVERIFY(glide.valueForProgress(0.3) > 0.4); // an ease-out, ahead of linear
     }
 
     void railPauseButton()

@@ -20,7 +20,7 @@ Item {
                               : (action.hovering ? hud.float_ : hud.alpha(hud.raised, 0.6))
         border.width: 1
         border.color: action.hovering ? hud.hairlineHot : hud.hairline
-        Behavior on color { enabled: panel.animated; ColorAnimation { duration: hud.glideMs; easing.type: Easing.OutCubic } }
+        Behavior on color { enabled: panel.animated; ColorAnimation { duration: hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: hud.glideCurve } }
     }
     Row {
         id: row

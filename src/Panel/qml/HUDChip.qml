@@ -15,7 +15,7 @@ Item {
         anchors.fill: parent
         radius: 6
         color: chip.selected ? hud.alpha(hud.ink, 0.92) : chip.hovering ? hud.float_ : hud.alpha(hud.raised, 0.7)
-        Behavior on color { enabled: panel.animated; ColorAnimation { duration: hud.glideMs; easing.type: Easing.OutCubic } }
+        Behavior on color { enabled: panel.animated; ColorAnimation { duration: hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: hud.glideCurve } }
     }
     Row {
         id: row

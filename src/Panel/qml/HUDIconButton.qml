@@ -18,7 +18,7 @@ Item {
         color: button.active ? hud.alpha(hud.lark, 0.14) : button.hovering ? hud.float_ : "transparent"
         border.width: 1
         border.color: button.active ? hud.alpha(hud.lark, 0.35) : hud.hairline
-        Behavior on color { enabled: panel.animated; ColorAnimation { duration: hud.glideMs; easing.type: Easing.OutCubic } }
+        Behavior on color { enabled: panel.animated; ColorAnimation { duration: hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: hud.glideCurve } }
     }
     Glyph {
         anchors.centerIn: parent

@@ -57,7 +57,7 @@ Item {
                     // Cards drop in from the top as they appear.
                     opacity: panel.hasHero ? 1 : 0
                     y: panel.hasHero ? 0 : -14
-                    Behavior on opacity { enabled: panel.animated; NumberAnimation { duration: hud.glideMs; easing.type: Easing.OutCubic } }
+                    Behavior on opacity { enabled: panel.animated; NumberAnimation { duration: hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: hud.glideCurve } }
                     Behavior on y { enabled: panel.animated; SpringAnimation { spring: hud.snapSpring; damping: hud.snapDamping; epsilon: 0.25 } }
                     HeroCard {
                         objectName: "heroCard"
@@ -219,7 +219,7 @@ Item {
         opacity: panel.showSettings ? 1 : 0
         onBack: panel.showSettings = false
         Behavior on x { enabled: panel.animated; SpringAnimation { id: slide; spring: hud.snapSpring; damping: hud.snapDamping; epsilon: 0.25 } }
-        Behavior on opacity { enabled: panel.animated; NumberAnimation { duration: hud.glideMs; easing.type: Easing.OutCubic } }
+        Behavior on opacity { enabled: panel.animated; NumberAnimation { duration: hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: hud.glideCurve } }
         Rectangle {
             anchors.fill: parent
             radius: 14

@@ -2,7 +2,7 @@ import QtQuick
 
 Text {
     property string kind: "whale"
-    property string label: kind === "whale" ? "WHALE" : kind === "spike" ? "SPIKE" : "STOCK"
+    property string label: hud.kindLabel(kind)
     property real size: 9
     text: label
     textFormat: Text.PlainText

@@ -26,7 +26,7 @@ Column {
             SequentialAnimation on x {
                 running: panel.animated && track.width > 0
                 loops: Animation.Infinite
-                NumberAnimation { from: -sweep.width; to: track.width; duration: 1100; easing.type: Easing.InOutQuad }
+                NumberAnimation { from: -sweep.width; to: track.width; duration: 1100; easing.type: Easing.BezierSpline; easing.bezierCurve: hud.easeInOutCurve }
             }
         }
     }

@@ -22,7 +22,7 @@ Item {
     }
     ParallelAnimation {
         id: enter
-        NumberAnimation { target: mini; property: "opacity"; to: 1; duration: hud.glideMs; easing.type: Easing.OutCubic }
+        NumberAnimation { target: mini; property: "opacity"; to: 1; duration: hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: hud.glideCurve }
         SpringAnimation { target: drop; property: "y"; to: 0; spring: hud.snapSpring; damping: hud.snapDamping; epsilon: 0.25 }
     }
 
@@ -33,7 +33,7 @@ Item {
         border.width: 1
         border.color: mini.isOpen ? hud.alpha(mini.accent, 0.5) : mini.hovering ? hud.hairlineHot : hud.hairline
         clip: true
-        Behavior on color { enabled: panel.animated; ColorAnimation { duration: hud.glideMs; easing.type: Easing.OutCubic } }
+        Behavior on color { enabled: panel.animated; ColorAnimation { duration: hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: hud.glideCurve } }
     }
     AccentRule {
         x: 8

@@ -32,8 +32,8 @@ Item {
     SequentialAnimation on breath {
         running: dot.alive && panel.animated
         loops: Animation.Infinite
-        NumberAnimation { from: 0; to: 1; duration: 1400; easing.type: Easing.InOutQuad }
-        NumberAnimation { from: 1; to: 0; duration: 1400; easing.type: Easing.InOutQuad }
+        NumberAnimation { from: 0; to: 1; duration: 1400; easing.type: Easing.BezierSpline; easing.bezierCurve: hud.easeInOutCurve }
+        NumberAnimation { from: 1; to: 0; duration: 1400; easing.type: Easing.BezierSpline; easing.bezierCurve: hud.easeInOutCurve }
     }
     Component.onCompleted: if (alive && !panel.animated) breath = 1
 }

@@ -6,7 +6,7 @@ Item {
     readonly property bool hovering: hover.hovered
     implicitHeight: stack.implicitHeight + 22
     opacity: hovering ? 1.0 : 0.66
-    Behavior on opacity { enabled: panel.animated; NumberAnimation { duration: hud.glideMs; easing.type: Easing.OutCubic } }
+    Behavior on opacity { enabled: panel.animated; NumberAnimation { duration: hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: hud.glideCurve } }
 
     Rectangle {
         anchors.fill: parent

@@ -12,7 +12,7 @@ Item {
         anchors.fill: parent
         radius: height / 2
         color: toggle.on ? hud.lark : hud.alpha(hud.ink4, 0.8)
-        Behavior on color { enabled: panel.animated; ColorAnimation { duration: hud.glideMs } }
+        Behavior on color { enabled: panel.animated; ColorAnimation { duration: hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: hud.glideCurve } }
     }
     Rectangle {
         width: toggle.height - 4
