@@ -93,11 +93,13 @@ QStringList counters(const Telemetry &telemetry, LinkState link, double now)
         out << QStringLiteral("RTT ") + Format::fixed(std::round(*telemetry.latencyMs), 0) +
                    QStringLiteral("ms");
     if (telemetry.lastFrameAt && link == LinkState::live) {
+        // The panel's clock ticks every 3 s, so a frame can be newer than
+        // "now": that is a fresh tape, not one from the future.
         const double age = now - *telemetry.lastFrameAt;
         // The age formatter stops the program on values it cannot print; a
         // clock that went mad must not take the panel with it.
         if (std::isfinite(age) && std::abs(age) < 1e15)
-            out << QStringLiteral("TAPE ") + Format::age(age);
+            out << QStringLiteral("TAPE ") + Format::age(std::max(0.0, age));
     }
     out << QString::number(telemetry.visible) + QStringLiteral(" shown");
     out << QString::number(telemetry.held) + QStringLiteral(" held");

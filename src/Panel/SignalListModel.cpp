@@ -4,6 +4,7 @@
 #include "Panel/PanelText.h"
 #include "Support/Format.h"
 
+#include <algorithm>
 #include <cmath>
 
 SignalListModel::SignalListModel(const FeedStore *store, QObject *parent)
@@ -50,12 +51,12 @@ QVariantMap SignalListModel::describe(const Signal &s, double now, const FeedSto
     m[QStringLiteral("age")] = Format::relative(s.createdAt, now);
     m[QStringLiteral("amount")] =
         s.notionalUsd && std::isfinite(*s.notionalUsd) ? Format::usd(*s.notionalUsd) : QString();
-    m[QStringLiteral("winRate")] =
-        s.wallet && s.wallet->winRate && std::isfinite(*s.wallet->winRate) ? *s.wallet->winRate : -1.0;
+    const bool hasWinRate = s.wallet && s.wallet->winRate && std::isfinite(*s.wallet->winRate);
+    // A wallet that never won still has a win rate: 0 shows an empty ring.
+    m[QStringLiteral("hasWinRate")] = hasWinRate;
+    m[QStringLiteral("winRate")] = hasWinRate ? std::clamp(*s.wallet->winRate, 0.0, 1.0) : 0.0;
     m[QStringLiteral("winRateText")] =
-        s.wallet && s.wallet->winRate && std::isfinite(*s.wallet->winRate)
-            ? PanelText::winRatePercent(*s.wallet->winRate) + QStringLiteral(" WR")
-            : QString();
+        hasWinRate ? PanelText::winRatePercent(*s.wallet->winRate) + QStringLiteral(" WR") : QString();
     m[QStringLiteral("chartUrl")] = chartUrl(s.id, store);
     return m;
 }

@@ -1,6 +1,8 @@
 // The panel's texts and small decisions, without any QML.
 
+#include "Panel/PanelStyle.h"
 #include "Panel/PanelText.h"
+#include "Panel/SignalListModel.h"
 
 #include <QTest>
 
@@ -120,6 +122,9 @@ private Q_SLOTS:
         QTest::newRow("no tape while down")
             << std::optional<double>() << std::optional<double>(90.0) << LinkState::down
             << QStringList{QStringLiteral("0 shown"), QStringLiteral("0 held")};
+        QTest::newRow("a frame newer than the panel clock is fresh")
+            << std::optional<double>() << std::optional<double>(-1.4) << LinkState::live
+            << QStringList{QStringLiteral("TAPE 0s"), QStringLiteral("0 shown"), QStringLiteral("0 held")};
         QTest::newRow("tape in minutes")
             << std::optional<double>() << std::optional<double>(90.0) << LinkState::live
             << QStringList{QStringLiteral("TAPE 2m"), QStringLiteral("0 shown"), QStringLiteral("0 held")};
@@ -259,6 +264,50 @@ private Q_SLOTS:
         QFETCH(QString, meta);
         const double now = 1'700'000'000;
         QCOMPARE(PanelText::metaText(whale(winRate, now - ageSeconds), now), meta);
+    }
+
+    // The hero's ring shows for every known win rate, a zero one included.
+    void heroWinRing_data()
+    {
+        QTest::addColumn<std::optional<double>>("winRate");
+        QTest::addColumn<bool>("shown");
+        QTest::addColumn<QString>("text");
+        QTest::newRow("known") << std::optional<double>(0.62) << true << QStringLiteral("62% WR");
+        QTest::newRow("never won") << std::optional<double>(0.0) << true << QStringLiteral("0% WR");
+        QTest::newRow("unknown") << std::optional<double>() << false << QString();
+        QTest::newRow("not a number")
+            << std::optional<double>(std::numeric_limits<double>::quiet_NaN()) << false << QString();
+    }
+    void heroWinRing()
+    {
+        QFETCH(std::optional<double>, winRate);
+        QFETCH(bool, shown);
+        QFETCH(QString, text);
+        const QVariantMap hero = SignalListModel::describe(whale(winRate, 1000), 1000, nullptr);
+        QCOMPARE(hero[QStringLiteral("hasWinRate")].toBool(), shown);
+        QCOMPARE(hero[QStringLiteral("winRateText")].toString(), text);
+    }
+
+    // Hover changes and the panel's slide use the platform's ease-out, the
+    // same curve the theme's glide describes; the QML control points agree.
+    void easeOutIsTheGlideCurve()
+    {
+        const QEasingCurve curve = PanelStyle::easeOut();
+        const QVariantList points = PanelStyle().glideCurve();
+        QCOMPARE(points.size(), 6);
+        QEasingCurve fromQml(QEasingCurve::BezierSpline);
+        fromQml.addCubicBezierSegment(QPointF(points[0].toDouble(), points[1].toDouble()),
+                                      QPointF(points[2].toDouble(), points[3].toDouble()),
+                                      QPointF(points[4].toDouble(), points[5].toDouble()));
+        for (int i = 0; i <= 20; ++i) {
+            const double t = i / 20.0;
+            const double expected = Motion::glide.valueAt(t * Motion::glide.response);
+            QVERIFY2(std::abs(curve.valueForProgress(t) - expected) < 2e-3, qPrintable(QString::number(t)));
+            QVERIFY(std::abs(fromQml.valueForProgress(t) - expected) < 2e-3);
+        }
+        // Not the cubic the toolkit offers by name: that one starts faster.
+        QVERIFY(std::abs(QEasingCurve(QEasingCurve::OutCubic).valueForProgress(0.2) -
+                         curve.valueForProgress(0.2)) > 0.05);
     }
 
     void pileInShowsItsAge()

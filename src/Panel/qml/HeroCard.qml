@@ -56,8 +56,8 @@ Item {
                 objectName: "winRing"
                 anchors.right: parent.right
                 anchors.verticalCenter: parent.verticalCenter
-                visible: (card.hero.winRate || -1) >= 0
-                ratio: Math.max(0, card.hero.winRate || 0)
+                visible: card.hero.hasWinRate === true
+                ratio: card.hero.winRate || 0
                 label: card.hero.winRateText || ""
             }
         }
@@ -132,9 +132,12 @@ Item {
         Loader {
             objectName: "heroInspector"
             active: card.isOpen
-            visible: active
+            // Stays in the column while it folds away, so the card shrinks smoothly.
+            visible: height > 0
+            clip: true
             width: parent.width
             height: active && item ? item.implicitHeight : 0
+            Behavior on height { enabled: panel.animated; SpringAnimation { spring: hud.snapSpring; damping: hud.snapDamping; epsilon: 0.25 } }
             sourceComponent: Column {
                 spacing: 12
                 topPadding: 4

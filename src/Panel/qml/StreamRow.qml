@@ -15,13 +15,13 @@ Item {
 
     implicitHeight: stack.implicitHeight + 16
     opacity: isOpen || hovering ? 1.0 : 0.72
-    Behavior on opacity { enabled: panel.animated; NumberAnimation { duration: hud.glideMs; easing.type: Easing.OutCubic } }
+    Behavior on opacity { enabled: panel.animated; NumberAnimation { duration: hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: hud.glideCurve } }
 
     HoverHandler { id: hover }
     Rectangle {
         anchors.fill: parent
         color: row.isOpen ? hud.alpha(hud.raised, 0.7) : row.hovering ? hud.alpha(hud.raised, 0.45) : "transparent"
-        Behavior on color { enabled: panel.animated; ColorAnimation { duration: hud.glideMs; easing.type: Easing.OutCubic } }
+        Behavior on color { enabled: panel.animated; ColorAnimation { duration: hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: hud.glideCurve } }
     }
 
     Column {
@@ -132,10 +132,13 @@ Item {
         Loader {
             objectName: "rowInspector"
             active: row.isOpen
-            visible: active
+            // Stays in the column while it folds away, so the row shrinks smoothly.
+            visible: height > 0
+            clip: true
             x: 52
             width: parent.width - x
             height: active && item ? item.implicitHeight + 14 : 0
+            Behavior on height { enabled: panel.animated; SpringAnimation { spring: hud.snapSpring; damping: hud.snapDamping; epsilon: 0.25 } }
             sourceComponent: Item {
                 implicitHeight: inspectorView.implicitHeight
                 InspectorView {
