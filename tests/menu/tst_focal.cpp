@@ -111,14 +111,14 @@ private Q_SLOTS:
 
     void holdEndsTheTakeoverAndReplacementRestartsIt()
     {
-        auto d = director(300);
+        auto d = director(1000);
         d->consider({}, 25000);
         d->consider({trade("a", 1e6, 80)}, 25000);
-        QTest::qWait(200);
+        QTest::qWait(700);
         d->consider({trade("b", 1e6, 80), trade("a", 1e6, 80)}, 25000); // restarts the hold
-        QTest::qWait(200);
-        QCOMPARE(d->current()->id, QStringLiteral("b")); // 400 ms after "a", still held
-        QVERIFY(QTest::qWaitFor([&] { return !d->current(); }, 2000));
+        QTest::qWait(500);
+        QCOMPARE(d->current()->id, QStringLiteral("b")); // past a's hold, within b's
+        QVERIFY(QTest::qWaitFor([&] { return !d->current(); }, 5000));
         QCOMPARE(ids(changes), (QStringList{QStringLiteral("a"), QStringLiteral("b"), QStringLiteral("-")}));
         QVERIFY(!d->releasePending());
     }
