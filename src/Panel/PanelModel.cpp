@@ -423,6 +423,7 @@ void PanelModel::toggle(const QString &id)
     const bool opening = openId_ != id;
     openId_ = opening ? id : QString();
     Q_EMIT openIdChanged();
+    Q_EMIT detailCardChanged();
     if (!opening || !store_)
         return;
     if (const Signal *s = findSignal(id)) {
@@ -445,15 +446,34 @@ void PanelModel::showDetailCard(const QString &id)
 
 void PanelModel::closeDetailCard()
 {
-    detailCardId_.clear();
-    Q_EMIT detailCardChanged();
+    if (!detailCardId_.isEmpty()) {
+        detailCardId_.clear();
+        Q_EMIT detailCardChanged();
+        return;
+    }
+    // Closing an opened mini hero is the same tap that opened it.
+    if (!openMiniId().isEmpty())
+        toggle(openId_);
+}
+
+QString PanelModel::openMiniId() const
+{
+    if (openId_.isEmpty())
+        return {};
+    for (qsizetype i = 1; i < heroes_.size(); ++i)
+        if (heroes_.at(i).id == openId_)
+            return openId_;
+    return {};
 }
 
 QVariantMap PanelModel::detailCard() const
 {
-    if (detailCardId_.isEmpty())
+    // A mini hero has no room to unfold: once opened, its evidence shows on
+    // the detail card over the content.
+    const QString id = detailCardId_.isEmpty() ? openMiniId() : detailCardId_;
+    if (id.isEmpty())
         return {};
-    if (const Signal *s = findSignal(detailCardId_))
+    if (const Signal *s = findSignal(id))
         return SignalListModel::describe(*s, now_, store_);
     return {};
 }

@@ -35,7 +35,8 @@ class PanelModel : public QObject {
     Q_PROPERTY(QString openId READ openId NOTIFY openIdChanged)
     Q_PROPERTY(bool showSettings READ showSettings WRITE setShowSettings NOTIFY showSettingsChanged)
     Q_PROPERTY(bool bloom READ bloom NOTIFY bloomChanged)
-    // A stand-alone detail card of one signal over the content (empty: none).
+    // A stand-alone detail card of one signal over the content (empty: none):
+    // the opened mini hero, or one asked for by showDetailCard.
     Q_PROPERTY(QVariantMap detailCard READ detailCard NOTIFY detailCardChanged)
     // Off for still pictures: every transition jumps to its end.
     Q_PROPERTY(bool animated READ animated NOTIFY animatedChanged)
@@ -164,6 +165,8 @@ Q_SIGNALS:
 
 private:
     void rebuildLists();
+    // openId when it names one of the mini heroes, else empty.
+    QString openMiniId() const;
     void bumpDetails();
     void flash();
 

@@ -106,6 +106,37 @@ private Q_SLOTS:
         QVERIFY(store->loadingDetail().contains(second));
     }
 
+    // A mini hero opens onto the detail card; closing the card closes it and
+    // loads nothing more. The big hero unfolds in place instead.
+    void miniHeroOpensTheDetailCard()
+    {
+        feed();
+        PanelModel model(store.get());
+        QVERIFY(model.minis()->count() >= 1);
+        const QString mini = model.minis()->ids().at(0);
+        const QString hero = model.hero()[QStringLiteral("signalId")].toString();
+        QVERIFY(model.detailCard().isEmpty());
+
+        QSignalSpy card(&model, &PanelModel::detailCardChanged);
+        model.toggle(mini);
+        QVERIFY(card.count() >= 1);
+        QCOMPARE(model.detailCard()[QStringLiteral("signalId")].toString(), mini);
+        QVERIFY(store->loadingDetail().contains(mini));
+        QVERIFY(QTest::qWaitFor([&] { return store->failedDetail().contains(mini); }, 10000));
+
+        QSignalSpy loading(store.get(), &FeedStore::loadingDetailChanged);
+        model.closeDetailCard();
+        QCOMPARE(model.openId(), QString());
+        QVERIFY(model.detailCard().isEmpty());
+        QCOMPARE(loading.count(), 0);
+
+        model.toggle(hero);
+        QCOMPARE(model.openId(), hero);
+        QVERIFY(model.detailCard().isEmpty());
+        model.closeDetailCard(); // no card: the open hero stays open
+        QCOMPARE(model.openId(), hero);
+    }
+
     void retryShowsLoadingAtOnce()
     {
         feed();

@@ -290,6 +290,21 @@ private Q_SLOTS:
         QVERIFY(visibleNamed(root(), QStringLiteral("heroInspector")).isEmpty());
     }
 
+    void miniHeroOpensItsEvidence()
+    {
+        feed(6);
+        open();
+        QQuickItem *mini = visibleNamed(root(), QStringLiteral("miniHero")).value(0);
+        QVERIFY(mini);
+        QVERIFY(visibleNamed(root(), QStringLiteral("heroDetail")).isEmpty());
+        click(mini);
+        QCOMPARE(panel->model()->openId(), mini->property("signalId").toString());
+        QCOMPARE(visibleNamed(root(), QStringLiteral("heroDetail")).size(), 1);
+        click(visibleNamed(root(), QStringLiteral("closeDetail")).value(0));
+        QCOMPARE(panel->model()->openId(), QString());
+        QVERIFY(visibleNamed(root(), QStringLiteral("heroDetail")).isEmpty());
+    }
+
     void filterChipsChangeTheList()
     {
         feed(6);

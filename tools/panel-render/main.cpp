@@ -133,7 +133,14 @@ int main(int argc, char **argv)
             model->toggle(heroes.first().id);
             waitFor([&] { return settled(live, heroes.first().id); }, 5000);
             save(panel, QStringLiteral("hero-open.png"));
-            panel.open()->showDetailCard(heroes.first().id);
+            // A mini hero opens onto the detail card; with none, ask for the top one's.
+            PanelModel *again = panel.open();
+            if (heroes.size() > 1) {
+                again->toggle(heroes.at(1).id);
+                waitFor([&] { return settled(live, heroes.at(1).id); }, 5000);
+            } else {
+                again->showDetailCard(heroes.first().id);
+            }
             save(panel, QStringLiteral("hero-detail.png"));
         }
     }
