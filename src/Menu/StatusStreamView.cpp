@@ -54,44 +54,54 @@ double popSpring(double t)
     return 1 - std::exp(-z * w0 * t) * (std::cos(wd * t) + z * w0 / wd * std::sin(wd * t));
 }
 
-// Separable Gaussian over a premultiplied image; outside the image is transparent.
+// Separable Gaussian over a premultiplied image; outside the image is
+// transparent. Fixed point (16 fractional bits) keeps it quick enough for the
+// frames of a takeover's fade.
 QImage gaussianBlur(const QImage &source, double sigma)
 {
     if (sigma < 0.05)
         return source;
-    QImage src = source.convertToFormat(QImage::Format_ARGB32_Premultiplied);
+    const QImage src = source.convertToFormat(QImage::Format_ARGB32_Premultiplied);
     const int r = int(std::ceil(sigma * 3));
-    std::vector<double> kernel(size_t(2 * r + 1));
+    std::vector<double> weights(size_t(2 * r + 1));
     double sum = 0;
     for (int i = -r; i <= r; ++i)
-        sum += kernel[size_t(i + r)] = std::exp(-(i * i) / (2 * sigma * sigma));
-    for (double &k : kernel)
-        k /= sum;
+        sum += weights[size_t(i + r)] = std::exp(-(i * i) / (2 * sigma * sigma));
+    std::vector<quint32> kernel(weights.size());
+    for (size_t i = 0; i < weights.size(); ++i)
+        kernel[i] = quint32(std::lround(weights[i] / sum * 65536.0));
     const int w = src.width(), h = src.height();
+    // One pass along rows (step 1) or along columns (step: one scan line).
     auto pass = [&](const QImage &in, bool horizontal) {
         QImage out(in.size(), in.format());
-        out.setDevicePixelRatio(in.devicePixelRatio());
-        for (int y = 0; y < h; ++y) {
-            auto *dst = reinterpret_cast<QRgb *>(out.scanLine(y));
-            for (int x = 0; x < w; ++x) {
-                double a = 0, rr = 0, g = 0, b = 0;
-                for (int i = -r; i <= r; ++i) {
-                    const int sx = horizontal ? x + i : x, sy = horizontal ? y : y + i;
-                    if (sx < 0 || sy < 0 || sx >= w || sy >= h)
-                        continue;
-                    const QRgb px = reinterpret_cast<const QRgb *>(in.constScanLine(sy))[sx];
-                    const double k = kernel[size_t(i + r)];
-                    a += k * qAlpha(px);
-                    rr += k * qRed(px);
-                    g += k * qGreen(px);
-                    b += k * qBlue(px);
+        const int lines = horizontal ? h : w, length = horizontal ? w : h;
+        const qsizetype stride = in.bytesPerLine() / 4;
+        const qsizetype step = horizontal ? 1 : stride;
+        const auto *base = reinterpret_cast<const quint32 *>(in.constBits());
+        auto *outBase = reinterpret_cast<quint32 *>(out.bits());
+        for (int line = 0; line < lines; ++line) {
+            const quint32 *row = horizontal ? base + line * stride : base + line;
+            quint32 *dst = horizontal ? outBase + line * stride : outBase + line;
+            for (int x = 0; x < length; ++x) {
+                quint32 a = 0, rr = 0, g = 0, b = 0;
+                const int from = std::max(-r, -x), to = std::min(r, length - 1 - x);
+                for (int i = from; i <= to; ++i) {
+                    const quint32 px = row[(x + i) * step];
+                    const quint32 k = kernel[size_t(i + r)];
+                    a += k * (px >> 24);
+                    rr += k * ((px >> 16) & 0xff);
+                    g += k * ((px >> 8) & 0xff);
+                    b += k * (px & 0xff);
                 }
-                dst[x] = qRgba(int(rr + 0.5), int(g + 0.5), int(b + 0.5), int(a + 0.5));
+                const auto channel = [](quint32 v) { return std::min<quint32>(255, (v + 32768) >> 16); };
+                dst[x * step] = (channel(a) << 24) | (channel(rr) << 16) | (channel(g) << 8) | channel(b);
             }
         }
         return out;
     };
-    return pass(pass(src, true), false);
+    QImage out = pass(pass(src, true), false);
+    out.setDevicePixelRatio(source.devicePixelRatio());
+    return out;
 }
 
 double devicePixelRatioOf(const QPainter &p)
@@ -311,6 +321,31 @@ const QImage &StatusStreamView::cachedBadge(const StreamSegment &segment,
     return *it;
 }
 
+const QImage &StatusStreamView::cachedGlow(const StreamSegment &segment, const std::optional<QString> &figure,
+                                           double height, double scale) const
+{
+    const QImage &badge = cachedBadge(segment, figure, height, scale);
+    const qint64 key = badge.cacheKey();
+    auto it = glows_.find(key);
+    if (it == glows_.end()) {
+        if (glows_.size() > 8)
+            glows_.clear();
+        QImage glow(badge.size(), QImage::Format_ARGB32_Premultiplied);
+        glow.setDevicePixelRatio(badge.devicePixelRatio());
+        glow.fill(Qt::transparent);
+        if (!badge.isNull()) {
+            QPainter g(&glow);
+            g.drawImage(0, 0, badge);
+            g.setCompositionMode(QPainter::CompositionMode_SourceIn);
+            g.fillRect(glow.rect(), toQColor(Theme::menuAccent(segment.kind, true)));
+        }
+        glow = gaussianBlur(glow, 2.0 * scale);
+        glow.setDevicePixelRatio(scale);
+        it = glows_.insert(key, glow);
+    }
+    return *it;
+}
+
 void StatusStreamView::paintEvent(QPaintEvent *)
 {
     QPainter p(this);
@@ -382,18 +417,11 @@ void StatusStreamView::paintFocal(QPainter &p, const QSizeF &size, double t) con
     if (badge.isNull())
         return;
 
-    // A glow in the kind's accent, from the badge's own outline.
-    QImage glow(badge.size(), QImage::Format_ARGB32_Premultiplied);
-    glow.setDevicePixelRatio(badge.devicePixelRatio());
-    glow.fill(Qt::transparent);
-    {
-        QPainter g(&glow);
-        g.drawImage(0, 0, badge);
-        g.setCompositionMode(QPainter::CompositionMode_SourceIn);
-        g.fillRect(glow.rect(), toQColor(Theme::menuAccent(shown->segment.kind, true)));
-    }
-    glow = gaussianBlur(glow, 2.0 * scale);
-    glow.setDevicePixelRatio(scale);
+    // A glow in the kind's accent, from the outline of the badge as it lands.
+    // The digits rolling underneath change a blurred glow by nothing visible,
+    // so it is made once per takeover rather than once per frame.
+    const QImage &glow =
+        cachedGlow(shown->segment, shown->usd ? std::optional(Format::usd(*shown->usd)) : std::nullopt, h, scale);
 
     p.save();
     const QPointF centre(StreamComposer::badgeWidth / 2, h / 2);
@@ -417,21 +445,24 @@ void StatusStreamView::paintAt(QPainter &p, const QSizeF &size, double t) const
     const double laneOpacity = laneOpacityAt(t);
     const double blur = blurRadiusAt(t);
     if (blur > 0.01) {
-        const double scale = devicePixelRatioOf(p);
-        QImage lane(QSize(int(std::ceil(size.width() * scale)), int(std::ceil(h * scale))),
-                    QImage::Format_ARGB32_Premultiplied);
-        lane.setDevicePixelRatio(scale);
+        // Blurred at one pixel per point: the result is soft anyway, and it is
+        // a quarter of the work at 2x. The blur is kept while neither the lane
+        // nor the radius changes, which is most of a takeover.
+        QImage lane(QSize(int(std::ceil(size.width())), int(std::ceil(h))), QImage::Format_ARGB32_Premultiplied);
         lane.fill(Qt::transparent);
         {
             QPainter lp(&lane);
             lp.setRenderHint(QPainter::Antialiasing);
             paintLane(lp, size, t);
         }
-        QImage blurred = gaussianBlur(lane, blur * scale);
-        blurred.setDevicePixelRatio(scale);
+        if (lane != blurSource_ || std::abs(blur - blurredRadius_) > 0.02) {
+            blurred_ = gaussianBlur(lane, blur);
+            blurSource_ = lane;
+            blurredRadius_ = blur;
+        }
         p.save();
         p.setOpacity(laneOpacity);
-        p.drawImage(QPointF(0, 0), blurred);
+        p.drawImage(QRectF(QPointF(0, 0), QSizeF(lane.size())), blurred_);
         p.restore();
     } else {
         p.save();

@@ -83,6 +83,8 @@ private:
     void paintFocal(QPainter &p, const QSizeF &size, double t) const;
     const QImage &cachedBadge(const StreamSegment &segment, const std::optional<QString> &figure,
                               double height, double scale) const;
+    const QImage &cachedGlow(const StreamSegment &segment, const std::optional<QString> &figure, double height,
+                             double scale) const;
 
     QList<StreamSegment> rows_;
     QList<RailTick> rail_;
@@ -110,4 +112,8 @@ private:
 
     // Badges are drawn once per segment and figure, not per frame.
     mutable QHash<QString, QImage> badges_;
+    mutable QHash<qint64, QImage> glows_; // by the landed badge's cache key
+    // The takeover's blurred lane, kept while the lane and radius stay the same.
+    mutable QImage blurSource_, blurred_;
+    mutable double blurredRadius_ = -1;
 };
