@@ -13,6 +13,8 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <cmath>
+
 class PanelSnapshotsTest : public QObject {
     Q_OBJECT
 
@@ -102,6 +104,33 @@ private Q_SLOTS:
         QCOMPARE(result.calls, 1);
         QVERIFY(!result.ok);
         QVERIFY2(result.error.contains(QStringLiteral("cannot")), qPrintable(result.error));
+    }
+
+    // Nothing of the panel shows outside its rounded edge: the four corner
+    // areas beyond the 14-pt radius stay fully transparent, settings open or not.
+    void nothingShowsOutsideTheRoundedCorners()
+    {
+        store->ingest({whaleFill(1, clock.t, 5000)});
+        OffscreenPanel panel(store.get());
+        QVERIFY(panel.isValid());
+        for (bool settings : {false, true}) {
+            panel.open()->setShowSettings(settings);
+            const QImage image = panel.grab().convertToFormat(QImage::Format_ARGB32);
+            const int w = image.width(), h = image.height();
+            const double r = 14 * 2; // pixels at 2x
+            for (int y = 0; y < r; ++y)
+                for (int x = 0; x < r; ++x) {
+                    // Outside the corner's circle, with a pixel of antialiasing.
+                    if (std::hypot(r - (x + 0.5), r - (y + 0.5)) < r + 1.5)
+                        continue;
+                    for (const QPoint p : {QPoint(x, y), QPoint(w - 1 - x, y), QPoint(x, h - 1 - y),
+                                           QPoint(w - 1 - x, h - 1 - y)})
+                        QVERIFY2(
+                            qAlpha(image.pixel(p)) == 0,
+                            qPrintable(
+                                QStringLiteral("%1,%2 settings %3").arg(p.x()).arg(p.y()).arg(settings)));
+                }
+        }
     }
 
     void offscreenPanelIsTwiceTheSize()

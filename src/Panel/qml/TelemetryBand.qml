@@ -8,9 +8,21 @@ Item {
     opacity: hovering ? 1.0 : 0.66
     Behavior on opacity { enabled: panel.animated; NumberAnimation { duration: hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: hud.glideCurve } }
 
-    Rectangle {
+    // Edge to edge, but the band sits in the panel's rounded foot: its lower
+    // corners follow the panel's (14 less the 1-pt edge), or they would show
+    // as dark specks outside it.
+    property real footRadius: 13
+    Item {
         anchors.fill: parent
-        color: hud.alpha(hud.plate, 0.5)
+        clip: true
+        Rectangle {
+            objectName: "bandPlate"
+            y: -band.footRadius
+            width: parent.width
+            height: parent.height + band.footRadius
+            radius: band.footRadius
+            color: hud.alpha(hud.plate, 0.5)
+        }
     }
     HoverHandler { id: hover }
     ToolTip.visible: hovering
