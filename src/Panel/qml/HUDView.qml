@@ -83,6 +83,20 @@ Item {
                     }
                 }
             }
+            // An opened hero can outgrow its layer: fade the cut edge so it
+            // reads as "more below", not as clipped text.
+            Rectangle {
+                objectName: "heroMoreBelow"
+                x: heroFlick.x
+                width: heroFlick.width
+                height: 28
+                y: heroFlick.y + heroFlick.height - height
+                visible: heroFlick.contentY + heroFlick.height < heroFlick.contentHeight - 1
+                gradient: Gradient {
+                    GradientStop { position: 0; color: hud.alpha(hud.plate, 0) }
+                    GradientStop { position: 1; color: hud.alpha(hud.plate, 0.96) }
+                }
+            }
         }
 
         // Filter chips
