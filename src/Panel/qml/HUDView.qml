@@ -153,6 +153,19 @@ Item {
                     meta: model.meta
                 }
             }
+            // The same hint at the foot of the list, so a row cut by the band
+            // does not show as stray marks.
+            Rectangle {
+                objectName: "streamMoreBelow"
+                anchors.bottom: parent.bottom
+                width: parent.width
+                height: 24
+                visible: stream.visible && !stream.atYEnd
+                gradient: Gradient {
+                    GradientStop { position: 0; color: hud.alpha(hud.abyss, 0) }
+                    GradientStop { position: 1; color: hud.alpha(hud.abyss, 0.9) }
+                }
+            }
             EmptyState {
                 objectName: "emptyState"
                 visible: panel.streamEmpty
