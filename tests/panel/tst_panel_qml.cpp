@@ -338,6 +338,35 @@ private Q_SLOTS:
         QCOMPARE(visibleNamed(root(), QStringLiteral("miniHero")).size(), 2);
     }
 
+    // A headline too long for its row loses its middle: the ticker's start and
+    // the body's end stay, and the meta column keeps its 42 pt.
+    void longHeadlineIsCutInTheMiddle()
+    {
+        feed(4);
+        const QString handle = QStringLiteral("averyveryverylonghandlethatgoesonandonforeverandever");
+        store->ingest({whaleFill(900, clock.t - 5, 1200, handle, QStringLiteral("LONGTICKER"))});
+        open();
+        settleFrame(panel->window());
+        QQuickItem *summary = summaryOf(root(), QStringLiteral("tw-fill-900"));
+        QVERIFY(summary);
+        QQuickItem *ticker = itemsNamed(summary, QStringLiteral("tickerText")).value(0);
+        QQuickItem *body = itemsNamed(summary, QStringLiteral("bodyText")).value(0);
+        QQuickItem *meta = itemsNamed(summary, QStringLiteral("metaText")).value(0);
+        QVERIFY(ticker && body && meta);
+        const QString shown = ticker->property("text").toString() + body->property("text").toString();
+        QVERIFY2(shown.contains(QChar(0x2026)), qPrintable(shown));
+        QVERIFY2(shown.startsWith(QStringLiteral("$LONG")), qPrintable(shown));
+        QVERIFY2(!shown.endsWith(QChar(0x2026)), qPrintable(shown));
+        QCOMPARE(meta->width(), 42.0);
+        // The cut text stays clear of the figure and the meta column.
+        QQuickItem *figure = itemsNamed(summary, QStringLiteral("figureText")).value(0);
+        QVERIFY(figure);
+        const double headlineRight =
+            ticker->mapToItem(summary, QPointF(0, 0)).x() + ticker->width() + body->width();
+        QVERIFY2(headlineRight <= figure->x() + 0.5,
+                 qPrintable(QStringLiteral("%1 > %2").arg(headlineRight).arg(figure->x())));
+    }
+
     void wireTextIsPlainEverywhere()
     {
         QList<TwFill> fills;
