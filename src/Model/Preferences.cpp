@@ -172,10 +172,31 @@ void setLaunchAtLogin(bool on)
 
 bool launchAtLogin()
 {
-    QSettings entry(autostartPath(), QSettings::IniFormat);
-    if (!QFile::exists(autostartPath()))
+    // Read the entry as a desktop would: it is off when it is hidden or when
+    // the session's own switch for it is off. (A desktop entry is not an INI
+    // file: its Exec line has its own escapes, so it is read line by line.)
+    QFile file(autostartPath());
+    if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
         return false;
-    return entry.value(QStringLiteral("Desktop Entry/Hidden")).toString() != QLatin1String("true");
+    bool inMainGroup = false;
+    while (!file.atEnd()) {
+        const QString line = QString::fromUtf8(file.readLine()).trimmed();
+        if (line.startsWith(QLatin1Char('['))) {
+            inMainGroup = line == QLatin1String("[Desktop Entry]");
+            continue;
+        }
+        if (!inMainGroup)
+            continue;
+        const qsizetype eq = line.indexOf(QLatin1Char('='));
+        if (eq <= 0)
+            continue;
+        const QString key = line.left(eq).trimmed(), value = line.mid(eq + 1).trimmed();
+        if (key == QLatin1String("Hidden") && value == QLatin1String("true"))
+            return false;
+        if (key == QLatin1String("X-GNOME-Autostart-enabled") && value == QLatin1String("false"))
+            return false;
+    }
+    return true;
 }
 
 } // namespace PreferencesStore

@@ -3,7 +3,9 @@
 
 #include "Model/Preferences.h"
 
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QSettings>
 #include <QTemporaryDir>
 #include <QTest>
@@ -153,6 +155,34 @@ private Q_SLOTS:
         entry.close();
         PreferencesStore::setLaunchAtLogin(false);
         QVERIFY(!PreferencesStore::launchAtLogin());
+    }
+
+    // An entry the user or another tool edited is read the way a desktop reads it.
+    void launchAtLoginReadsForeignEntries_data()
+    {
+        QTest::addColumn<QByteArray>("entry");
+        QTest::addColumn<bool>("on");
+        QTest::newRow("plain") << QByteArray("[Desktop Entry]\nType=Application\nExec=larkpin\n") << true;
+        QTest::newRow("hidden") << QByteArray("[Desktop Entry]\nExec=larkpin\nHidden=true\n") << false;
+        QTest::newRow("session switch off")
+            << QByteArray("[Desktop Entry]\nExec=larkpin\nX-GNOME-Autostart-enabled=false\n") << false;
+        QTest::newRow("session switch on")
+            << QByteArray("[Desktop Entry]\nExec=larkpin\nX-GNOME-Autostart-enabled=true\n") << true;
+        QTest::newRow("hidden only in another group")
+            << QByteArray("[Desktop Entry]\nExec=larkpin\n[Desktop Action x]\nHidden=true\n") << true;
+        QTest::newRow("escapes in Exec") << QByteArray("[Desktop Entry]\nExec=\"/opt/a \\\"b\\\"/larkpin\"\n") << true;
+    }
+    void launchAtLoginReadsForeignEntries()
+    {
+        QFETCH(QByteArray, entry);
+        QFETCH(bool, on);
+        qputenv("XDG_CONFIG_HOME", dir_.filePath(QStringLiteral("foreign")).toUtf8());
+        QVERIFY(QDir().mkpath(QFileInfo(PreferencesStore::autostartPath()).absolutePath()));
+        QFile file(PreferencesStore::autostartPath());
+        QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        file.write(entry);
+        file.close();
+        QCOMPARE(PreferencesStore::launchAtLogin(), on);
     }
 
     void launchAtLoginFailureLeavesItOff()
