@@ -8,10 +8,10 @@
 
 #include <QApplication>
 #include <QCryptographicHash>
-#include <QStandardPaths>
 #include <QLocalServer>
 #include <QLocalSocket>
 #include <QSocketNotifier>
+#include <QStandardPaths>
 
 #include <csignal>
 #include <cstdio>
@@ -54,7 +54,8 @@ QString instanceName()
 {
     const QByteArray home = QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation).toUtf8();
     const QByteArray key = QCryptographicHash::hash(home, QCryptographicHash::Sha1).toHex().left(10);
-    return QStringLiteral("larkpin-") + QString::number(::getuid()) + QLatin1Char('-') + QString::fromLatin1(key);
+    return QStringLiteral("larkpin-") + QString::number(::getuid()) + QLatin1Char('-') +
+           QString::fromLatin1(key);
 }
 
 // True when another instance took the request; this process should then exit.
@@ -113,7 +114,8 @@ int main(int argc, char *argv[])
             QObject::connect(peer, &QLocalSocket::disconnected, peer, &QObject::deleteLater);
         }
     });
-    QObject::connect(&app, &QCoreApplication::aboutToQuit, &delegate, [&delegate] { delegate.applicationWillTerminate(); });
+    QObject::connect(&app, &QCoreApplication::aboutToQuit, &delegate,
+                     [&delegate] { delegate.applicationWillTerminate(); });
 
     if (!delegate.applicationDidFinishLaunching())
         return 1;

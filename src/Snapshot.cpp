@@ -15,8 +15,9 @@ namespace Snapshot {
 
 QStringList fileNames()
 {
-    return {QStringLiteral("statusbar-light.png"), QStringLiteral("statusbar-dark.png"), QStringLiteral("panel.png"),
-            QStringLiteral("settings.png"),        QStringLiteral("inspector.png"),      QStringLiteral("inspector-loading.png"),
+    return {QStringLiteral("statusbar-light.png"), QStringLiteral("statusbar-dark.png"),
+            QStringLiteral("panel.png"),           QStringLiteral("settings.png"),
+            QStringLiteral("inspector.png"),       QStringLiteral("inspector-loading.png"),
             QStringLiteral("hero-detail.png")};
 }
 
@@ -31,8 +32,8 @@ bool prepareDirectory(const QString &dir, QString *error)
     QTemporaryFile probe(QDir(path).filePath(QStringLiteral(".larkpin-probe-XXXXXX")));
     if (!probe.open()) {
         if (error)
-            *error = QStringLiteral("cannot write into the snapshot directory ") + path + QStringLiteral(": ") +
-                     probe.errorString();
+            *error = QStringLiteral("cannot write into the snapshot directory ") + path +
+                     QStringLiteral(": ") + probe.errorString();
         return false;
     }
     return true;

@@ -12,9 +12,12 @@ QByteArray fill(qint64 id)
     // About 400 bytes, every key present, as the service sends them.
     return "{\"id\":" + QByteArray::number(id) +
            ",\"ts\":1700000000.125,\"side\":\"buy\",\"usd\":18342.75,\"price\":0.001734,\"handle\":\"kestrel_"
-           "capital\",\"followers\":15400,\"wallet\":\"7HqK9xWmP4rTz2vKc8LbNd5FhXoQeR3u1yZaBcDeFgH\",\"token\":"
-           "\"9xQeWvG816bUx9EPjHmaT23yvVM2ZWbrrpZb9PusVFin\",\"symbol\":\"MOODENG\",\"name\":\"Moo Deng\",\"is_stock\":"
-           "false,\"new_position\":1,\"flags\":[\"pile-in 3\",\"pool 3h old\"],\"mark\":0.001741,\"liquidity\":182340."
+           "capital\",\"followers\":15400,\"wallet\":\"7HqK9xWmP4rTz2vKc8LbNd5FhXoQeR3u1yZaBcDeFgH\","
+           "\"token\":"
+           "\"9xQeWvG816bUx9EPjHmaT23yvVM2ZWbrrpZb9PusVFin\",\"symbol\":\"MOODENG\",\"name\":\"Moo "
+           "Deng\",\"is_stock\":"
+           "false,\"new_position\":1,\"flags\":[\"pile-in 3\",\"pool 3h "
+           "old\"],\"mark\":0.001741,\"liquidity\":182340."
            "5,\"mcap\":4120000,\"pair_url\":\"https://charts.example/pool/9xQeWvG816bUx9EPjHmaT23y\"}";
 }
 

@@ -79,7 +79,8 @@ Headline headline(const TwFill &fill)
     Headline h;
     h.ticker = dollarTicker(fill.symbol, fill.isStock);
     const bool buy = fill.side == QLatin1String("buy");
-    const QString verb = buy ? (fill.newPosition ? QStringLiteral("aped") : QStringLiteral("added")) : QStringLiteral("dumped");
+    const QString verb = buy ? (fill.newPosition ? QStringLiteral("aped") : QStringLiteral("added"))
+                             : QStringLiteral("dumped");
     h.body = QLatin1Char('@') + fill.handle + QLatin1Char(' ') + verb;
     h.figure = Format::usd(fill.usd);
     h.tag = buy ? QStringLiteral("▲") : QStringLiteral("▼");
@@ -99,8 +100,8 @@ std::optional<QString> detail(const TwFill &fill, const TwTrader *trader)
         }
     }
     if (trader && trader->closedTrades && *trader->closedTrades >= 1 && trader->wins)
-        pieces << QString::number(*trader->wins) + QStringLiteral(" of ") + QString::number(*trader->closedTrades) +
-                      QStringLiteral(" closes green");
+        pieces << QString::number(*trader->wins) + QStringLiteral(" of ") +
+                      QString::number(*trader->closedTrades) + QStringLiteral(" closes green");
     if (fill.followers && *fill.followers >= 1000)
         pieces << QString::number(*fill.followers / 1000) + QStringLiteral("K followers");
     if (pieces.isEmpty())
@@ -127,7 +128,8 @@ std::optional<Signal> signal(const TwFill &fill, const TwTrader *trader, const T
         priority = std::numeric_limits<qint64>::max();
     else
         priority += pileIn; // the base is at least 40, so a negative count cannot underflow
-    s.priority = int(std::clamp<qint64>(priority, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()));
+    s.priority =
+        int(std::clamp<qint64>(priority, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()));
     s.createdAt = fill.ts;
     s.expiresAt = fill.ts + 3600;
     s.asset = AssetRef{fill.symbol, fill.token, fill.isStock};
@@ -210,8 +212,9 @@ WalletProfile walletProfile(const TwTraderDetail &detail, const TwTrader *trader
     for (const auto &b : detail.bags)
         if (b.openedTs)
             bags.append(b);
-    std::stable_sort(bags.begin(), bags.end(),
-                     [](const TwTraderDetail::Bag &a, const TwTraderDetail::Bag &b) { return *a.openedTs < *b.openedTs; });
+    std::stable_sort(
+        bags.begin(), bags.end(),
+        [](const TwTraderDetail::Bag &a, const TwTraderDetail::Bag &b) { return *a.openedTs < *b.openedTs; });
     QList<double> holds;
     for (const auto &b : bags)
         if (b.ageSeconds)

@@ -6,7 +6,7 @@
 #include <QString>
 
 namespace Tarnwick {
-QString httpBase();   // no trailing slash; every REST path starts with "/"
+QString httpBase(); // no trailing slash; every REST path starts with "/"
 QString socketURL();
 QString siteURL();
 QByteArray userAgent(); // "Larkpin/0.1 (+<site>)"

@@ -338,7 +338,8 @@ std::optional<TwSocketFrame> socketFrame(const QByteArray &bytes)
     frame.type = type.toString();
     // Only a "fills" frame's data is read; a broken one is swallowed whole.
     if (frame.type == QLatin1String("fills"))
-        frame.data = listOf<TwFill>(o.value(QLatin1String("data")), [](const QJsonValue &e) { return fill(e); });
+        frame.data =
+            listOf<TwFill>(o.value(QLatin1String("data")), [](const QJsonValue &e) { return fill(e); });
     return frame;
 }
 

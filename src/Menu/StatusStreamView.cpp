@@ -420,8 +420,8 @@ void StatusStreamView::paintFocal(QPainter &p, const QSizeF &size, double t) con
     // A glow in the kind's accent, from the outline of the badge as it lands.
     // The digits rolling underneath change a blurred glow by nothing visible,
     // so it is made once per takeover rather than once per frame.
-    const QImage &glow =
-        cachedGlow(shown->segment, shown->usd ? std::optional(Format::usd(*shown->usd)) : std::nullopt, h, scale);
+    const QImage &glow = cachedGlow(
+        shown->segment, shown->usd ? std::optional(Format::usd(*shown->usd)) : std::nullopt, h, scale);
 
     p.save();
     const QPointF centre(StreamComposer::badgeWidth / 2, h / 2);
@@ -448,7 +448,8 @@ void StatusStreamView::paintAt(QPainter &p, const QSizeF &size, double t) const
         // Blurred at one pixel per point: the result is soft anyway, and it is
         // a quarter of the work at 2x. The blur is kept while neither the lane
         // nor the radius changes, which is most of a takeover.
-        QImage lane(QSize(int(std::ceil(size.width())), int(std::ceil(h))), QImage::Format_ARGB32_Premultiplied);
+        QImage lane(QSize(int(std::ceil(size.width())), int(std::ceil(h))),
+                    QImage::Format_ARGB32_Premultiplied);
         lane.fill(Qt::transparent);
         {
             QPainter lp(&lane);

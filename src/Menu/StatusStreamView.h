@@ -83,8 +83,8 @@ private:
     void paintFocal(QPainter &p, const QSizeF &size, double t) const;
     const QImage &cachedBadge(const StreamSegment &segment, const std::optional<QString> &figure,
                               double height, double scale) const;
-    const QImage &cachedGlow(const StreamSegment &segment, const std::optional<QString> &figure, double height,
-                             double scale) const;
+    const QImage &cachedGlow(const StreamSegment &segment, const std::optional<QString> &figure,
+                             double height, double scale) const;
 
     QList<StreamSegment> rows_;
     QList<RailTick> rail_;

@@ -163,8 +163,9 @@ void setLaunchAtLogin(bool on)
         qWarning("[Larkpin] launch at login toggle failed: %s", qPrintable(file.errorString()));
         return;
     }
-    const QString entry = QStringLiteral("[Desktop Entry]\nType=Application\nName=Larkpin\nExec=\"") + quoted +
-                          QStringLiteral("\"\nIcon=larkpin\nTerminal=false\nX-GNOME-Autostart-enabled=true\n");
+    const QString entry =
+        QStringLiteral("[Desktop Entry]\nType=Application\nName=Larkpin\nExec=\"") + quoted +
+        QStringLiteral("\"\nIcon=larkpin\nTerminal=false\nX-GNOME-Autostart-enabled=true\n");
     file.write(entry.toUtf8());
     if (!file.commit())
         qWarning("[Larkpin] launch at login toggle failed: %s", qPrintable(file.errorString()));

@@ -5,7 +5,7 @@
 #include <QString>
 
 namespace Log {
-bool enabledByEnvironment();            // LARKPIN_LOG == "1"
-void write(const char *tag, const QString &message); // tag is "Larkpin" or "tw"
+bool enabledByEnvironment();                                                       // LARKPIN_LOG == "1"
+void write(const char *tag, const QString &message);                               // tag is "Larkpin" or "tw"
 QString formatLine(const char *tag, const QString &message, const QString &clock); // for tests
 } // namespace Log

@@ -11,7 +11,10 @@ struct Rgba {
     constexpr Rgba withAlpha(double alpha) const { return {r, g, b, alpha}; }
     bool operator==(const Rgba &) const = default;
 };
-constexpr Rgba rgb8(int r, int g, int b, double a = 1.0) { return {r / 255.0, g / 255.0, b / 255.0, a}; }
+constexpr Rgba rgb8(int r, int g, int b, double a = 1.0)
+{
+    return {r / 255.0, g / 255.0, b / 255.0, a};
+}
 
 inline constexpr Rgba lark{0.8, 1.0, 0.0, 1.0};
 inline constexpr Rgba amber = rgb8(255, 176, 32);
@@ -39,7 +42,7 @@ namespace Motion {
 struct Curve {
     enum Type { Spring, EaseOut } type = Spring;
     double response = 0; // spring response, or the ease-out duration
-    double damping = 1;   // damping fraction (springs only)
+    double damping = 1;  // damping fraction (springs only)
     // Spring in physical terms for unit mass: stiffness = (2π/response)²,
     // damping coefficient = 4π·damping/response.
     double stiffness() const;

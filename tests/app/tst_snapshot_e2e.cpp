@@ -36,7 +36,8 @@ private Q_SLOTS:
         tarnwick::SimServer sim(options);
         QString error;
         QVERIFY2(sim.start(&error), qPrintable(QStringLiteral("the tape service could not take port 47800 "
-                                                              "(is a demo running?): ") + error));
+                                                              "(is a demo running?): ") +
+                                               error));
 
         QTemporaryDir dir;
         QVERIFY(dir.isValid());
@@ -47,7 +48,8 @@ private Q_SLOTS:
         // The sim lives on this thread: keep its event loop turning while the app works.
         QVERIFY(QTest::qWaitFor([&] { return app.state() == QProcess::NotRunning; }, 60000));
         const QString log = QString::fromUtf8(app.readAllStandardError());
-        QVERIFY2(app.exitStatus() == QProcess::NormalExit && app.exitCode() == 0, qPrintable(log.right(3000)));
+        QVERIFY2(app.exitStatus() == QProcess::NormalExit && app.exitCode() == 0,
+                 qPrintable(log.right(3000)));
 
         const struct {
             const char *name;
@@ -88,7 +90,8 @@ private Q_SLOTS:
         QVERIFY(app.waitForFinished(20000));
         QVERIFY(app.exitCode() != 0);
         const QString log = QString::fromUtf8(app.readAllStandardError());
-        QVERIFY2(log.contains(QStringLiteral("snapshot")) && log.contains(QStringLiteral("/proc/larkpin-cannot-write-here")),
+        QVERIFY2(log.contains(QStringLiteral("snapshot")) &&
+                     log.contains(QStringLiteral("/proc/larkpin-cannot-write-here")),
                  qPrintable(log));
     }
 };

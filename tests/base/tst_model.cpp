@@ -14,7 +14,8 @@ private Q_SLOTS:
         QTest::addColumn<QString>("tag");
         QTest::addColumn<QString>("expected");
         QTest::newRow("plain") << QString() << QString() << QStringLiteral("$WIF · @kai aped");
-        QTest::newRow("tag never shows") << QString() << QStringLiteral("▲") << QStringLiteral("$WIF · @kai aped");
+        QTest::newRow("tag never shows")
+            << QString() << QStringLiteral("▲") << QStringLiteral("$WIF · @kai aped");
         QTest::newRow("figure") << QStringLiteral("$2.50M") << QStringLiteral("▲")
                                 << QStringLiteral("$WIF · @kai aped $2.50M");
     }

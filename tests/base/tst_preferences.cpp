@@ -39,7 +39,8 @@ private Q_SLOTS:
         }) << with([](Preferences &p) { p.streams[SignalKind::whale] = false; });
         QTest::newRow("non-boolean keeps the whole default map") << Writer([](QSettings &s) {
             s.setValue(QStringLiteral("streams"),
-                       QVariantMap{{QStringLiteral("whale"), false}, {QStringLiteral("spike"), QStringLiteral("yes")}});
+                       QVariantMap{{QStringLiteral("whale"), false},
+                                   {QStringLiteral("spike"), QStringLiteral("yes")}});
         }) << d;
         QTest::newRow("a text \"false\" is not a switch either") << Writer([](QSettings &s) {
             s.setValue(QStringLiteral("streams"),
@@ -53,25 +54,23 @@ private Q_SLOTS:
             s.setValue(QStringLiteral("streams"),
                        QVariantMap{{QStringLiteral("whale"), false}, {QStringLiteral("zzz"), 3}});
         }) << d;
-        QTest::newRow("streams not a map") << Writer([](QSettings &s) {
-            s.setValue(QStringLiteral("streams"), 42);
-        }) << d;
+        QTest::newRow("streams not a map")
+            << Writer([](QSettings &s) { s.setValue(QStringLiteral("streams"), 42); }) << d;
         QTest::newRow("unknown kinds ignored") << Writer([](QSettings &s) {
             s.setValue(QStringLiteral("streams"),
                        QVariantMap{{QStringLiteral("stocks"), false}, {QStringLiteral("stock"), true}});
         }) << with([](Preferences &p) { p.streams[SignalKind::stocks] = false; });
-        QTest::newRow("negative min falls back") << Writer([](QSettings &s) {
-            s.setValue(QStringLiteral("minTradeUsd"), -5.0);
-        }) << d;
-        QTest::newRow("zero min is kept") << Writer([](QSettings &s) {
-            s.setValue(QStringLiteral("minTradeUsd"), 0.0);
-        }) << with([](Preferences &p) { p.minTradeUsd = 0; });
-        QTest::newRow("text focal falls back") << Writer([](QSettings &s) {
-            s.setValue(QStringLiteral("focalUsd"), QStringLiteral("lots"));
-        }) << d;
-        QTest::newRow("zero focal kept") << Writer([](QSettings &s) {
-            s.setValue(QStringLiteral("focalUsd"), 0.0);
-        }) << with([](Preferences &p) { p.focalUsd = 0; });
+        QTest::newRow("negative min falls back")
+            << Writer([](QSettings &s) { s.setValue(QStringLiteral("minTradeUsd"), -5.0); }) << d;
+        QTest::newRow("zero min is kept")
+            << Writer([](QSettings &s) { s.setValue(QStringLiteral("minTradeUsd"), 0.0); })
+            << with([](Preferences &p) { p.minTradeUsd = 0; });
+        QTest::newRow("text focal falls back")
+            << Writer([](QSettings &s) { s.setValue(QStringLiteral("focalUsd"), QStringLiteral("lots")); })
+            << d;
+        QTest::newRow("zero focal kept")
+            << Writer([](QSettings &s) { s.setValue(QStringLiteral("focalUsd"), 0.0); })
+            << with([](Preferences &p) { p.focalUsd = 0; });
         QTest::newRow("NaN min falls back")
             << Writer([](QSettings &s) { s.setValue(QStringLiteral("minTradeUsd"), QStringLiteral("nan")); })
             << d;
@@ -106,7 +105,9 @@ private Q_SLOTS:
         const QString file = nextFile();
         QFile f(file);
         QVERIFY(f.open(QIODevice::WriteOnly));
-        f.write("\x00\xff[General\nstreams=@Variant(\x01\x02garbage\nminTradeUsd=@ByteArray(\xfe)\npaused=maybe\n", 70);
+        f.write("\x00\xff[General\nstreams=@Variant(\x01\x02garbage\nminTradeUsd=@ByteArray(\xfe)\npaused="
+                "maybe\n",
+                70);
         f.close();
         QSettings s(file, QSettings::IniFormat);
         QCOMPARE(PreferencesStore::load(s), Preferences::defaults());
@@ -170,7 +171,8 @@ private Q_SLOTS:
             << QByteArray("[Desktop Entry]\nExec=larkpin\nX-GNOME-Autostart-enabled=true\n") << true;
         QTest::newRow("hidden only in another group")
             << QByteArray("[Desktop Entry]\nExec=larkpin\n[Desktop Action x]\nHidden=true\n") << true;
-        QTest::newRow("escapes in Exec") << QByteArray("[Desktop Entry]\nExec=\"/opt/a \\\"b\\\"/larkpin\"\n") << true;
+        QTest::newRow("escapes in Exec")
+            << QByteArray("[Desktop Entry]\nExec=\"/opt/a \\\"b\\\"/larkpin\"\n") << true;
     }
     void launchAtLoginReadsForeignEntries()
     {
@@ -194,7 +196,8 @@ private Q_SLOTS:
         QVERIFY(blocker.open(QIODevice::WriteOnly));
         blocker.close();
         qputenv("XDG_CONFIG_HOME", config.toUtf8());
-        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("^\\[Larkpin\\] launch at login toggle failed: ")));
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral(
+                                               "^\\[Larkpin\\] launch at login toggle failed: ")));
         PreferencesStore::setLaunchAtLogin(true);
         QVERIFY(!PreferencesStore::launchAtLogin());
     }

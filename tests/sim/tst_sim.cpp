@@ -54,15 +54,18 @@ private Q_SLOTS:
         for (int i = 1; i < tape->size(); ++i)
             QVERIFY2((*tape)[i - 1].id > (*tape)[i].id, "the tape is newest first");
         QVERIFY(TwDecode::radars(get(*sim, QStringLiteral("/radar?minutes=120&limit=40")).body));
-        const auto traders = TwDecode::traders(get(*sim, QStringLiteral("/traders?window=24h&stocks=true")).body);
+        const auto traders =
+            TwDecode::traders(get(*sim, QStringLiteral("/traders?window=24h&stocks=true")).body);
         QVERIFY(traders);
         QCOMPARE(traders->size(), 40);
-        const auto tokens = TwDecode::tokens(get(*sim, QStringLiteral("/tokens?window=24h&stocks=true&limit=200")).body);
+        const auto tokens =
+            TwDecode::tokens(get(*sim, QStringLiteral("/tokens?window=24h&stocks=true&limit=200")).body);
         QVERIFY(tokens);
         QCOMPARE(tokens->size(), 70);
         const QString handle = traders->first().handle;
-        const Answer detail = get(*sim, QStringLiteral("/trader/") + QString::fromLatin1(QUrl::toPercentEncoding(handle)) +
-                                            QStringLiteral("?window=24h&stocks=true"));
+        const Answer detail =
+            get(*sim, QStringLiteral("/trader/") + QString::fromLatin1(QUrl::toPercentEncoding(handle)) +
+                          QStringLiteral("?window=24h&stocks=true"));
         QCOMPARE(detail.status, 200);
         QVERIFY(TwDecode::traderDetail(detail.body));
         QCOMPARE(get(*sim, QStringLiteral("/trader/nobody%20here?window=24h")).status, 404);
@@ -81,7 +84,8 @@ private Q_SLOTS:
             big += f.usd >= 25000;
             for (const QString &flag : f.flags) {
                 pileIns += flag.startsWith(QLatin1String("pile-in "));
-                noise += flag.startsWith(QLatin1String("not a real buy")) || flag.startsWith(QLatin1String("pool drained"));
+                noise += flag.startsWith(QLatin1String("not a real buy")) ||
+                         flag.startsWith(QLatin1String("pool drained"));
             }
         }
         QVERIFY(stocks > 5);
@@ -121,7 +125,8 @@ private Q_SLOTS:
         auto sim = started(options);
         QWebSocket client;
         QList<QByteArray> frames;
-        connect(&client, &QWebSocket::textMessageReceived, this, [&](const QString &m) { frames << m.toUtf8(); });
+        connect(&client, &QWebSocket::textMessageReceived, this,
+                [&](const QString &m) { frames << m.toUtf8(); });
         client.open(QUrl(sim->socketURL()));
         QVERIFY(QTest::qWaitFor([&] { return !frames.isEmpty(); }, 5000)); // the greeting
         QCOMPARE(TwDecode::socketFrame(frames.first())->type, QStringLiteral("hello"));
@@ -168,7 +173,8 @@ private Q_SLOTS:
         } else {
             QVERIFY(!TwDecode::fills(a.body));
         }
-        QCOMPARE(get(*sim, QStringLiteral("/radar?minutes=120&limit=40")).status, 200); // other endpoints unaffected
+        QCOMPARE(get(*sim, QStringLiteral("/radar?minutes=120&limit=40")).status,
+                 200); // other endpoints unaffected
     }
 
     void handshakeFaults()

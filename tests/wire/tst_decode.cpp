@@ -12,9 +12,12 @@
 namespace {
 QByteArray baseFill(const QByteArray &extra = {}, const QByteArray &without = {})
 {
-    QList<QByteArray> keys = {R"("id":7)",        R"("ts":1700000000.5)", R"("side":"buy")", R"("usd":2500)",
-                              R"("handle":"kai")", R"("wallet":"Wabc")",   R"("token":"Mint1")", R"("symbol":"WIF")"};
-    keys.removeIf([&](const QByteArray &k) { return !without.isEmpty() && k.startsWith(QByteArray("\"" + without + "\"")); });
+    QList<QByteArray> keys = {R"("id":7)",          R"("ts":1700000000.5)", R"("side":"buy")",
+                              R"("usd":2500)",      R"("handle":"kai")",    R"("wallet":"Wabc")",
+                              R"("token":"Mint1")", R"("symbol":"WIF")"};
+    keys.removeIf([&](const QByteArray &k) {
+        return !without.isEmpty() && k.startsWith(QByteArray("\"" + without + "\""));
+    });
     if (!extra.isEmpty())
         keys << extra;
     return "{" + keys.join(',') + "}";
@@ -48,7 +51,8 @@ private Q_SLOTS:
     {
         QFETCH(QByteArray, value);
         QFETCH(bool, expected);
-        const auto f = decodeFill(value.isNull() ? baseFill() : baseFill("\"is_stock\":" + value + ",\"new_position\":" + value));
+        const auto f = decodeFill(
+            value.isNull() ? baseFill() : baseFill("\"is_stock\":" + value + ",\"new_position\":" + value));
         QVERIFY2(f, "a lenient boolean never fails the fill");
         QCOMPARE(f->isStock, expected);
         QCOMPARE(f->newPosition, expected);
@@ -71,8 +75,8 @@ private Q_SLOTS:
         QTest::newRow("followers fraction fails") << baseFill(R"("followers":10.5)") << false;
         QTest::newRow("flags not strings") << baseFill(R"("flags":[1,2])") << false;
         QTest::newRow("unknown keys ignored") << baseFill(R"("whatever":{"a":[1]})") << true;
-        QTest::newRow("markup handle is just text") << baseFill({}, "handle").replace("{", R"({"handle":"<b>x</b>",)")
-                                                    << true;
+        QTest::newRow("markup handle is just text")
+            << baseFill({}, "handle").replace("{", R"({"handle":"<b>x</b>",)") << true;
     }
     void requiredAndOptional()
     {
@@ -93,7 +97,8 @@ private Q_SLOTS:
 
     void sixtyFourBitIdsSurvive()
     {
-        const auto list = TwDecode::fills("[" + baseFill({}, "id").replace("{", R"({"id":9007199254740993,)") + "]");
+        const auto list =
+            TwDecode::fills("[" + baseFill({}, "id").replace("{", R"({"id":9007199254740993,)") + "]");
         QVERIFY(list);
         QCOMPARE(list->first().id, Q_INT64_C(9007199254740993));
         QVERIFY(!TwDecode::fills("[" + baseFill({}, "id").replace("{", R"({"id":1e300,)") + "]"));
@@ -126,9 +131,10 @@ private Q_SLOTS:
         const auto none = TwDecode::traderDetail(QByteArray(R"({"address":"A","handle":"kai"})"));
         QVERIFY(none);
         QVERIFY(none->bags.isEmpty());
-        QVERIFY(!TwDecode::traderDetail(QByteArray(R"({"address":"A","handle":"kai","bags":[{"value":3}]})")));
-        const auto two = TwDecode::traderDetail(
-            QByteArray(R"({"address":"A","handle":"kai","bags":[{"symbol":"WIF","cost_usd":10},{"symbol":"MEW"}]})"));
+        QVERIFY(
+            !TwDecode::traderDetail(QByteArray(R"({"address":"A","handle":"kai","bags":[{"value":3}]})")));
+        const auto two = TwDecode::traderDetail(QByteArray(
+            R"({"address":"A","handle":"kai","bags":[{"symbol":"WIF","cost_usd":10},{"symbol":"MEW"}]})"));
         QVERIFY(two);
         QCOMPARE(two->bags.size(), 2);
         QCOMPARE(two->bags[0].costUsd, std::optional(10.0));
@@ -228,20 +234,23 @@ private Q_SLOTS:
         QTest::addColumn<bool>("decodes");
         QTest::addColumn<QString>("type");
         QTest::addColumn<int>("fills"); // -1: data absent
-        QTest::newRow("fills") << "{\"type\":\"fills\",\"data\":[" + baseFill() + "]}" << true << "fills" << 1;
-        QTest::newRow("fills with object data") << QByteArray(R"({"type":"fills","data":{}})") << true << "fills" << -1;
-        QTest::newRow("fills one bad element") << "{\"type\":\"fills\",\"data\":[" + baseFill() + ",{}]}" << true
-                                               << "fills" << -1;
+        QTest::newRow("fills") << "{\"type\":\"fills\",\"data\":[" + baseFill() + "]}" << true << "fills"
+                               << 1;
+        QTest::newRow("fills with object data")
+            << QByteArray(R"({"type":"fills","data":{}})") << true << "fills" << -1;
+        QTest::newRow("fills one bad element")
+            << "{\"type\":\"fills\",\"data\":[" + baseFill() + ",{}]}" << true << "fills" << -1;
         QTest::newRow("fills without data") << QByteArray(R"({"type":"fills"})") << true << "fills" << -1;
-        QTest::newRow("other type ignores data") << "{\"type\":\"stats\",\"data\":[" + baseFill() + "]}" << true
-                                                 << "stats" << -1;
+        QTest::newRow("other type ignores data")
+            << "{\"type\":\"stats\",\"data\":[" + baseFill() + "]}" << true << "stats" << -1;
         QTest::newRow("no type") << QByteArray(R"({"data":[]})") << false << "" << -1;
         QTest::newRow("type not text") << QByteArray(R"({"type":3})") << false << "" << -1;
         QTest::newRow("not json") << QByteArray("hello") << false << "" << -1;
         QTest::newRow("array") << QByteArray("[1,2]") << false << "" << -1;
         QTest::newRow("empty") << QByteArray() << false << "" << -1;
         QTest::newRow("deep nesting") << QByteArray(100000, '[') << false << "" << -1;
-        QTest::newRow("invalid utf-8 is undecodable") << QByteArray("{\"type\":\"\xff\xfe\"}") << false << "" << -1;
+        QTest::newRow("invalid utf-8 is undecodable")
+            << QByteArray("{\"type\":\"\xff\xfe\"}") << false << "" << -1;
     }
     void socketFrames()
     {

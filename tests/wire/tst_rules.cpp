@@ -42,7 +42,9 @@ private Q_SLOTS:
         QTest::addColumn<bool>("kept");
         QTest::newRow("clean") << QStringList{} << true;
         QTest::newRow("pool age alone") << QStringList{QStringLiteral("pool 3h old")} << true;
-        QTest::newRow("drained") << QStringList{QStringLiteral("pool 3h old"), QStringLiteral("pool drained 92%")} << false;
+        QTest::newRow("drained") << QStringList{QStringLiteral("pool 3h old"),
+                                                QStringLiteral("pool drained 92%")}
+                                 << false;
         QTest::newRow("not a real buy") << QStringList{QStringLiteral("not a real buy (router)")} << false;
         QTest::newRow("case matters") << QStringList{QStringLiteral("Pool drained")} << true;
     }
@@ -158,15 +160,18 @@ private Q_SLOTS:
         QTest::addColumn<qint64>("closed");
         QTest::addColumn<QString>("expected");
         QTest::newRow("nothing") << QStringList{} << qint64(0) << qint64(-1) << QString();
-        QTest::newRow("everything") << QStringList{QStringLiteral("pile-in 3"), QStringLiteral("pool 3h old")}
-                                    << qint64(15400) << qint64(20)
-                                    << QStringLiteral("3 tracked wallets in this pool · pool 3h old · 12 of 20 closes green · 15K followers.");
+        QTest::newRow("everything")
+            << QStringList{QStringLiteral("pile-in 3"), QStringLiteral("pool 3h old")} << qint64(15400)
+            << qint64(20)
+            << QStringLiteral(
+                   "3 tracked wallets in this pool · pool 3h old · 12 of 20 closes green · 15K followers.");
         QTest::newRow("999 followers") << QStringList{} << qint64(999) << qint64(-1) << QString();
-        QTest::newRow("1000 followers") << QStringList{} << qint64(1000) << qint64(-1) << QStringLiteral("1K followers.");
-        QTest::newRow("4 closes still shown") << QStringList{} << qint64(0) << qint64(4)
-                                              << QStringLiteral("12 of 4 closes green.");
-        QTest::newRow("pile-in of one not shown") << QStringList{QStringLiteral("pile-in 1")} << qint64(0) << qint64(-1)
-                                                  << QString();
+        QTest::newRow("1000 followers")
+            << QStringList{} << qint64(1000) << qint64(-1) << QStringLiteral("1K followers.");
+        QTest::newRow("4 closes still shown")
+            << QStringList{} << qint64(0) << qint64(4) << QStringLiteral("12 of 4 closes green.");
+        QTest::newRow("pile-in of one not shown")
+            << QStringList{QStringLiteral("pile-in 1")} << qint64(0) << qint64(-1) << QString();
     }
     void detailSentence()
     {
@@ -208,7 +213,8 @@ private Q_SLOTS:
         QTest::addColumn<int>("priority"); // -1: no signal
         QTest::newRow("one buyer") << qint64(1) << std::optional<double>() << std::optional<double>() << -1;
         QTest::newRow("two, no usd") << qint64(2) << std::optional<double>() << std::optional<double>() << 51;
-        QTest::newRow("fifteen capped") << qint64(15) << std::optional(5000.0) << std::optional(38000.0) << 88;
+        QTest::newRow("fifteen capped")
+            << qint64(15) << std::optional(5000.0) << std::optional(38000.0) << 88;
         QTest::newRow("zero liquidity") << qint64(4) << std::optional(0.0) << std::optional<double>() << -1;
     }
     void radar()
@@ -282,7 +288,8 @@ private Q_SLOTS:
         TwTraderDetail d;
         d.address = QStringLiteral("A");
         d.handle = QStringLiteral("kai");
-        auto bag = [](const char *sym, std::optional<double> opened, std::optional<double> age, std::optional<double> pnl) {
+        auto bag = [](const char *sym, std::optional<double> opened, std::optional<double> age,
+                      std::optional<double> pnl) {
             TwTraderDetail::Bag b;
             b.symbol = QLatin1String(sym);
             b.openedTs = opened;
@@ -291,8 +298,9 @@ private Q_SLOTS:
             b.costUsd = 100;
             return b;
         };
-        d.bags = {bag("E", 500, 600, std::nullopt), bag("A", 100, 60, 10), bag("X", std::nullopt, 1, 1),
-                  bag("C", 300, 1800, -5), bag("B", 200, 120, std::nullopt), bag("D", 400, std::nullopt, 50)};
+        d.bags = {bag("E", 500, 600, std::nullopt), bag("A", 100, 60, 10),
+                  bag("X", std::nullopt, 1, 1),     bag("C", 300, 1800, -5),
+                  bag("B", 200, 120, std::nullopt), bag("D", 400, std::nullopt, 50)};
         TwTrader t;
         t.closedTrades = 5;
         t.winRate = 0.62;
@@ -336,7 +344,8 @@ private Q_SLOTS:
         QTest::newRow("09:30 summer") << newYork(2026, 7, 15, 9, 30) << MarketSession::regular;
         QTest::newRow("15:59 winter") << newYork(2026, 1, 15, 15, 59) << MarketSession::regular;
         QTest::newRow("16:00 winter") << newYork(2026, 1, 15, 16, 0) << MarketSession::post;
-        QTest::newRow("09:30 day after spring change") << newYork(2026, 3, 9, 9, 30) << MarketSession::regular;
+        QTest::newRow("09:30 day after spring change")
+            << newYork(2026, 3, 9, 9, 30) << MarketSession::regular;
         QTest::newRow("09:29 day before spring change") << newYork(2026, 3, 7, 9, 29) << MarketSession::pre;
         QTest::newRow("16:00 day after autumn change") << newYork(2026, 11, 2, 16, 0) << MarketSession::post;
         // The change days themselves: 2026-03-08 (EST -> EDT) and 2026-11-01 (EDT -> EST).

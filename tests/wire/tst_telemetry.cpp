@@ -53,14 +53,14 @@ private Q_SLOTS:
     void agesAndSlots()
     {
         TelemetryWindow w;
-        w.append(Now - 299, 10, true);   // counts toward the rate, slot 14
-        w.append(Now - 301, 20, true);   // not in the rate, slot 13
-        w.append(Now - 800, 40, false);  // kept, in no bucket, still on the rail
-        w.append(Now - 900, 80, false);  // exactly 900 s stays
+        w.append(Now - 299, 10, true);    // counts toward the rate, slot 14
+        w.append(Now - 301, 20, true);    // not in the rate, slot 13
+        w.append(Now - 800, 40, false);   // kept, in no bucket, still on the rail
+        w.append(Now - 900, 80, false);   // exactly 900 s stays
         w.append(Now - 900.5, 160, true); // pruned
-        w.append(Now + 30, 320, true);   // from the future: no bucket
-        w.append(Now + 10, 1280, false); // even a few seconds ahead: no bucket, but recent
-        w.append(Now - 5, 640, true);    // slot 23
+        w.append(Now + 30, 320, true);    // from the future: no bucket
+        w.append(Now + 10, 1280, false);  // even a few seconds ahead: no bucket, but recent
+        w.append(Now - 5, 640, true);     // slot 23
         const Telemetry t = w.snapshot(Now, 7, 3);
         QCOMPARE(w.tickCount(), 7);
         QCOMPARE(t.fillsPerMinute, 4 / 5.0); // 299 s, both future ticks (negative age) and 5 s

@@ -39,21 +39,23 @@ int main(int argc, char *argv[])
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("tarnwick-sim"));
     QCommandLineParser parser;
-    parser.setApplicationDescription(QStringLiteral("A local tape service: REST under /api, a WebSocket at /ws."));
+    parser.setApplicationDescription(
+        QStringLiteral("A local tape service: REST under /api, a WebSocket at /ws."));
     parser.addHelpOption();
-    const QCommandLineOption host(QStringLiteral("host"), QStringLiteral("Address to bind."), QStringLiteral("address"),
-                                  QStringLiteral("127.0.0.1"));
+    const QCommandLineOption host(QStringLiteral("host"), QStringLiteral("Address to bind."),
+                                  QStringLiteral("address"), QStringLiteral("127.0.0.1"));
     const QCommandLineOption port(QStringLiteral("port"), QStringLiteral("Port (0 picks a free one)."),
                                   QStringLiteral("port"), QStringLiteral("47800"));
     const QCommandLineOption rate(QStringLiteral("rate"), QStringLiteral("Fills per minute (0: none)."),
                                   QStringLiteral("fills"), QStringLiteral("30"));
-    const QCommandLineOption seed(QStringLiteral("seed"), QStringLiteral("Seed of the market."), QStringLiteral("n"),
-                                  QStringLiteral("1"));
+    const QCommandLineOption seed(QStringLiteral("seed"), QStringLiteral("Seed of the market."),
+                                  QStringLiteral("n"), QStringLiteral("1"));
     const QCommandLineOption speed(QStringLiteral("speed"), QStringLiteral("Market time per wall second."),
                                    QStringLiteral("x"), QStringLiteral("1"));
-    const QCommandLineOption scenario(QStringLiteral("scenario"), QStringLiteral("JSON file of timed faults."),
-                                      QStringLiteral("file"));
-    const QCommandLineOption quiet(QStringLiteral("quiet"), QStringLiteral("Do not log requests and sockets."));
+    const QCommandLineOption scenario(QStringLiteral("scenario"),
+                                      QStringLiteral("JSON file of timed faults."), QStringLiteral("file"));
+    const QCommandLineOption quiet(QStringLiteral("quiet"),
+                                   QStringLiteral("Do not log requests and sockets."));
     parser.addOptions({host, port, rate, seed, speed, scenario, quiet});
     if (!parser.parse(app.arguments()))
         return fail(parser.errorText());
@@ -83,7 +85,8 @@ int main(int argc, char *argv[])
     QString error;
     if (!server.start(&error))
         return fail(error);
-    std::printf("tarnwick-sim listening %s %s\n", qUtf8Printable(server.httpBase()), qUtf8Printable(server.socketURL()));
+    std::printf("tarnwick-sim listening %s %s\n", qUtf8Printable(server.httpBase()),
+                qUtf8Printable(server.socketURL()));
     std::fflush(stdout);
 
     // Ctrl-C and SIGTERM close every socket with a proper close frame.

@@ -11,19 +11,20 @@ namespace tarnwick {
 namespace {
 constexpr size_t historyLimit = 2000;
 
-const char *const handleParts[] = {"kestrel", "saltmarsh", "vela",   "grebe", "dune",   "moth",  "ruin",  "halcyon",
-                                   "ferro",   "quill",     "ember",  "lumen", "sable",  "orca",  "wren",  "tidal",
-                                   "nadir",   "cinder",    "pylon",  "drift", "marlin", "osprey", "basalt", "umbra"};
-const char *const handleSuffix[] = {"", "_sol", "cap", "_xyz", "trades", "_fund", "dao", "_ape", "labs", "",
-                                    "_", "9",    "eth", "_onchain"};
+const char *const handleParts[] = {"kestrel", "saltmarsh", "vela",   "grebe",  "dune",   "moth",
+                                   "ruin",    "halcyon",   "ferro",  "quill",  "ember",  "lumen",
+                                   "sable",   "orca",      "wren",   "tidal",  "nadir",  "cinder",
+                                   "pylon",   "drift",     "marlin", "osprey", "basalt", "umbra"};
+const char *const handleSuffix[] = {"",     "_sol", "cap", "_xyz", "trades", "_fund", "dao",
+                                    "_ape", "labs", "",    "_",    "9",      "eth",   "_onchain"};
 const char *const symbolParts[] = {"BON", "WIF", "POP", "MEW", "GIG", "FWO", "PNU", "MOO", "ZEB", "LUX",
                                    "KEK", "DOG", "CAT", "FRO", "TUR", "BOB", "GOR", "YAP", "SLO", "HYP"};
 const char *const symbolTail[] = {"K", "CAT", "G", "A", "DENG", "O", "X", "IE", "", "Y", "PU", "ZZ"};
-const char *const equities[][2] = {{"NVDAx", "Nvidia tokenised"},    {"TSLAx", "Tesla tokenised"},
-                                   {"AAPLx", "Apple tokenised"},     {"MSFTx", "Microsoft tokenised"},
-                                   {"AMZNx", "Amazon tokenised"},    {"METAx", "Meta tokenised"},
-                                   {"GOOGx", "Alphabet tokenised"},  {"COINx", "Coinbase tokenised"},
-                                   {"MSTRx", "Strategy tokenised"},  {"SPYx", "S&P 500 ETF tokenised"}};
+const char *const equities[][2] = {{"NVDAx", "Nvidia tokenised"},   {"TSLAx", "Tesla tokenised"},
+                                   {"AAPLx", "Apple tokenised"},    {"MSFTx", "Microsoft tokenised"},
+                                   {"AMZNx", "Amazon tokenised"},   {"METAx", "Meta tokenised"},
+                                   {"GOOGx", "Alphabet tokenised"}, {"COINx", "Coinbase tokenised"},
+                                   {"MSTRx", "Strategy tokenised"}, {"SPYx", "S&P 500 ETF tokenised"}};
 const char alphabet[] = "123456789ABCDEFGHJKLMNPQRSTUVWXYZabcdefghijkmnopqrstuvwxyz";
 } // namespace
 
@@ -107,8 +108,8 @@ double Market::size()
     return std::round(std::clamp(usd, 12.0, 4.5e6) * 100) / 100;
 }
 
-QJsonObject Market::fillJson(qint64 id, double ts, int ti, int ki, bool buy, double usd, const QList<QString> &flags,
-                             bool newPosition)
+QJsonObject Market::fillJson(qint64 id, double ts, int ti, int ki, bool buy, double usd,
+                             const QList<QString> &flags, bool newPosition)
 {
     const Trader &t = traders_[ti];
     const Token &k = tokens_[ki];
@@ -211,12 +212,13 @@ QJsonObject Market::nextFill(double ts)
         }
         ki = equityWave_.token;
         buy = equityWave_.buy;
-        usd = std::round(usd * 3) ;
+        usd = std::round(usd * 3);
     } else {
         ki = uniform() < 0.08 ? cryptoCount + pick(10) : pick(cryptoCount);
         newPosition = buy && uniform() < 0.4;
         if (uniform() < 0.06)
-            flags << (uniform() < 0.5 ? QStringLiteral("not a real buy (router)") : QStringLiteral("pool drained 92%"));
+            flags << (uniform() < 0.5 ? QStringLiteral("not a real buy (router)")
+                                      : QStringLiteral("pool drained 92%"));
         else if (uniform() < 0.3)
             flags << QStringLiteral("pool ") + QString::number(1 + pick(30)) + QStringLiteral("h old");
     }

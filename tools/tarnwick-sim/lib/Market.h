@@ -61,8 +61,8 @@ private:
     int pick(int n) { return int(rng_() % quint64(n)); }
     QString base58(int length);
     double size();
-    QJsonObject fillJson(qint64 id, double ts, int trader, int token, bool buy, double usd, const QList<QString> &flags,
-                         bool newPosition);
+    QJsonObject fillJson(qint64 id, double ts, int trader, int token, bool buy, double usd,
+                         const QList<QString> &flags, bool newPosition);
 
     std::mt19937_64 rng_;
     QList<Trader> traders_;
@@ -70,7 +70,7 @@ private:
     QHash<QString, int> traderByHandle_;
     QHash<int, QList<Bag>> bags_;
     std::deque<QJsonObject> fills_; // oldest first, bounded
-    QList<Wave> pileIns_; // recent waves into new pools (radar)
+    QList<Wave> pileIns_;           // recent waves into new pools (radar)
     Wave equityWave_;
     qint64 nextId_ = 0;
 };

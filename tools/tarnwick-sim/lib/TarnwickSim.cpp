@@ -166,7 +166,8 @@ QList<QJsonObject> SimServer::emitFills(int n)
 
 void SimServer::sendFrameOfType(const QString &type)
 {
-    QJsonObject data{{QStringLiteral("fills"), market_->lastId()}, {QStringLiteral("sockets"), sockets_.size()}};
+    QJsonObject data{{QStringLiteral("fills"), market_->lastId()},
+                     {QStringLiteral("sockets"), sockets_.size()}};
     broadcast(QJsonDocument(QJsonObject{{QStringLiteral("type"), type}, {QStringLiteral("data"), data}})
                   .toJson(QJsonDocument::Compact));
 }
@@ -274,12 +275,14 @@ bool SimServer::loadScenario(const QString &file, QString *error)
     const QJsonDocument doc = QJsonDocument::fromJson(f.readAll(), &parse);
     if (!doc.isArray()) {
         if (error)
-            *error = QStringLiteral("scenario ") + file + QStringLiteral(" is not a JSON list: ") + parse.errorString();
+            *error = QStringLiteral("scenario ") + file + QStringLiteral(" is not a JSON list: ") +
+                     parse.errorString();
         return false;
     }
     for (const QJsonValue &v : doc.array()) {
         const QJsonObject step = v.toObject();
-        QTimer::singleShot(int(step.value(QStringLiteral("at")).toDouble() * 1000), this, [this, step] { applyStep(step); });
+        QTimer::singleShot(int(step.value(QStringLiteral("at")).toDouble() * 1000), this,
+                           [this, step] { applyStep(step); });
     }
     return true;
 }
@@ -291,9 +294,9 @@ void SimServer::applyStep(const QJsonObject &step)
         const QString fault = step.value(QStringLiteral("fault")).toString();
         EndpointFault f;
         const int status = step.value(QStringLiteral("status")).toInt();
-        f.kind = status == 500   ? EndpointFaultKind::Status500
-                 : status == 204 ? EndpointFaultKind::Status204
-                 : status == 304 ? EndpointFaultKind::Status304
+        f.kind = status == 500                        ? EndpointFaultKind::Status500
+                 : status == 204                      ? EndpointFaultKind::Status204
+                 : status == 304                      ? EndpointFaultKind::Status304
                  : fault == QLatin1String("bad_body") ? EndpointFaultKind::BadBody
                  : fault == QLatin1String("delay")    ? EndpointFaultKind::Delay
                                                       : EndpointFaultKind::None;
@@ -401,7 +404,8 @@ void SimServer::reply(QTcpSocket *socket, int status, const QByteArray &body)
 {
     QByteArray out = "HTTP/1.1 " + QByteArray::number(status) + ' ' + statusText(status) + "\r\n";
     if (status != 204 && status != 304)
-        out += "Content-Type: application/json\r\nContent-Length: " + QByteArray::number(body.size()) + "\r\n";
+        out +=
+            "Content-Type: application/json\r\nContent-Length: " + QByteArray::number(body.size()) + "\r\n";
     out += "Connection: close\r\n\r\n";
     if (status != 204 && status != 304)
         out += body;
@@ -459,16 +463,24 @@ void SimServer::serveRest(QTcpSocket *socket, const QByteArray &target, const QB
 
     switch (fault.kind) {
     case EndpointFaultKind::None: break;
-    case EndpointFaultKind::Status500: status = 500; body = R"({"error":"scripted failure"})"; break;
+    case EndpointFaultKind::Status500:
+        status = 500;
+        body = R"({"error":"scripted failure"})";
+        break;
     case EndpointFaultKind::Status204: status = 204; break;
     case EndpointFaultKind::Status304: status = 304; break;
-    case EndpointFaultKind::BadBody: status = 200; body = R"([{"id":"not a number"}, {"half":)"; break;
+    case EndpointFaultKind::BadBody:
+        status = 200;
+        body = R"([{"id":"not a number"}, {"half":)";
+        break;
     case EndpointFaultKind::Delay: break;
     }
-    log(QStringLiteral("GET ") + QString::fromLatin1(target) + QStringLiteral(" -> ") + QString::number(status));
+    log(QStringLiteral("GET ") + QString::fromLatin1(target) + QStringLiteral(" -> ") +
+        QString::number(status));
     Q_EMIT requestServed(route, status);
     if (fault.kind == EndpointFaultKind::Delay) {
-        QTimer::singleShot(fault.delayMs, socket, [this, socket, status, body] { reply(socket, status, body); });
+        QTimer::singleShot(fault.delayMs, socket,
+                           [this, socket, status, body] { reply(socket, status, body); });
         return;
     }
     reply(socket, status, body);
@@ -494,8 +506,10 @@ void SimServer::onSocketAccepted()
         });
         QJsonObject hello{{QStringLiteral("server"), QStringLiteral("tarnwick-sim")},
                           {QStringLiteral("last_id"), market_->lastId()}};
-        send(s, QJsonDocument(QJsonObject{{QStringLiteral("type"), QStringLiteral("hello")}, {QStringLiteral("data"), hello}})
-                    .toJson(QJsonDocument::Compact),
+        send(s,
+             QJsonDocument(QJsonObject{{QStringLiteral("type"), QStringLiteral("hello")},
+                                       {QStringLiteral("data"), hello}})
+                 .toJson(QJsonDocument::Compact),
              false);
     }
 }
