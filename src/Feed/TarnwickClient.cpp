@@ -75,15 +75,9 @@ TarnwickClient::~TarnwickClient()
 
 void TarnwickClient::log(const QString &message) const
 {
-    if (!verbose_)
-        return;
-    // Wire text (types, symbols, flags, handles) must not break a log line in two.
-    QString line = message;
-    for (QChar &c : line)
-        if (c.unicode() < 0x20 || c.unicode() == 0x7f || c == QChar::LineSeparator ||
-            c == QChar::ParagraphSeparator)
-            c = QLatin1Char(' ');
-    Log::write("tw", line);
+    // Log::write flattens control characters, so wire text cannot split a line.
+    if (verbose_)
+        Log::write("tw", message);
 }
 
 // MARK: REST
