@@ -38,8 +38,19 @@ public:
 protected:
     void paintEvent(QPaintEvent *) override
     {
+        // Every frame of the ticker repaints the strip beneath it (the strip is
+        // translucent at its corners), so its face is drawn once and reused.
+        const qreal scale = devicePixelRatioF();
+        if (face_.size() != size() * scale || face_.devicePixelRatio() != scale || faceBar_ != bar) {
+            face_ = QImage(size() * scale, QImage::Format_ARGB32_Premultiplied);
+            face_.setDevicePixelRatio(scale);
+            face_.fill(Qt::transparent);
+            QPainter fp(&face_);
+            StatusItemController::paintStrip(fp, size(), bar);
+            faceBar_ = bar;
+        }
         QPainter p(this);
-        StatusItemController::paintStrip(p, size(), bar);
+        p.drawImage(QPointF(0, 0), face_);
     }
     void mousePressEvent(QMouseEvent *e) override
     {
@@ -68,6 +79,8 @@ protected:
 
 private:
     StatusItemController *owner_;
+    QImage face_;
+    QColor faceBar_;
     QPoint pressAt_, startPos_;
     bool dragged_ = false;
 };

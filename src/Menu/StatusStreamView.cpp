@@ -122,8 +122,13 @@ StatusStreamView::StatusStreamView(QWidget *parent) : QWidget(parent)
     pumpTimer_->setInterval(33);
     pumpTimer_->setTimerType(Qt::PreciseTimer);
     connect(pumpTimer_, &QTimer::timeout, this, [this] {
-        QWidget::update();
-        if (now() > pumpUntil_)
+        // The pump outlives the animations by a little; a frame that would
+        // look like the last one is not drawn (each costs a trip to the
+        // display server), but the one just after an animation ends is.
+        const double t = now();
+        if (t <= settledAt() + 0.034)
+            QWidget::update();
+        if (t > pumpUntil_)
             pumpTimer_->stop();
     });
     unblurTask_ = new QTimer(this);
@@ -224,6 +229,13 @@ void StatusStreamView::ping()
         return;
     pingStarted_ = now();
     pump(0.75);
+}
+
+double StatusStreamView::settledAt() const
+{
+    // The spring of a focal entrance has settled well within 0.8 s.
+    return std::max({flipStarted_ + flipDuration, pingStarted_ + 0.7, laneMixStarted_ + laneFade,
+                     rollStarted_ + 0.8, releaseStarted_ + focalFadeOut});
 }
 
 void StatusStreamView::pump(double seconds)
@@ -358,12 +370,25 @@ void StatusStreamView::paintLane(QPainter &p, const QSizeF &size, double t) cons
     const QRectF lane(0, 0, size.width() - 12, h);
     const double scale = devicePixelRatioOf(p);
 
-    // Rail first, under the row, growing up from the bottom edge.
-    p.save();
-    p.translate(0, h);
-    p.scale(1, -1);
-    StreamComposer::drawRail(p, rail_, QRectF(0, 1, lane.width(), 8), std::fmod(railPhase_, 7.0));
-    p.restore();
+    // Rail first, under the row, growing up from the bottom edge. It only
+    // changes with a new tick or a flip, so it is drawn once into an image and
+    // reused by every frame in between.
+    const double phase = std::fmod(railPhase_, 7.0);
+    const QSize pixels(int(std::ceil(lane.width() * scale)), int(std::ceil(h * scale)));
+    if (railImage_.size() != pixels || railImage_.devicePixelRatio() != scale || railDrawn_ != rail_ ||
+        railDrawnPhase_ != phase) {
+        railImage_ = QImage(pixels, QImage::Format_ARGB32_Premultiplied);
+        railImage_.setDevicePixelRatio(scale);
+        railImage_.fill(Qt::transparent);
+        QPainter rp(&railImage_);
+        rp.setRenderHint(QPainter::Antialiasing);
+        rp.translate(0, h);
+        rp.scale(1, -1);
+        StreamComposer::drawRail(rp, rail_, QRectF(0, 1, lane.width(), 8), phase);
+        railDrawn_ = rail_;
+        railDrawnPhase_ = phase;
+    }
+    p.drawImage(QPointF(0, 0), railImage_);
 
     if (rows_.isEmpty()) {
         StreamComposer::drawIdle(

@@ -74,6 +74,7 @@ protected:
 private:
     void rescheduleFlip();
     void pump(double seconds);
+    double settledAt() const; // when the last running animation ends
     void release(bool wasShowing);
     void attachBlur();
     void detachBlurAfterFade();
@@ -116,4 +117,8 @@ private:
     // The takeover's blurred lane, kept while the lane and radius stay the same.
     mutable QImage blurSource_, blurred_;
     mutable double blurredRadius_ = -1;
+    // The rail as last drawn, and what it was drawn from.
+    mutable QImage railImage_;
+    mutable QList<RailTick> railDrawn_;
+    mutable double railDrawnPhase_ = -1;
 };
