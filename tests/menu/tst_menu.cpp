@@ -345,6 +345,33 @@ private Q_SLOTS:
         QVERIFY(!view.hasPumpTimer());
     }
 
+    // The rail is drawn once and reused between frames: a new tick or a flip
+    // must still show up in the next frame, and nothing else may change it.
+    void reusedRailFollowsTicksAndFlips()
+    {
+        StatusStreamView view;
+        view.update({segment("$A"), segment("$B")}, false);
+        const auto frame = [&](double t) {
+            QImage img(QSize(340, 48), QImage::Format_ARGB32_Premultiplied);
+            img.setDevicePixelRatio(2);
+            img.fill(Qt::black);
+            QPainter p(&img);
+            view.paintAt(p, QSizeF(170, 24), t);
+            p.end();
+            return img.copy(0, 40, 300, 8); // the rail's band at the foot
+        };
+        view.setRail({RailTick{1.0, true}, RailTick{0.1, false}});
+        const double t = view.now() + 5;
+        const QImage first = frame(t);
+        QCOMPARE(frame(t), first);
+        view.setRail({RailTick{0.1, true}, RailTick{1.0, false}});
+        const QImage ticked = frame(t);
+        QVERIFY(ticked != first);
+        view.flip();
+        QVERIFY(QTest::qWaitFor([&] { return !view.isFlipping(); }, 1000));
+        QVERIFY(frame(view.now() + 5) != ticked); // the rail moved on by a step
+    }
+
     void takeoverFrameShowsTheFocalBadge()
     {
         StatusStreamView view;
