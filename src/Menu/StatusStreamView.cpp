@@ -131,6 +131,14 @@ StatusStreamView::StatusStreamView(QWidget *parent) : QWidget(parent)
         if (t > pumpUntil_)
             pumpTimer_->stop();
     });
+    rollTimer_ = new QTimer(this);
+    rollTimer_->setInterval(16);
+    rollTimer_->setTimerType(Qt::PreciseTimer);
+    connect(rollTimer_, &QTimer::timeout, this, [this] {
+        QWidget::update();
+        if (now() - rollStarted_ > rollDuration)
+            rollTimer_->stop();
+    });
     unblurTask_ = new QTimer(this);
     unblurTask_->setSingleShot(true);
     unblurTask_->setInterval(unblurDelayMs);
@@ -145,6 +153,11 @@ StatusStreamView::StatusStreamView(QWidget *parent) : QWidget(parent)
 bool StatusStreamView::hasFlipTimer() const
 {
     return flipTimer_->isActive();
+}
+
+bool StatusStreamView::hasRollTimer() const
+{
+    return rollTimer_->isActive();
 }
 
 bool StatusStreamView::hasPumpTimer() const
@@ -249,6 +262,7 @@ void StatusStreamView::snap(const std::optional<Focal> &focal)
 {
     if (focal == focal_)
         return;
+    rollTimer_->stop();
     if (!focal) {
         release(true);
         return;
@@ -263,6 +277,10 @@ void StatusStreamView::snap(const std::optional<Focal> &focal)
     attachBlur();
     startLaneMix(1);
     pump(0.75);
+    // The figure counts up faster than the pump draws: its own 60 Hz ticks,
+    // only for as long as it rolls.
+    if (focal->usd)
+        rollTimer_->start();
     QWidget::update();
 }
 

@@ -58,6 +58,7 @@ public:
     // State, for tests.
     bool hasFlipTimer() const;
     bool hasPumpTimer() const;
+    bool hasRollTimer() const;
     bool isFlipping() const { return now() - flipStarted_ < flipDuration; }
     bool blurAttached() const { return blurAttached_; }
     double railPhase() const { return railPhase_; }
@@ -101,6 +102,7 @@ private:
     QElapsedTimer clock_;
     QTimer *flipTimer_ = nullptr;
     QTimer *pumpTimer_ = nullptr;
+    QTimer *rollTimer_ = nullptr;
     QTimer *unblurTask_ = nullptr;
 
     std::optional<Focal> focal_;

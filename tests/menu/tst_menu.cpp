@@ -323,6 +323,26 @@ private Q_SLOTS:
         QVERIFY(QTest::qWaitFor([&] { return !view.blurAttached(); }, 2000));
     }
 
+    // The figure rolls on its own 60 Hz ticks, for its 0.55 s only; a release
+    // or a focal trade without a size stops it at once.
+    void rollTimerRunsOnlyWhileTheFigureRolls()
+    {
+        StatusStreamView view;
+        view.snap(focalOf("$BIG", 48200));
+        QVERIFY(view.hasRollTimer());
+        QVERIFY(QTest::qWaitFor([&] { return !view.hasRollTimer(); }, 2000));
+
+        view.snap(focalOf("$NEXT", 99000));
+        QVERIFY(view.hasRollTimer());
+        view.snap(std::nullopt);
+        QVERIFY(!view.hasRollTimer());
+
+        StreamSegment spike{SignalKind::spike, Headline{QStringLiteral("$NEW"), QStringLiteral("5 wallets"),
+                                                        std::nullopt, std::nullopt}};
+        view.snap(Focal{spike, std::nullopt});
+        QVERIFY(!view.hasRollTimer()); // nothing to count up
+    }
+
     void aNewTakeoverSoonAfterAReleaseKeepsTheBlur()
     {
         StatusStreamView view;
