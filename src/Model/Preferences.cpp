@@ -29,6 +29,15 @@ namespace {
 QSettings &standardSettings()
 {
     static QSettings settings(QStringLiteral("Larkpin"), QStringLiteral("Larkpin"));
+    // A bad entry quietly falls back to its default; a file that cannot be
+    // read at all is worth one line, or the user would never learn why their
+    // settings are gone.
+    static const bool checked = [] {
+        if (const auto why = PreferencesStore::unreadable(settings))
+            qWarning("[Larkpin] %s; what it spoils keeps its default", qPrintable(*why));
+        return true;
+    }();
+    Q_UNUSED(checked);
     return settings;
 }
 
@@ -84,6 +93,18 @@ namespace PreferencesStore {
 Preferences load()
 {
     return load(standardSettings());
+}
+
+std::optional<QString> unreadable(const QSettings &settings)
+{
+    switch (settings.status()) {
+    case QSettings::NoError: return std::nullopt;
+    case QSettings::FormatError:
+        return QStringLiteral("settings file ") + settings.fileName() +
+               QStringLiteral(" is not a settings file");
+    case QSettings::AccessError: break;
+    }
+    return QStringLiteral("settings file ") + settings.fileName() + QStringLiteral(" cannot be read");
 }
 
 Preferences load(QSettings &settings)

@@ -25,6 +25,9 @@ Preferences load();
 Preferences load(QSettings &settings);
 void save(const Preferences &prefs);
 void save(const Preferences &prefs, QSettings &settings);
+// Why a settings file could not be read at all, or nothing when it could. Bad
+// entries are not reported: each quietly falls back to its default.
+std::optional<QString> unreadable(const QSettings &settings);
 
 // Launch at login lives in the desktop's autostart folder, not in Preferences.
 // Setting it writes or removes ~/.config/autostart/larkpin.desktop (honouring

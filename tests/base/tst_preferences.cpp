@@ -158,6 +158,43 @@ private Q_SLOTS:
         QVERIFY(!PreferencesStore::launchAtLogin());
     }
 
+    // A file that cannot be read at all is reported once; a readable file with
+    // bad entries is not (each entry falls back on its own).
+    void unreadableFilesAreNamed_data()
+    {
+        QTest::addColumn<QByteArray>("contents");
+        QTest::addColumn<bool>("asFolder");
+        QTest::addColumn<QString>("reason");
+        QTest::newRow("fine") << QByteArray("[General]\nminTradeUsd=500\n") << false << QString();
+        QTest::newRow("bad entries only")
+            << QByteArray("[General]\nminTradeUsd=abc\npaused=maybe\n") << false << QString();
+        QTest::newRow("missing") << QByteArray() << false << QString();
+        QTest::newRow("binary junk") << QByteArray("[General]\nminTradeUsd=500\n[broken\nx=\x00\x01\n", 39)
+                                     << false << QStringLiteral("is not a settings file");
+        QTest::newRow("a folder in its place") << QByteArray() << true << QStringLiteral("cannot be read");
+    }
+    void unreadableFilesAreNamed()
+    {
+        QFETCH(QByteArray, contents);
+        QFETCH(bool, asFolder);
+        QFETCH(QString, reason);
+        const QString path =
+            dir_.filePath(QString::fromLatin1(QTest::currentDataTag()) + QStringLiteral(".conf"));
+        if (asFolder)
+            QVERIFY(QDir().mkpath(path));
+        else if (!contents.isEmpty()) {
+            QFile file(path);
+            QVERIFY(file.open(QIODevice::WriteOnly));
+            file.write(contents);
+        }
+        QSettings settings(path, QSettings::IniFormat);
+        const std::optional<QString> why = PreferencesStore::unreadable(settings);
+        QCOMPARE(why.has_value(), !reason.isEmpty());
+        if (why)
+            QVERIFY2(why->contains(path) && why->endsWith(reason), qPrintable(*why));
+        PreferencesStore::load(settings); // whatever it held, reading it is safe
+    }
+
     // An entry the user or another tool edited is read the way a desktop reads it.
     void launchAtLoginReadsForeignEntries_data()
     {
