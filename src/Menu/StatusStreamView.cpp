@@ -7,6 +7,7 @@
 #include <QTimer>
 
 #include <cmath>
+#include <cstring>
 #include <vector>
 
 namespace {
@@ -122,14 +123,12 @@ StatusStreamView::StatusStreamView(QWidget *parent) : QWidget(parent)
     pumpTimer_->setInterval(33);
     pumpTimer_->setTimerType(Qt::PreciseTimer);
     connect(pumpTimer_, &QTimer::timeout, this, [this] {
-        // The pump outlives the animations by a little; a frame that would
-        // look like the last one is not drawn (each costs a trip to the
-        // display server), but the one just after an animation ends is. The
-        // frame is painted here and now rather than posted for later: one
-        // trip through the event loop per frame instead of two.
+        // The pump outlives the animations by a little; past their end no
+        // frame is drawn at all, and within them present() sends the display
+        // server only what changed.
         const double t = now();
         if (t <= settledAt() + 0.034)
-            QWidget::repaint();
+            present(t);
         if (t > pumpUntil_)
             pumpTimer_->stop();
     });
@@ -378,10 +377,82 @@ const QImage &StatusStreamView::cachedGlow(const StreamSegment &segment, const s
     return *it;
 }
 
+QRect StatusStreamView::changedRect(const QImage &before, const QImage &after)
+{
+    if (before.size() != after.size() || before.format() != after.format())
+        return after.rect();
+    const int w = after.width(), h = after.height();
+    int top = -1, bottom = -1, left = w, right = -1;
+    const size_t rowBytes = size_t(w) * size_t(after.depth() / 8);
+    for (int y = 0; y < h; ++y) {
+        const uchar *a = before.constScanLine(y), *b = after.constScanLine(y);
+        if (std::memcmp(a, b, rowBytes) == 0)
+            continue;
+        if (top < 0)
+            top = y;
+        bottom = y;
+        const auto *pa = reinterpret_cast<const quint32 *>(a);
+        const auto *pb = reinterpret_cast<const quint32 *>(b);
+        int x = 0;
+        while (x < left && pa[x] == pb[x])
+            ++x;
+        left = std::min(left, x);
+        x = w - 1;
+        while (x > right && pa[x] == pb[x])
+            --x;
+        right = std::max(right, x);
+    }
+    return top < 0 ? QRect() : QRect(QPoint(left, top), QPoint(right, bottom));
+}
+
+void StatusStreamView::renderFrame(double t)
+{
+    const qreal scale = std::max(1.0, devicePixelRatioF());
+    const QSize pixels(int(std::ceil(width() * scale)), int(std::ceil(height() * scale)));
+    if (next_.size() != pixels || next_.devicePixelRatio() != scale) {
+        next_ = QImage(pixels, QImage::Format_ARGB32_Premultiplied);
+        next_.setDevicePixelRatio(scale);
+    }
+    next_.fill(Qt::transparent);
+    QPainter p(&next_);
+    paintAt(p, size(), t);
+}
+
+void StatusStreamView::present(double t)
+{
+    // Each frame that reaches the display server costs far more than drawing
+    // it (the request, the copy, the server's own work), so the frame is drawn
+    // off screen first and only the pixels that changed are sent: the ring of
+    // a ping is a few dozen pixels, and the tail of a flip, where the row has
+    // already landed on its final pixel, sends nothing at all.
+    if (!isVisible())
+        return; // nothing on screen to bring up to date; the next expose draws afresh
+    renderFrame(t);
+    const QRect changed = changedRect(shown_, next_);
+    if (changed.isNull())
+        return;
+    std::swap(shown_, next_);
+    freshFrame_ = true;
+    const qreal scale = shown_.devicePixelRatio();
+    const QRect logical =
+        QRectF(changed.x() / scale, changed.y() / scale, changed.width() / scale, changed.height() / scale)
+            .toAlignedRect();
+    // Painted here and now rather than posted: one trip through the event
+    // loop per frame instead of two.
+    QWidget::repaint(logical);
+}
+
 void StatusStreamView::paintEvent(QPaintEvent *)
 {
+    // A frame the pump has just drawn is shown as it is; anything else (a new
+    // list, an expose) draws the present moment.
+    if (!freshFrame_) {
+        renderFrame(now());
+        std::swap(shown_, next_);
+    }
+    freshFrame_ = false;
     QPainter p(this);
-    paintAt(p, size(), now());
+    p.drawImage(QPointF(0, 0), shown_);
 }
 
 void StatusStreamView::paintLane(QPainter &p, const QSizeF &size, double t) const

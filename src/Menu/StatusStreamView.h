@@ -69,11 +69,17 @@ public:
     double laneOpacityAt(double t) const;
     double blurRadiusAt(double t) const;
 
+    // The bounding box of the pixels in which two frames differ (null when
+    // none do); a change of size counts as every pixel.
+    static QRect changedRect(const QImage &before, const QImage &after);
+
 protected:
     void paintEvent(QPaintEvent *) override;
 
 private:
     void rescheduleFlip();
+    void renderFrame(double t); // into next_
+    void present(double t);
     void pump(double seconds);
     double settledAt() const; // when the last running animation ends
     void release(bool wasShowing);
@@ -123,4 +129,8 @@ private:
     mutable QImage railImage_;
     mutable QList<RailTick> railDrawn_;
     mutable double railDrawnPhase_ = -1;
+    // The frame on screen, the one being drawn, and whether the pending paint
+    // should show the pump's frame as it is.
+    QImage shown_, next_;
+    bool freshFrame_ = false;
 };

@@ -87,12 +87,6 @@ private Q_SLOTS:
         QCOMPARE(StatusItemController::statusLine(link, whales, 0, stocks), expected);
     }
 
-    void pauseTitles()
-    {
-        QCOMPARE(StatusItemController::pauseTitle(false), QStringLiteral("Pause ticker"));
-        QCOMPARE(StatusItemController::pauseTitle(true), QStringLiteral("Resume ticker"));
-    }
-
     void badgeGeometry_data()
     {
         QTest::addColumn<double>("height");
@@ -112,13 +106,6 @@ private Q_SLOTS:
             // The pill's left edge is drawn at the vertical middle.
             QVERIFY(qAlpha(img.pixel(1, img.height() / 2)) > 0);
         }
-    }
-
-    void leadingWidth()
-    {
-        QCOMPARE(StreamComposer::leadingWidth(0), 137.0);
-        QCOMPARE(StreamComposer::leadingWidth(40), 137.0 - 48);
-        QCOMPARE(StreamComposer::leadingWidth(200), 0.0);
     }
 
     void figureOverridesTheHeadline()
@@ -426,6 +413,34 @@ private Q_SLOTS:
         view.hide();
         view.ping();
         QVERIFY(!view.hasPumpTimer());
+    }
+
+    // Only what changed between two frames goes to the display server: the
+    // box must hold every changed pixel and nothing more.
+    void changedRect_data()
+    {
+        QTest::addColumn<QList<QPoint>>("touched");
+        QTest::addColumn<QSize>("afterSize");
+        QTest::addColumn<QRect>("expected");
+        QTest::newRow("same frame") << QList<QPoint>{} << QSize(40, 10) << QRect();
+        QTest::newRow("one pixel") << QList<QPoint>{{7, 3}} << QSize(40, 10) << QRect(7, 3, 1, 1);
+        QTest::newRow("corners") << QList<QPoint>{{0, 0}, {39, 9}} << QSize(40, 10) << QRect(0, 0, 40, 10);
+        QTest::newRow("two apart, box spans both")
+            << QList<QPoint>{{30, 2}, {5, 8}} << QSize(40, 10) << QRect(5, 2, 26, 7);
+        QTest::newRow("new size") << QList<QPoint>{} << QSize(41, 10) << QRect(0, 0, 41, 10);
+    }
+    void changedRect()
+    {
+        QFETCH(QList<QPoint>, touched);
+        QFETCH(QSize, afterSize);
+        QFETCH(QRect, expected);
+        QImage before(QSize(40, 10), QImage::Format_ARGB32_Premultiplied);
+        before.fill(Qt::transparent);
+        QImage after(afterSize, QImage::Format_ARGB32_Premultiplied);
+        after.fill(Qt::transparent);
+        for (const QPoint &at : touched)
+            after.setPixel(at, qRgba(0, 0, 1, 1)); // the faintest change still counts
+        QCOMPARE(StatusStreamView::changedRect(before, after), expected);
     }
 
     void stripPlacement_data()
