@@ -211,6 +211,35 @@ int main(int argc, char **argv)
     }
     offline.closeTree();
     dead.stop();
+
+    // A link that was live and dropped, with nothing held yet: the offline
+    // empty state. The service answers no tape and no radar, so nothing is
+    // held when its sockets go.
+    tarnwick::SimOptions emptyOptions;
+    emptyOptions.port = 0;
+    emptyOptions.autoTape = false;
+    tarnwick::SimServer emptySim(emptyOptions);
+    emptySim.setEndpointFault(QStringLiteral("/tape"), {tarnwick::EndpointFaultKind::Status500, 0});
+    emptySim.setEndpointFault(QStringLiteral("/radar"), {tarnwick::EndpointFaultKind::Status500, 0});
+    if (emptySim.start(&error)) {
+        FeedStore dropped(
+            new TarnwickClient(emptySim.httpBase(), emptySim.socketURL(), TarnwickTiming{}, now), now);
+        dropped.setPreferences(Preferences::defaults());
+        dropped.start();
+        waitFor([&] { return dropped.link() == LinkState::live; }, 8000);
+        emptySim.dropAllSockets();
+        waitFor([&] { return dropped.link() == LinkState::down; }, 8000);
+        OffscreenPanel droppedPanel(&dropped);
+        droppedPanel.open();
+        save(droppedPanel, QStringLiteral("empty-dropped-") + LinkStates::caseName(dropped.link()) +
+                               QStringLiteral(".png"));
+        droppedPanel.closeTree();
+        dropped.stop();
+    } else {
+        std::fprintf(stderr, "panel-render: a second tape service did not start: %s\n",
+                     qUtf8Printable(error));
+        ++failures;
+    }
     live.stop();
     return failures == 0 ? 0 : 1;
 }
