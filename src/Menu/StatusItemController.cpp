@@ -52,6 +52,15 @@ protected:
         QPainter p(this);
         p.drawImage(QPointF(0, 0), face_);
     }
+    // A new desktop theme or palette usually comes with a new bar colour, and
+    // is the moment to look rather than waiting for the next slow check.
+    bool event(QEvent *e) override
+    {
+        if (e->type() == QEvent::ThemeChange || e->type() == QEvent::PaletteChange ||
+            e->type() == QEvent::StyleChange)
+            owner_->followBarColour(true);
+        return QWidget::event(e);
+    }
     void mousePressEvent(QMouseEvent *e) override
     {
         pressAt_ = e->globalPosition().toPoint();
@@ -72,6 +81,7 @@ protected:
     {
         if (dragged_) {
             QSettings().setValue(QStringLiteral("stripPosition"), pos());
+            owner_->followBarColour(true); // it may sit on another bar now
             return;
         }
         owner_->handleClick(e->button(), e->globalPosition().toPoint());
@@ -246,10 +256,13 @@ QWidget *StatusItemController::strip() const
     return strip_;
 }
 
-void StatusItemController::followBarColour()
+void StatusItemController::followBarColour(bool now)
 {
-    // Reading the screen is cheap but not free: at most twice a minute.
-    if (barSampled_.isValid() && barSampled_.elapsed() < 30000)
+    if (!strip_ || !view_)
+        return; // a palette event while the strip is still being built
+    // Reading the screen is cheap but not free; theme changes and moves ask
+    // at once, the slow check only catches what sent no event.
+    if (!now && barSampled_.isValid() && barSampled_.elapsed() < 120000)
         return;
     barSampled_.start();
     const std::optional<QColor> bar = sampleBarColour(strip_->screen());
@@ -276,8 +289,12 @@ void StatusItemController::applyFocal(const std::optional<Signal> &signal)
 void StatusItemController::ensureTray()
 {
     followBarColour();
-    if (!QSystemTrayIcon::isSystemTrayAvailable())
+    if (!QSystemTrayIcon::isSystemTrayAvailable()) {
+        // Look often at first (a tray host often starts just after us), then
+        // back off to once a minute: a desktop without a tray stays that way.
+        trayWatch_->setInterval(std::min(trayWatch_->interval() * 2, 60000));
         return;
+    }
     if (!tray_) {
         trayDark_ = isDarkColour(strip_->bar);
         tray_ = new QSystemTrayIcon(QIcon(QPixmap::fromImage(trayMark(*trayDark_))), this);

@@ -79,8 +79,10 @@ public:
     static QImage trayMark(bool darkPanel, int size = 32);
 
 private:
+    friend class TickerStrip;
     void ensureTray();
-    void followBarColour();
+    // Re-reads the bar's colour; without `now`, at most every two minutes.
+    void followBarColour(bool now = false);
 
     FeedStore *store_;
     TickerStrip *strip_ = nullptr;
