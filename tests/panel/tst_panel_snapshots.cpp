@@ -1,14 +1,16 @@
-// Off-screen pictures of the panel: sizes, files, errors, and no hang.
+// Off-screen pictures of the panel (sizes, files, errors, rounded corners, no
+// hang), and the panel against the local tape service: real evidence in the
+// inspector and pictures of live data.
 
 #include "Panel/PanelModel.h"
 #include "Panel/PanelSnapshots.h"
 #include "PanelTestSupport.h"
+#include "TarnwickSim.h"
 
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QImage>
-#include <QQuickItem>
 #include <QSettings>
 #include <QTemporaryDir>
 #include <QTest>
@@ -19,6 +21,7 @@ class PanelSnapshotsTest : public QObject {
     Q_OBJECT
 
     TestClock clock;
+    std::unique_ptr<tarnwick::SimServer> sim;
     std::unique_ptr<FeedStore> store;
 
     struct Result {
@@ -41,6 +44,35 @@ class PanelSnapshotsTest : public QObject {
         return result;
     }
 
+    // The five pictures at twice the size. Nothing shows outside the rounded
+    // edge: the corner areas beyond the 14-pt radius stay fully transparent.
+    // With known content, the middle is the dark panel.
+    void checkPictures(const QDir &dir, bool knownContent)
+    {
+        const double r = 14 * 2;
+        for (const char *name :
+             {"panel.png", "settings.png", "inspector.png", "inspector-loading.png", "hero-detail.png"}) {
+            const QImage image =
+                QImage(dir.filePath(QString::fromLatin1(name))).convertToFormat(QImage::Format_ARGB32);
+            QVERIFY2(!image.isNull(), name);
+            QCOMPARE(image.size(), QSize(800, 1240));
+            const int w = image.width(), h = image.height();
+            for (int y = 0; y < r; ++y)
+                for (int x = 0; x < r; ++x) {
+                    if (std::hypot(r - (x + 0.5), r - (y + 0.5)) < r + 1.5) // a pixel of antialiasing
+                        continue;
+                    for (const QPoint p : {QPoint(x, y), QPoint(w - 1 - x, y), QPoint(x, h - 1 - y),
+                                           QPoint(w - 1 - x, h - 1 - y)})
+                        QVERIFY2(qAlpha(image.pixel(p)) == 0, qPrintable(QStringLiteral("%1 at %2,%3")
+                                                                             .arg(QLatin1String(name))
+                                                                             .arg(p.x())
+                                                                             .arg(p.y())));
+                }
+            const QRgb middle = image.pixel(400, 620);
+            QVERIFY2(!knownContent || (qAlpha(middle) > 200 && qRed(middle) < 90), name);
+        }
+    }
+
 private Q_SLOTS:
     void init()
     {
@@ -50,12 +82,25 @@ private Q_SLOTS:
         store = unreachableStore(clock);
         store->setPreferences(Preferences::defaults());
     }
-    void cleanup() { store.reset(); }
-
-    void writesTheFivePicturesAtTwice()
+    void cleanup()
     {
+        if (store)
+            store->stop();
+        store.reset();
+        sim.reset();
+    }
+
+    void writesTheFivePictures_data()
+    {
+        QTest::addColumn<int>("whales");
+        QTest::newRow("empty store") << 0;
+        QTest::newRow("whales, evidence failing") << 7;
+    }
+    void writesTheFivePictures()
+    {
+        QFETCH(int, whales);
         QList<TwFill> fills;
-        for (int i = 0; i < 7; ++i)
+        for (int i = 0; i < whales; ++i)
             fills << whaleFill(10 + i, clock.t - 20 * i, 4000.0 * (i + 1), QStringLiteral("w%1").arg(i),
                                QStringLiteral("S%1").arg(i));
         store->ingest(fills);
@@ -71,26 +116,9 @@ private Q_SLOTS:
         QVERIFY2(result.ok, qPrintable(result.error));
         QCOMPARE(result.calls, 1);
         QVERIFY(timer.elapsed() < PanelSnapshots::timeoutMs);
-        for (const char *name :
-             {"panel.png", "settings.png", "inspector.png", "inspector-loading.png", "hero-detail.png"}) {
-            const QImage image(dir.filePath(QString::fromLatin1(name)));
-            QVERIFY2(!image.isNull(), name);
-            QCOMPARE(image.size(), QSize(800, 1240));
-            // The rounded corner stays clear; the middle is the dark panel.
-            QCOMPARE(qAlpha(image.pixel(0, 0)), 0);
-            const QRgb middle = image.pixel(400, 620);
-            QVERIFY2(qAlpha(middle) > 200 && qRed(middle) < 90, name);
-        }
+        checkPictures(dir, whales > 0);
         // The loading picture was taken with the evidence still on its way.
-        QVERIFY(!store->loadingDetail().isEmpty() || !store->failedDetail().isEmpty());
-    }
-
-    void anEmptyStoreStillRenders()
-    {
-        QTemporaryDir dir;
-        const Result result = renderInto(dir.path());
-        QVERIFY2(result.ok, qPrintable(result.error));
-        QVERIFY(QFile::exists(dir.filePath(QStringLiteral("hero-detail.png"))));
+        QVERIFY(whales == 0 || !store->loadingDetail().isEmpty() || !store->failedDetail().isEmpty());
     }
 
     void anUnwritableDirectoryIsAClearError()
@@ -106,46 +134,44 @@ private Q_SLOTS:
         QVERIFY2(result.error.contains(QStringLiteral("cannot")), qPrintable(result.error));
     }
 
-    // Nothing of the panel shows outside its rounded edge: the four corner
-    // areas beyond the 14-pt radius stay fully transparent, settings open or not.
-    void nothingShowsOutsideTheRoundedCorners()
+    void liveTape()
     {
-        store->ingest({whaleFill(1, clock.t, 5000)});
-        OffscreenPanel panel(store.get());
-        QVERIFY(panel.isValid());
-        for (bool settings : {false, true}) {
-            panel.open()->setShowSettings(settings);
-            const QImage image = panel.grab().convertToFormat(QImage::Format_ARGB32);
-            const int w = image.width(), h = image.height();
-            const double r = 14 * 2; // pixels at 2x
-            for (int y = 0; y < r; ++y)
-                for (int x = 0; x < r; ++x) {
-                    // Outside the corner's circle, with a pixel of antialiasing.
-                    if (std::hypot(r - (x + 0.5), r - (y + 0.5)) < r + 1.5)
-                        continue;
-                    for (const QPoint p : {QPoint(x, y), QPoint(w - 1 - x, y), QPoint(x, h - 1 - y),
-                                           QPoint(w - 1 - x, h - 1 - y)})
-                        QVERIFY2(
-                            qAlpha(image.pixel(p)) == 0,
-                            qPrintable(
-                                QStringLiteral("%1,%2 settings %3").arg(p.x()).arg(p.y()).arg(settings)));
-                }
-        }
-    }
+        tarnwick::SimOptions options;
+        options.port = 0;
+        options.ratePerMinute = 240;
+        options.seed = 7;
+        sim = std::make_unique<tarnwick::SimServer>(options);
+        QString error;
+        QVERIFY2(sim->start(&error), qPrintable(error));
+        store = std::make_unique<FeedStore>(
+            new TarnwickClient(sim->httpBase(), sim->socketURL(), TarnwickTiming{}, systemNow), systemNow);
+        store->setPreferences(Preferences::defaults());
+        store->start();
+        const auto whaleWithWallet = [&]() -> std::optional<Signal> {
+            for (const Signal &s : store->signalList())
+                if (s.kind == SignalKind::whale && s.wallet && s.wallet->label)
+                    return s;
+            return std::nullopt;
+        };
+        QVERIFY(QTest::qWaitFor([&] { return store->signalList().size() >= 6 && whaleWithWallet(); }, 20000));
 
-    void offscreenPanelIsTwiceTheSize()
-    {
-        store->ingest({whaleFill(1, clock.t, 5000)});
-        OffscreenPanel panel(store.get());
-        QVERIFY(panel.isValid());
-        PanelModel *model = panel.open();
-        QVERIFY(model);
-        QVERIFY(panel.rootItem());
-        const QImage image = panel.grab();
-        QCOMPARE(image.size(), QSize(800, 1240));
-        QCOMPARE(image.devicePixelRatio(), 2.0);
-        panel.closeTree();
-        QVERIFY(!panel.rootItem());
+        PanelModel model(store.get());
+        const Signal whale = *whaleWithWallet();
+        model.toggle(whale.id);
+        QCOMPARE(model.inspector(whale.id)[QStringLiteral("state")].toString(), QStringLiteral("loading"));
+        QVERIFY(QTest::qWaitFor([&] { return store->details().contains(whale.id); }, 10000));
+        const QVariantMap info = model.inspector(whale.id);
+        QCOMPARE(info[QStringLiteral("state")].toString(), QStringLiteral("details"));
+        const QVariantMap wallet = info[QStringLiteral("wallet")].toMap();
+        QCOMPARE(wallet[QStringLiteral("title")].toString(), *whale.wallet->label);
+        QCOMPARE(wallet[QStringLiteral("stats")].toList().size(), 4);
+        for (const QVariant &link : info[QStringLiteral("links")].toList())
+            QVERIFY(link.toMap()[QStringLiteral("url")].toString().startsWith(QStringLiteral("http")));
+
+        QTemporaryDir dir;
+        const Result result = renderInto(dir.path());
+        QVERIFY2(result.ok, qPrintable(result.error));
+        checkPictures(QDir(dir.path()), false);
     }
 };
 
