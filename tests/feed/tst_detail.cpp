@@ -19,19 +19,14 @@ class DetailTest : public QObject {
     std::unique_ptr<SimServer> sim_;
     std::unique_ptr<FeedStore> store_;
 
-    static TarnwickTiming quick()
-    {
-        TarnwickTiming t;
-        t.requestTimeoutMs = 800;
-        return t;
-    }
-
     FeedStore &store() { return *store_; }
     TarnwickClient &client() { return store_->client(); }
+    int requests(const char *path) const { return sim_->requestCount(QLatin1String(path)); }
 
     void makeStore()
     {
-        auto *client = new TarnwickClient(sim_->httpBase(), sim_->socketURL(), quick(), systemNow);
+        auto *client =
+            new TarnwickClient(sim_->httpBase(), sim_->socketURL(), {.requestTimeoutMs = 800}, systemNow);
         store_ = std::make_unique<FeedStore>(client, systemNow);
         client->ensureEnrichment();
         QVERIFY(QTest::qWaitFor([&] { return client->enrichmentFetchedAt().has_value(); }, 3000));
@@ -41,8 +36,7 @@ class DetailTest : public QObject {
     Signal fillSignal(bool stock = false)
     {
         for (int i = 0; i < 400; ++i) {
-            const QJsonObject json = sim_->emitFills(1).first();
-            const std::optional<TwFill> fill = TwDecode::fill(json);
+            const std::optional<TwFill> fill = TwDecode::fill(sim_->emitFills(1).first());
             if (!fill || fill->isStock != stock)
                 continue;
             if (auto s =
@@ -52,9 +46,10 @@ class DetailTest : public QObject {
         qFatal("the sim produced no suitable fill");
     }
 
-    bool waitSettled(const QString &id)
+    bool loadAndSettle(const Signal &s)
     {
-        return QTest::qWaitFor([&] { return !store().loadingDetail().contains(id); }, 5000);
+        store().loadDetail(s);
+        return QTest::qWaitFor([&] { return !store().loadingDetail().contains(s.id); }, 5000);
     }
 
 private Q_SLOTS:
@@ -82,41 +77,32 @@ private Q_SLOTS:
         QSignalSpy loading(&store(), &FeedStore::loadingDetailChanged);
         QSignalSpy failed(&store(), &FeedStore::failedDetailChanged);
         QSignalSpy details(&store(), &FeedStore::detailsChanged);
-        const int tape = sim_->requestCount(QStringLiteral("/tape"));
-        const int trader = sim_->requestCount(QStringLiteral("/trader/"));
-
+        const int tape = requests("/tape"), trader = requests("/trader/");
         store().loadDetail(s);
-        QVERIFY(store().loadingDetail().contains(s.id));
-        store().loadDetail(s); // a second quick call joins the first
-        QVERIFY(waitSettled(s.id));
-
-        QCOMPARE(sim_->requestCount(QStringLiteral("/tape")), tape + 1);
-        QCOMPARE(sim_->requestCount(QStringLiteral("/trader/")), trader + 1);
+        QVERIFY(loadAndSettle(s)); // a second call while loading joins the first
+        QCOMPARE(requests("/tape"), tape + 1);
+        QCOMPARE(requests("/trader/"), trader + 1);
         QCOMPARE(loading.count(), 2); // in, out
         QCOMPARE(details.count(), 1);
         QCOMPARE(failed.count(), 0);
-        QVERIFY(store().failedDetail().isEmpty());
 
         const SignalDetail d = store().details().value(s.id);
         QCOMPARE(d.signalId, s.id);
         QVERIFY(d.fetchedAt > 0);
-        QVERIFY(d.wallet);
+        QVERIFY(d.wallet && d.links.chart);
         QCOMPARE(d.wallet->label, s.wallet->label);
         QVERIFY(!d.equity);
-        const TwToken *token = client().token(*s.asset->address);
-        QCOMPARE(d.token.has_value(), token != nullptr);
+        QCOMPARE(d.token.has_value(), client().token(*s.asset->address) != nullptr);
         // Links: the chart from the token table (else the fill), the profile from the trader table.
         const TwTrader *record = client().trader(s.wallet->label->mid(1));
         QVERIFY(record && record->profileURL);
         QCOMPARE(d.links.profile, std::optional(QUrl(*record->profileURL)));
-        QVERIFY(d.links.chart);
         QCOMPARE(d.links.chart->scheme(), QStringLiteral("https"));
 
-        // Loaded is final: no request, no signal.
-        store().loadDetail(s);
+        store().loadDetail(s); // loaded is final: no request, no signal
         QVERIFY(!store().loadingDetail().contains(s.id));
         QCOMPARE(loading.count(), 2);
-        QCOMPARE(sim_->requestCount(QStringLiteral("/tape")), tape + 1);
+        QCOMPARE(requests("/tape"), tape + 1);
     }
 
     void failures_data()
@@ -134,8 +120,7 @@ private Q_SLOTS:
         QFETCH(int, kind);
         const Signal s = fillSignal();
         sim_->setEndpointFault(endpoint, EndpointFault{EndpointFaultKind(kind), 2000});
-        store().loadDetail(s);
-        QVERIFY(waitSettled(s.id));
+        QVERIFY(loadAndSettle(s));
         QVERIFY(store().failedDetail().contains(s.id));
         QVERIFY(!store().details().contains(s.id));
 
@@ -154,7 +139,7 @@ private Q_SLOTS:
         QVERIFY(!store().failedDetail().contains(s.id));
         QVERIFY(store().loadingDetail().contains(s.id));
         QCOMPARE(failed.count(), 1);
-        QVERIFY(waitSettled(s.id));
+        QVERIFY(loadAndSettle(s));
         QVERIFY(store().details().contains(s.id));
         QVERIFY(store().failedDetail().isEmpty());
     }
@@ -167,37 +152,42 @@ private Q_SLOTS:
         r.buyers = 4;
         r.firstTs = systemNow() - 60;
         const Signal s = *SignalRules::signal(r, systemNow());
-        const int before = sim_->requestCount(QString());
+        const int before = requests("");
         store().loadDetail(s);
         // Nothing to ask for, yet the load still ends later, not inside the call.
         QVERIFY(store().loadingDetail().contains(s.id));
-        QVERIFY(!store().details().contains(s.id));
-        QVERIFY(waitSettled(s.id));
-        QCOMPARE(sim_->requestCount(QString()), before); // no tape, no trader
+        QVERIFY(loadAndSettle(s));
+        QCOMPARE(requests(""), before); // no tape, no trader
         const SignalDetail d = store().details().value(s.id);
-        QVERIFY(!d.wallet);
-        QVERIFY(!d.equity);
-        QVERIFY(d.isBlank()); // the token is not in the table either
+        QVERIFY(d.isBlank() && !d.wallet && !d.equity); // the token is not in the table either
         QVERIFY(!d.links.chart && !d.links.profile);
     }
 
-    void walletWithoutAHandleAsksForNoTrader()
+    void missingEvidenceLeavesGaps()
     {
+        // A wallet without a handle (no leading "@") asks for no trader.
         Signal s = fillSignal();
-        s.wallet->label = QStringLiteral("kai"); // no leading "@"
-        const int trader = sim_->requestCount(QStringLiteral("/trader/"));
-        store().loadDetail(s);
-        QVERIFY(waitSettled(s.id));
-        QCOMPARE(sim_->requestCount(QStringLiteral("/trader/")), trader);
+        s.wallet->label = QStringLiteral("kai");
+        const int trader = requests("/trader/");
+        QVERIFY(loadAndSettle(s));
+        QCOMPARE(requests("/trader/"), trader);
         QVERIFY(!store().details().value(s.id).wallet);
         QVERIFY(!store().details().value(s.id).links.profile);
+
+        // A fill gone from the tape and a token not in the table: no chart,
+        // but the wallet still loads.
+        s = fillSignal();
+        s.id = QStringLiteral("tw-fill-999999999");
+        s.asset->address = QStringLiteral("NoSuchMint");
+        QVERIFY(loadAndSettle(s));
+        QVERIFY(!store().details().value(s.id).links.chart);
+        QVERIFY(store().details().value(s.id).wallet);
     }
 
     void equityGetsItsMove()
     {
         const Signal s = fillSignal(true);
-        store().loadDetail(s);
-        QVERIFY(waitSettled(s.id));
+        QVERIFY(loadAndSettle(s));
         const SignalDetail d = store().details().value(s.id);
         QVERIFY(d.equity);
         QCOMPARE(d.equity->ticker, s.asset->symbol);
@@ -205,22 +195,7 @@ private Q_SLOTS:
         const TwToken *token = client().token(*s.asset->address);
         QVERIFY(token);
         QCOMPARE(d.equity->lastPrice, token->mark);
-        if (token->change24)
-            QCOMPARE(d.equity->change, std::optional(*token->change24 / 100.0));
-        else
-            QVERIFY(!d.equity->change);
-    }
-
-    void fillGoneFromTheTape()
-    {
-        Signal s = fillSignal();
-        s.id = QStringLiteral("tw-fill-999999999"); // not among the last 200
-        s.asset->address = QStringLiteral("NoSuchMint");
-        store().loadDetail(s);
-        QVERIFY(waitSettled(s.id));
-        const SignalDetail d = store().details().value(s.id);
-        QVERIFY(!d.links.chart); // neither a token record nor a fill to take it from
-        QVERIFY(d.wallet);       // the wallet still loads
+        QCOMPARE(d.equity->change, token->change24 ? std::optional(*token->change24 / 100.0) : std::nullopt);
     }
 
     void storeGoneMidLoad()
@@ -234,8 +209,8 @@ private Q_SLOTS:
         // must not happen is a second step of the chain or a call into the dead
         // store when the delayed answer lands.
         QTest::qWait(300);
-        QCOMPARE(sim_->requestCount(QStringLiteral("/trader/")), 0);
-        QVERIFY(sim_->requestCount(QStringLiteral("/tape")) <= 1);
+        QCOMPARE(requests("/trader/"), 0);
+        QVERIFY(requests("/tape") <= 1);
         makeStore();
     }
 
