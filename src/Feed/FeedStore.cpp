@@ -227,18 +227,25 @@ const Signal *FeedStore::held(const QString &id) const
     return it == inbox_.cend() ? nullptr : &it.value()->second;
 }
 
-void FeedStore::hold(const Signal &signal)
+bool FeedStore::holdable(const Signal &signal) const
 {
     // Times that do not order (never sent by the service, but a record fed in
     // by hand could carry them) would break both indexes.
-    if (!std::isfinite(signal.createdAt) || !std::isfinite(signal.expiresAt)) {
-        log(QStringLiteral("drop  ") + signal.id + QStringLiteral(" — time out of range"));
-        return;
-    }
+    if (std::isfinite(signal.createdAt) && std::isfinite(signal.expiresAt))
+        return true;
+    log(QStringLiteral("drop  ") + signal.id + QStringLiteral(" — time out of range"));
+    return false;
+}
+
+bool FeedStore::hold(const Signal &signal)
+{
+    if (!holdable(signal))
+        return false;
     release(signal.id); // a signal with the same id is replaced
     auto placed = ordered_.emplace(std::pair(signal.createdAt, signal.id), signal).first;
     inbox_.insert(signal.id, placed);
     expiry_.emplace(signal.expiresAt, signal.id);
+    return true;
 }
 
 bool FeedStore::release(const QString &id)
@@ -279,6 +286,10 @@ void FeedStore::ingest(const QList<TwFill> &fills)
                     QStringLiteral(" — ") + fill.flags.join(QStringLiteral(", ")));
             continue;
         }
+        // Checked before anything is merged or replaced: a fill that cannot be
+        // held must not push out the one it would have replaced.
+        if (!holdable(*made))
+            continue;
         if (fill.isStock) {
             changed = ingestStock(fill, *made) || changed;
             continue;
@@ -371,7 +382,8 @@ void FeedStore::ingest(const QList<TwRadar> &radar)
         const Signal *before = held(made->id);
         if (before && before->line.text() == made->line.text())
             continue; // re-sent on every poll
-        hold(*made);
+        if (!hold(*made))
+            continue;
         changed = true;
         if (verbose_)
             log(QStringLiteral("radar [") + SignalKinds::label(made->kind) + QStringLiteral("] ") +

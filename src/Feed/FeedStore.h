@@ -116,7 +116,8 @@ private:
     void wireClient();
     bool ingestStock(const TwFill &fill, const Signal &signal);
     const Signal *held(const QString &id) const;
-    void hold(const Signal &signal);
+    bool holdable(const Signal &signal) const; // logs why not
+    bool hold(const Signal &signal);
     bool release(const QString &id);
     void setLastUpdate(double at);
     void log(const QString &message) const;
