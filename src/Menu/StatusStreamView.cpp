@@ -7,7 +7,7 @@
 #include <QTimer>
 
 #include <cmath>
-#include <cstring>
+#include <limits>
 #include <vector>
 
 namespace {
@@ -123,12 +123,10 @@ StatusStreamView::StatusStreamView(QWidget *parent) : QWidget(parent)
     pumpTimer_->setInterval(33);
     pumpTimer_->setTimerType(Qt::PreciseTimer);
     connect(pumpTimer_, &QTimer::timeout, this, [this] {
-        // The pump outlives the animations by a little; past their end no
-        // frame is drawn at all, and within them present() sends the display
-        // server only what changed.
+        // The pump outlives the animations by a little; present() draws only
+        // what moved since the last frame, so its last ticks cost next to nothing.
         const double t = now();
-        if (t <= settledAt() + 0.034)
-            present(t);
+        present(t);
         if (t > pumpUntil_)
             pumpTimer_->stop();
     });
@@ -245,13 +243,6 @@ void StatusStreamView::ping()
     pump(0.75);
 }
 
-double StatusStreamView::settledAt() const
-{
-    // The spring of a focal entrance has settled well within 0.8 s.
-    return std::max({flipStarted_ + flipDuration, pingStarted_ + 0.7, laneMixStarted_ + laneFade,
-                     rollStarted_ + 0.8, releaseStarted_ + focalFadeOut});
-}
-
 void StatusStreamView::pump(double seconds)
 {
     pumpUntil_ = std::max(pumpUntil_, now() + seconds);
@@ -334,10 +325,14 @@ double StatusStreamView::blurRadiusAt(double t) const
     return blurAttached_ ? laneMixAt(t) * focalBlurRadius : 0;
 }
 
-const QImage &StatusStreamView::cachedBadge(const StreamSegment &segment,
-                                            const std::optional<QString> &figure, double height,
-                                            double scale) const
+QImage StatusStreamView::cachedBadge(const StreamSegment &segment, const std::optional<QString> &figure,
+                                     double height, double scale) const
 {
+    // Most frames want the badge or two of the last frame: compare fields
+    // rather than build a hash key (number formatting and allocations) per frame.
+    for (const BadgeMemo &m : badgeMemo_)
+        if (m.height == height && m.scale == scale && m.figure == figure && m.segment == segment)
+            return m.image;
     const QChar sep(0x1f);
     const QString key = QString::number(int(segment.kind)) + sep + segment.line.ticker + sep +
                         segment.line.tag.value_or(QString()) + sep +
@@ -349,13 +344,15 @@ const QImage &StatusStreamView::cachedBadge(const StreamSegment &segment,
             badges_.clear();
         it = badges_.insert(key, StreamComposer::badge(segment, figure, height, scale));
     }
+    badgeMemo_[nextMemo_] = BadgeMemo{segment, figure, height, scale, *it};
+    nextMemo_ = (nextMemo_ + 1) % int(badgeMemo_.size());
     return *it;
 }
 
 const QImage &StatusStreamView::cachedGlow(const StreamSegment &segment, const std::optional<QString> &figure,
                                            double height, double scale) const
 {
-    const QImage &badge = cachedBadge(segment, figure, height, scale);
+    const QImage badge = cachedBadge(segment, figure, height, scale);
     const qint64 key = badge.cacheKey();
     auto it = glows_.find(key);
     if (it == glows_.end()) {
@@ -377,82 +374,53 @@ const QImage &StatusStreamView::cachedGlow(const StreamSegment &segment, const s
     return *it;
 }
 
-QRect StatusStreamView::changedRect(const QImage &before, const QImage &after)
+int StatusStreamView::flipFrameKey(double t, double scale) const
 {
-    if (before.size() != after.size() || before.format() != after.format())
-        return after.rect();
-    const int w = after.width(), h = after.height();
-    int top = -1, bottom = -1, left = w, right = -1;
-    const size_t rowBytes = size_t(w) * size_t(after.depth() / 8);
-    for (int y = 0; y < h; ++y) {
-        const uchar *a = before.constScanLine(y), *b = after.constScanLine(y);
-        if (std::memcmp(a, b, rowBytes) == 0)
-            continue;
-        if (top < 0)
-            top = y;
-        bottom = y;
-        const auto *pa = reinterpret_cast<const quint32 *>(a);
-        const auto *pb = reinterpret_cast<const quint32 *>(b);
-        int x = 0;
-        while (x < left && pa[x] == pb[x])
-            ++x;
-        left = std::min(left, x);
-        x = w - 1;
-        while (x > right && pa[x] == pb[x])
-            --x;
-        right = std::max(right, x);
-    }
-    return top < 0 ? QRect() : QRect(QPoint(left, top), QPoint(right, bottom));
-}
-
-void StatusStreamView::renderFrame(double t)
-{
-    const qreal scale = std::max(1.0, devicePixelRatioF());
-    const QSize pixels(int(std::ceil(width() * scale)), int(std::ceil(height() * scale)));
-    if (next_.size() != pixels || next_.devicePixelRatio() != scale) {
-        next_ = QImage(pixels, QImage::Format_ARGB32_Premultiplied);
-        next_.setDevicePixelRatio(scale);
-    }
-    next_.fill(Qt::transparent);
-    QPainter p(&next_);
-    paintAt(p, size(), t);
+    const double progress = std::clamp((t - flipStarted_) / flipDuration, 0.0, 1.0);
+    // Landed is its own frame even when the row already sat on its last
+    // pixel: only then is the outgoing row's last sliver gone.
+    if (progress >= 1)
+        return std::numeric_limits<int>::max();
+    return int(std::lround(17 * flipCurve(progress) * scale));
 }
 
 void StatusStreamView::present(double t)
 {
-    // Each frame that reaches the display server costs far more than drawing
-    // it (the request, the copy, the server's own work), so the frame is drawn
-    // off screen first and only the pixels that changed are sent: the ring of
-    // a ping is a few dozen pixels, and the tail of a flip, where the row has
-    // already landed on its final pixel, sends nothing at all.
     if (!isVisible())
         return; // nothing on screen to bring up to date; the next expose draws afresh
-    renderFrame(t);
-    const QRect changed = changedRect(shown_, next_);
-    if (changed.isNull())
+    // On this path a frame costs far more on its way to the display server
+    // (and through a cold cache after 33 ms of sleep) than in drawing, so only
+    // the part that moves is repainted, and a frame that would show what is
+    // already there is not drawn at all. Each animation's settled frame is
+    // drawn once, whenever the first tick after its end comes.
+    constexpr int settled = std::numeric_limits<int>::max();
+    const bool takeover =
+        t <= std::max({laneMixStarted_ + laneFade, rollStarted_ + 0.8, releaseStarted_ + focalFadeOut});
+    if (takeover || !takeoverSettled_) {
+        takeoverSettled_ = !takeover;
+        presentedFlip_ = presentedPing_ = -1;
+        QWidget::repaint();
         return;
-    std::swap(shown_, next_);
-    freshFrame_ = true;
-    const qreal scale = shown_.devicePixelRatio();
-    const QRect logical =
-        QRectF(changed.x() / scale, changed.y() / scale, changed.width() / scale, changed.height() / scale)
-            .toAlignedRect();
-    // Painted here and now rather than posted: one trip through the event
-    // loop per frame instead of two.
-    QWidget::repaint(logical);
+    }
+    const double scale = std::max(1.0, devicePixelRatioF());
+    const int flip = flipFrameKey(t, scale);
+    const int ping = t - pingStarted_ < 0.7 ? int((t - pingStarted_) * 30) : settled;
+    QRect dirty;
+    // The row moves in whole pixels; the tail of a flip often stays on one.
+    if (flip != presentedFlip_)
+        dirty = QRect(0, 0, width() - 12, height());
+    if (ping != presentedPing_)
+        dirty |= QRect(width() - 15, 0, 15, height()); // the ring at its widest
+    presentedFlip_ = flip;
+    presentedPing_ = ping;
+    if (!dirty.isEmpty())
+        QWidget::repaint(dirty); // now rather than posted: one trip through the loop per frame
 }
 
 void StatusStreamView::paintEvent(QPaintEvent *)
 {
-    // A frame the pump has just drawn is shown as it is; anything else (a new
-    // list, an expose) draws the present moment.
-    if (!freshFrame_) {
-        renderFrame(now());
-        std::swap(shown_, next_);
-    }
-    freshFrame_ = false;
     QPainter p(this);
-    p.drawImage(QPointF(0, 0), shown_);
+    paintAt(p, size(), now());
 }
 
 void StatusStreamView::paintLane(QPainter &p, const QSizeF &size, double t) const
@@ -491,7 +459,7 @@ void StatusStreamView::paintLane(QPainter &p, const QSizeF &size, double t) cons
     const double eased = flipCurve(progress);
     p.save();
     p.setClipRect(lane);
-    const QImage &current = cachedBadge(rows_.value(index_), std::nullopt, h, scale);
+    const QImage current = cachedBadge(rows_.value(index_), std::nullopt, h, scale);
     if (progress < 1 && flipFrom_) {
         // The old row leaves upwards while the new one rolls up from 17 below.
         p.drawImage(QPointF(0, -17 * eased), cachedBadge(*flipFrom_, std::nullopt, h, scale));
@@ -529,7 +497,7 @@ void StatusStreamView::paintFocal(QPainter &p, const QSizeF &size, double t) con
         figure = Format::usd(*shown->usd * (focal_ ? k : 1.0), *shown->usd);
     }
     const double scale = devicePixelRatioOf(p);
-    const QImage &badge = cachedBadge(shown->segment, figure, h, scale);
+    const QImage badge = cachedBadge(shown->segment, figure, h, scale);
     if (badge.isNull())
         return;
 
@@ -604,7 +572,32 @@ void StatusStreamView::paintAt(QPainter &p, const QSizeF &size, double t) const
         const double r = 2.5 * (1 + 2.4 * k); // scale 1 -> 3.4
         p.drawEllipse(QPointF(dotX, h / 2), r, r);
     }
-    p.setPen(Qt::NoPen);
-    p.setBrush(dot);
-    p.drawEllipse(QPointF(dotX, h / 2), 2.5, 2.5);
+    // The dot is in every frame: a small image per colour and pixel phase
+    // rather than an antialiased path each time.
+    const double scale = devicePixelRatioOf(p);
+    const QTransform &tf = p.transform();
+    if (tf.type() > QTransform::TxTranslate) {
+        p.setPen(Qt::NoPen);
+        p.setBrush(dot);
+        p.drawEllipse(QPointF(dotX, h / 2), 2.5, 2.5);
+        return;
+    }
+    const QPointF origin(tf.dx(), tf.dy());
+    const QPointF corner = (QPointF(dotX - 3.5, h / 2 - 3.5) + origin) * scale; // in device pixels
+    const QPointF phase(corner.x() - std::floor(corner.x()), corner.y() - std::floor(corner.y()));
+    if (dotSprite_.isNull() || dotColour_ != dot || dotSprite_.devicePixelRatio() != scale ||
+        dotPhase_ != phase) {
+        dotSprite_ = QImage(QSize(int(std::ceil(8 * scale)), int(std::ceil(8 * scale))),
+                            QImage::Format_ARGB32_Premultiplied);
+        dotSprite_.setDevicePixelRatio(scale);
+        dotSprite_.fill(Qt::transparent);
+        QPainter sp(&dotSprite_);
+        sp.setRenderHint(QPainter::Antialiasing);
+        sp.setPen(Qt::NoPen);
+        sp.setBrush(dot);
+        sp.drawEllipse(QPointF(3.5, 3.5) + phase / scale, 2.5, 2.5);
+        dotColour_ = dot;
+        dotPhase_ = phase;
+    }
+    p.drawImage(QPointF(std::floor(corner.x()), std::floor(corner.y())) / scale - origin, dotSprite_);
 }

@@ -14,6 +14,7 @@
 #include <QHash>
 #include <QWidget>
 
+#include <array>
 #include <optional>
 
 class QTimer;
@@ -69,19 +70,16 @@ public:
     double laneOpacityAt(double t) const;
     double blurRadiusAt(double t) const;
 
-    // The bounding box of the pixels in which two frames differ (null when
-    // none do); a change of size counts as every pixel.
-    static QRect changedRect(const QImage &before, const QImage &after);
-
 protected:
     void paintEvent(QPaintEvent *) override;
 
 private:
     void rescheduleFlip();
-    void renderFrame(double t); // into next_
     void present(double t);
+    // The incoming row's offset in device pixels while a flip runs; one more
+    // value once it has landed.
+    int flipFrameKey(double t, double scale) const;
     void pump(double seconds);
-    double settledAt() const; // when the last running animation ends
     void release(bool wasShowing);
     void attachBlur();
     void detachBlurAfterFade();
@@ -89,8 +87,8 @@ private:
     void startLaneMix(double target);
     void paintLane(QPainter &p, const QSizeF &size, double t) const;
     void paintFocal(QPainter &p, const QSizeF &size, double t) const;
-    const QImage &cachedBadge(const StreamSegment &segment, const std::optional<QString> &figure,
-                              double height, double scale) const;
+    QImage cachedBadge(const StreamSegment &segment, const std::optional<QString> &figure, double height,
+                       double scale) const;
     const QImage &cachedGlow(const StreamSegment &segment, const std::optional<QString> &figure,
                              double height, double scale) const;
 
@@ -129,8 +127,18 @@ private:
     mutable QImage railImage_;
     mutable QList<RailTick> railDrawn_;
     mutable double railDrawnPhase_ = -1;
-    // The frame on screen, the one being drawn, and whether the pending paint
-    // should show the pump's frame as it is.
-    QImage shown_, next_;
-    bool freshFrame_ = false;
+    struct BadgeMemo {
+        StreamSegment segment;
+        std::optional<QString> figure;
+        double height = -1, scale = -1;
+        QImage image;
+    };
+    mutable std::array<BadgeMemo, 3> badgeMemo_;
+    mutable int nextMemo_ = 0;
+    mutable QImage dotSprite_;
+    mutable QColor dotColour_;
+    mutable QPointF dotPhase_;
+    // What the last pumped frame showed: the row's offset and the ping's tick.
+    int presentedFlip_ = -1, presentedPing_ = -1;
+    bool takeoverSettled_ = true;
 };

@@ -5,9 +5,11 @@
 #include "Feed/FeedStore.h"
 #include "Feed/TarnwickClient.h"
 #include "Menu/FocalDirector.h"
+#include "Menu/Paint.h"
 #include "Menu/StatusItemController.h"
 #include "Menu/StatusStreamView.h"
 #include "Menu/StreamComposer.h"
+#include "Support/Theme.h"
 
 #include <QAction>
 #include <QFontMetricsF>
@@ -415,32 +417,52 @@ private Q_SLOTS:
         QVERIFY(!view.hasPumpTimer());
     }
 
-    // Only what changed between two frames goes to the display server: the
-    // box must hold every changed pixel and nothing more.
-    void changedRect_data()
+    // The link dot is blitted from a small cached image: it must land where the
+    // circle it stands for would be drawn, at any scale and sub-pixel offset.
+    void linkDotLandsWhereTheCircleWould_data()
     {
-        QTest::addColumn<QList<QPoint>>("touched");
-        QTest::addColumn<QSize>("afterSize");
-        QTest::addColumn<QRect>("expected");
-        QTest::newRow("same frame") << QList<QPoint>{} << QSize(40, 10) << QRect();
-        QTest::newRow("one pixel") << QList<QPoint>{{7, 3}} << QSize(40, 10) << QRect(7, 3, 1, 1);
-        QTest::newRow("corners") << QList<QPoint>{{0, 0}, {39, 9}} << QSize(40, 10) << QRect(0, 0, 40, 10);
-        QTest::newRow("two apart, box spans both")
-            << QList<QPoint>{{30, 2}, {5, 8}} << QSize(40, 10) << QRect(5, 2, 26, 7);
-        QTest::newRow("new size") << QList<QPoint>{} << QSize(41, 10) << QRect(0, 0, 41, 10);
+        QTest::addColumn<double>("scale");
+        QTest::addColumn<QPointF>("offset");
+        QTest::newRow("1x") << 1.0 << QPointF();
+        QTest::newRow("2x") << 2.0 << QPointF();
+        QTest::newRow("2x, odd bar half a point down") << 2.0 << QPointF(0, 0.5);
+        QTest::newRow("1x, quarter pixels") << 1.0 << QPointF(0.25, 0.75);
     }
-    void changedRect()
+    void linkDotLandsWhereTheCircleWould()
     {
-        QFETCH(QList<QPoint>, touched);
-        QFETCH(QSize, afterSize);
-        QFETCH(QRect, expected);
-        QImage before(QSize(40, 10), QImage::Format_ARGB32_Premultiplied);
-        before.fill(Qt::transparent);
-        QImage after(afterSize, QImage::Format_ARGB32_Premultiplied);
-        after.fill(Qt::transparent);
-        for (const QPoint &at : touched)
-            after.setPixel(at, qRgba(0, 0, 1, 1)); // the faintest change still counts
-        QCOMPARE(StatusStreamView::changedRect(before, after), expected);
+        QFETCH(double, scale);
+        QFETCH(QPointF, offset);
+        StatusStreamView view; // no rows, no ping: the dot is the only thing right of the lane
+        const QSize pixels(int(40 * scale), int(24 * scale));
+        auto canvas = [&] {
+            QImage img(pixels, QImage::Format_ARGB32_Premultiplied);
+            img.setDevicePixelRatio(scale);
+            img.fill(Qt::black);
+            return img;
+        };
+        QImage drawn = canvas(), expected = canvas();
+        {
+            QPainter p(&drawn);
+            p.translate(offset);
+            view.paintAt(p, QSizeF(40, 24), view.now());
+        }
+        {
+            QPainter p(&expected);
+            p.setRenderHint(QPainter::Antialiasing);
+            p.translate(offset);
+            p.setPen(Qt::NoPen);
+            p.setBrush(toQColor(Theme::amber)); // connecting
+            p.drawEllipse(QPointF(35, 12), 2.5, 2.5);
+        }
+        const QRect dot(int(30 * scale), int(6 * scale), int(10 * scale), int(12 * scale));
+        int worst = 0;
+        for (int y = dot.top(); y <= dot.bottom(); ++y)
+            for (int x = dot.left(); x <= dot.right(); ++x) {
+                const QRgb a = drawn.pixel(x, y), b = expected.pixel(x, y);
+                worst = std::max({worst, std::abs(qRed(a) - qRed(b)), std::abs(qGreen(a) - qGreen(b)),
+                                  std::abs(qBlue(a) - qBlue(b))});
+            }
+        QVERIFY2(worst <= 3, qPrintable(QString::number(worst)));
     }
 
     void stripPlacement_data()
