@@ -26,7 +26,6 @@ class FormatTest : public QObject {
         using namespace Format;
         // One case a line reads as a table.
         // clang-format off
-        row("usd 0", [] { return usd(0); }, "$0.00");
         row("usd 12.345", [] { return usd(12.345); }, "$12.35");
         row("usd -7.5", [] { return usd(-7.5); }, "-$7.50");
         row("usd 999.996 no carry", [] { return usd(999.996); }, "$1000.00");
@@ -34,30 +33,22 @@ class FormatTest : public QObject {
         row("usd -56789", [] { return usd(-56789); }, "-$56.8K");
         row("usd 999999 no carry", [] { return usd(999999); }, "$1000.0K");
         row("usd 1e6 boundary", [] { return usd(1000000); }, "$1.00M");
-        row("usd 2.5M", [] { return usd(2500000); }, "$2.50M");
         row("usd 1e9 boundary", [] { return usd(1e9); }, "$1.00B");
-        row("usd 1.2345B", [] { return usd(1234500000); }, "$1.23B");
         row("usd shaped M", [] { return usd(500, 2000000); }, "$0.00M");
         row("usd shaped plain", [] { return usd(1500000, 900); }, "$1500000.00");
         row("usd shaped B negative", [] { return usd(-2500, 5000000000); }, "-$0.00B");
         row("price 0", [] { return price(0); }, "$0");
-        row("price 1234.567", [] { return price(1234.567); }, "$1234.57");
         row("price -1.5 keeps sign after $", [] { return price(-1.5); }, "$-1.50");
         row("price 1 boundary", [] { return price(1); }, "$1.00");
-        row("price 0.5", [] { return price(0.5); }, "$0.5000");
-        row("price 0.012345", [] { return price(0.012345); }, "$0.0123");
         row("price 0.01 boundary", [] { return price(0.01); }, "$0.0100");
         row("price 0.00999", [] { return price(0.00999); }, "$0.01");
         row("price tiny exponent", [] { return price(0.000012345); }, "$1.2e-05");
         row("pct 0.1234", [] { return signedPercent(0.1234, 1); }, "+12.3%");
-        row("pct -0.05678", [] { return signedPercent(-0.05678, 2); }, "-5.68%");
         row("pct 0", [] { return signedPercent(0, 1); }, "0.0%");
         row("pct negative zero", [] { return signedPercent(-0.00004, 1); }, "-0.0%");
         row("pct 1.5 no digits", [] { return signedPercent(1.5, 0); }, "+150%");
-        row("age 12.6", [] { return age(12.6); }, "13s");
         row("age 59.6 rounds within tier", [] { return age(59.6); }, "60s");
         row("age 60 boundary", [] { return age(60); }, "1m");
-        row("age 90", [] { return age(90); }, "2m");
         row("age 3599", [] { return age(3599); }, "60m");
         row("age 5400", [] { return age(5400); }, "2h");
         row("age 86399", [] { return age(86399); }, "24h");
@@ -65,14 +56,11 @@ class FormatTest : public QObject {
         row("age negative", [] { return age(-3.2); }, "-3s");
         row("relative 44.9", [] { return relative(1000 - 44.9, 1000); }, "now");
         row("relative 45", [] { return relative(1000 - 45, 1000); }, "1m");
-        row("relative 119", [] { return relative(1000 - 119, 1000); }, "1m");
-        row("relative 3599", [] { return relative(10000 - 3599, 10000); }, "59m");
         row("relative 7199 truncates", [] { return relative(10000 - 7199, 10000); }, "1h");
         row("relative 86399", [] { return relative(100000 - 86399, 100000); }, "23h");
         row("relative 3.5 days", [] { return relative(0, 3.5 * 86400); }, "3d");
         row("relative future", [] { return relative(2000, 1000); }, "now");
         row("relative nan", [] { return relative(std::nan(""), 1000); }, "now");
-        row("duration 0", [] { return duration(0); }, "1m");
         row("duration negative", [] { return duration(-5); }, "1m");
         row("duration 59.4", [] { return duration(59.4); }, "59m");
         row("duration 60", [] { return duration(60); }, "1h");
@@ -80,9 +68,7 @@ class FormatTest : public QObject {
         row("duration 119.6 keeps 60m", [] { return duration(119.6); }, "1h 60m");
         row("duration 1440", [] { return duration(1440); }, "1d");
         row("duration 3000", [] { return duration(3000); }, "2d 2h");
-        row("count 999", [] { return count(999); }, "999");
         row("count 1000", [] { return count(1000); }, "1,000");
-        row("count 1234567", [] { return count(1234567); }, "1,234,567");
         row("count -1234567 never grouped", [] { return count(-1234567); }, "-1234567");
         row("count int64 max", [] { return count(std::numeric_limits<qint64>::max()); },
             "9,223,372,036,854,775,807");

@@ -12,8 +12,6 @@
 
 #include <limits>
 
-using Writer = std::function<void(QSettings &)>;
-Q_DECLARE_METATYPE(Writer)
 Q_DECLARE_METATYPE(Preferences)
 
 class PreferencesTest : public QObject {
@@ -21,11 +19,26 @@ class PreferencesTest : public QObject {
     QTemporaryDir dir_;
     int n_ = 0;
     QString nextFile() { return dir_.filePath(QStringLiteral("prefs-%1.ini").arg(++n_)); }
+    static QVariantMap streams(std::initializer_list<std::pair<const char *, QVariant>> entries)
+    {
+        QVariantMap m;
+        for (const auto &[key, value] : entries)
+            m.insert(QLatin1String(key), value);
+        return m;
+    }
+    void writeEntry(const QString &path, const QByteArray &entry)
+    {
+        QVERIFY(QDir().mkpath(QFileInfo(path).absolutePath()));
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        file.write(entry);
+    }
 
 private Q_SLOTS:
     void load_data()
     {
-        QTest::addColumn<Writer>("write");
+        QTest::addColumn<QString>("key"); // empty: a fresh file
+        QTest::addColumn<QVariant>("value");
         QTest::addColumn<Preferences>("expected");
         const Preferences d = Preferences::defaults();
         auto with = [d](auto change) {
@@ -33,101 +46,57 @@ private Q_SLOTS:
             change(p);
             return p;
         };
-        QTest::newRow("fresh") << Writer([](QSettings &) {}) << d;
-        QTest::newRow("whale off only") << Writer([](QSettings &s) {
-            s.setValue(QStringLiteral("streams"), QVariantMap{{QStringLiteral("whale"), false}});
-        }) << with([](Preferences &p) { p.streams[SignalKind::whale] = false; });
-        QTest::newRow("non-boolean keeps the whole default map") << Writer([](QSettings &s) {
-            s.setValue(QStringLiteral("streams"),
-                       QVariantMap{{QStringLiteral("whale"), false},
-                                   {QStringLiteral("spike"), QStringLiteral("yes")}});
-        }) << d;
-        QTest::newRow("a text \"false\" is not a switch either") << Writer([](QSettings &s) {
-            s.setValue(QStringLiteral("streams"),
-                       QVariantMap{{QStringLiteral("whale"), false},
-                                   {QStringLiteral("spike"), QStringLiteral("false")}});
-        }) << d;
-        QTest::newRow("a number is not a switch") << Writer([](QSettings &s) {
-            s.setValue(QStringLiteral("streams"), QVariantMap{{QStringLiteral("whale"), 0}});
-        }) << d;
-        QTest::newRow("non-boolean under an unknown key spoils the map too") << Writer([](QSettings &s) {
-            s.setValue(QStringLiteral("streams"),
-                       QVariantMap{{QStringLiteral("whale"), false}, {QStringLiteral("zzz"), 3}});
-        }) << d;
-        QTest::newRow("streams not a map")
-            << Writer([](QSettings &s) { s.setValue(QStringLiteral("streams"), 42); }) << d;
-        QTest::newRow("unknown kinds ignored") << Writer([](QSettings &s) {
-            s.setValue(QStringLiteral("streams"),
-                       QVariantMap{{QStringLiteral("stocks"), false}, {QStringLiteral("stock"), true}});
-        }) << with([](Preferences &p) { p.streams[SignalKind::stocks] = false; });
-        QTest::newRow("negative min falls back")
-            << Writer([](QSettings &s) { s.setValue(QStringLiteral("minTradeUsd"), -5.0); }) << d;
-        QTest::newRow("zero min is kept")
-            << Writer([](QSettings &s) { s.setValue(QStringLiteral("minTradeUsd"), 0.0); })
-            << with([](Preferences &p) { p.minTradeUsd = 0; });
-        QTest::newRow("text focal falls back")
-            << Writer([](QSettings &s) { s.setValue(QStringLiteral("focalUsd"), QStringLiteral("lots")); })
-            << d;
+        const QString s = QStringLiteral("streams"), min = QStringLiteral("minTradeUsd"),
+                      focal = QStringLiteral("focalUsd"), paused = QStringLiteral("paused");
+        const Preferences isPaused = with([](Preferences &p) { p.paused = true; });
+        QTest::newRow("fresh") << QString() << QVariant() << d;
+        QTest::newRow("whale off only") << s << QVariant(streams({{"whale", false}}))
+                                        << with([](Preferences &p) { p.streams[SignalKind::whale] = false; });
+        // One value that is not a real boolean spoils the whole map, wherever it sits.
+        QTest::newRow("a text \"false\" is not a switch")
+            << s << QVariant(streams({{"whale", false}, {"spike", QStringLiteral("false")}})) << d;
+        QTest::newRow("a number under an unknown key")
+            << s << QVariant(streams({{"whale", false}, {"zzz", 3}})) << d;
+        QTest::newRow("streams not a map") << s << QVariant(42) << d;
+        QTest::newRow("unknown kinds ignored")
+            << s << QVariant(streams({{"stocks", false}, {"stock", true}}))
+            << with([](Preferences &p) { p.streams[SignalKind::stocks] = false; });
+        QTest::newRow("negative min") << min << QVariant(-5.0) << d;
+        QTest::newRow("NaN min") << min << QVariant(QStringLiteral("nan")) << d;
+        QTest::newRow("zero min kept")
+            << min << QVariant(0.0) << with([](Preferences &p) { p.minTradeUsd = 0; });
+        QTest::newRow("text focal") << focal << QVariant(QStringLiteral("lots")) << d;
+        QTest::newRow("negative focal") << focal << QVariant(-0.01) << d;
         QTest::newRow("zero focal kept")
-            << Writer([](QSettings &s) { s.setValue(QStringLiteral("focalUsd"), 0.0); })
-            << with([](Preferences &p) { p.focalUsd = 0; });
-        QTest::newRow("NaN min falls back")
-            << Writer([](QSettings &s) { s.setValue(QStringLiteral("minTradeUsd"), QStringLiteral("nan")); })
-            << d;
-        QTest::newRow("negative focal falls back")
-            << Writer([](QSettings &s) { s.setValue(QStringLiteral("focalUsd"), -0.01); }) << d;
-        QTest::newRow("whole number paused flag")
-            << Writer([](QSettings &s) { s.setValue(QStringLiteral("paused"), 1); })
-            << with([](Preferences &p) { p.paused = true; });
-        QTest::newRow("YES paused flag")
-            << Writer([](QSettings &s) { s.setValue(QStringLiteral("paused"), QStringLiteral("YES")); })
-            << with([](Preferences &p) { p.paused = true; });
-        QTest::newRow("zero paused flag")
-            << Writer([](QSettings &s) { s.setValue(QStringLiteral("paused"), 0); }) << d;
-        QTest::newRow("paused") << Writer([](QSettings &s) { s.setValue(QStringLiteral("paused"), true); })
-                                << with([](Preferences &p) { p.paused = true; });
+            << focal << QVariant(0.0) << with([](Preferences &p) { p.focalUsd = 0; });
+        QTest::newRow("paused 1") << paused << QVariant(1) << isPaused;
+        QTest::newRow("paused YES") << paused << QVariant(QStringLiteral("YES")) << isPaused;
+        QTest::newRow("paused 0") << paused << QVariant(0) << d;
     }
     void load()
     {
-        QFETCH(Writer, write);
+        QFETCH(QString, key);
+        QFETCH(QVariant, value);
         QFETCH(Preferences, expected);
         const QString file = nextFile();
-        {
-            QSettings s(file, QSettings::IniFormat);
-            write(s);
-        }
+        if (!key.isEmpty())
+            QSettings(file, QSettings::IniFormat).setValue(key, value);
         QSettings reread(file, QSettings::IniFormat); // through the file, as after a restart
         QCOMPARE(PreferencesStore::load(reread), expected);
-    }
-
-    void corruptFileLoadsDefaults()
-    {
-        const QString file = nextFile();
-        QFile f(file);
-        QVERIFY(f.open(QIODevice::WriteOnly));
-        f.write("\x00\xff[General\nstreams=@Variant(\x01\x02garbage\nminTradeUsd=@ByteArray(\xfe)\npaused="
-                "maybe\n",
-                70);
-        f.close();
-        QSettings s(file, QSettings::IniFormat);
-        QCOMPARE(PreferencesStore::load(s), Preferences::defaults());
     }
 
     void roundTrip_data()
     {
         QTest::addColumn<Preferences>("value");
         Preferences a = Preferences::defaults();
-        QTest::newRow("defaults") << a;
         a.streams[SignalKind::spike] = false;
-        a.minTradeUsd = 5000;
         a.focalUsd = 0;
         a.paused = true;
         QTest::newRow("everything changed") << a;
         a.streams = {{SignalKind::whale, false}, {SignalKind::spike, false}, {SignalKind::stocks, false}};
         a.minTradeUsd = 0.5;
-        QTest::newRow("all off, fractional") << a;
         a.focalUsd = std::numeric_limits<double>::infinity();
-        QTest::newRow("infinite focal is not negative") << a;
+        QTest::newRow("all off, fractional, infinite focal") << a;
     }
     void roundTrip()
     {
@@ -141,6 +110,50 @@ private Q_SLOTS:
         QCOMPARE(PreferencesStore::load(s), value);
     }
 
+    // A file that cannot be read at all is named with the reason; a readable
+    // file with bad entries is not (each entry falls back on its own).
+    void unreadableFilesAreNamed_data()
+    {
+        QTest::addColumn<QByteArray>("contents");
+        QTest::addColumn<bool>("asFolder");
+        QTest::addColumn<QString>("reason");
+        QTest::addColumn<double>("minTrade");
+        const double d = Preferences::defaults().minTradeUsd;
+        QTest::newRow("fine") << QByteArray("[General]\nminTradeUsd=500\n") << false << QString() << 500.0;
+        QTest::newRow("bad entries only")
+            << QByteArray("[General]\nminTradeUsd=abc\npaused=maybe\n") << false << QString() << d;
+        QTest::newRow("missing") << QByteArray() << false << QString() << d;
+        QTest::newRow("corrupt entries") << QByteArray("\x00\xff[General\nstreams=@Variant(\x01\x02garbage\n"
+                                                       "minTradeUsd=@ByteArray(\xfe)\npaused=maybe\n",
+                                                       70)
+                                         << false << QString() << d;
+        QTest::newRow("binary junk") << QByteArray("[General]\nminTradeUsd=500\n[broken\nx=\x00\x01\n", 39)
+                                     << false << QStringLiteral("is not a settings file") << 500.0;
+        QTest::newRow("a folder in its place")
+            << QByteArray() << true << QStringLiteral("cannot be read") << d;
+    }
+    void unreadableFilesAreNamed()
+    {
+        QFETCH(QByteArray, contents);
+        QFETCH(bool, asFolder);
+        QFETCH(QString, reason);
+        QFETCH(double, minTrade);
+        const QString path =
+            dir_.filePath(QString::fromLatin1(QTest::currentDataTag()) + QStringLiteral(".conf"));
+        if (asFolder)
+            QVERIFY(QDir().mkpath(path));
+        else if (!contents.isEmpty())
+            writeEntry(path, contents);
+        QSettings settings(path, QSettings::IniFormat);
+        const std::optional<QString> why = PreferencesStore::unreadable(settings);
+        QCOMPARE(why.has_value(), !reason.isEmpty());
+        if (why)
+            QVERIFY2(why->contains(path) && why->endsWith(reason), qPrintable(*why));
+        Preferences expected = Preferences::defaults();
+        expected.minTradeUsd = minTrade;
+        QCOMPARE(PreferencesStore::load(settings), expected);
+    }
+
     void launchAtLoginWritesAndRemovesTheAutostartEntry()
     {
         qputenv("XDG_CONFIG_HOME", dir_.filePath(QStringLiteral("config")).toUtf8());
@@ -151,48 +164,9 @@ private Q_SLOTS:
         QFile entry(PreferencesStore::autostartPath());
         QVERIFY(entry.open(QIODevice::ReadOnly));
         const QByteArray text = entry.readAll();
-        QVERIFY(text.contains("[Desktop Entry]"));
-        QVERIFY(text.contains("Exec=\""));
-        entry.close();
+        QVERIFY(text.contains("[Desktop Entry]") && text.contains("Exec=\""));
         PreferencesStore::setLaunchAtLogin(false);
         QVERIFY(!PreferencesStore::launchAtLogin());
-    }
-
-    // A file that cannot be read at all is reported once; a readable file with
-    // bad entries is not (each entry falls back on its own).
-    void unreadableFilesAreNamed_data()
-    {
-        QTest::addColumn<QByteArray>("contents");
-        QTest::addColumn<bool>("asFolder");
-        QTest::addColumn<QString>("reason");
-        QTest::newRow("fine") << QByteArray("[General]\nminTradeUsd=500\n") << false << QString();
-        QTest::newRow("bad entries only")
-            << QByteArray("[General]\nminTradeUsd=abc\npaused=maybe\n") << false << QString();
-        QTest::newRow("missing") << QByteArray() << false << QString();
-        QTest::newRow("binary junk") << QByteArray("[General]\nminTradeUsd=500\n[broken\nx=\x00\x01\n", 39)
-                                     << false << QStringLiteral("is not a settings file");
-        QTest::newRow("a folder in its place") << QByteArray() << true << QStringLiteral("cannot be read");
-    }
-    void unreadableFilesAreNamed()
-    {
-        QFETCH(QByteArray, contents);
-        QFETCH(bool, asFolder);
-        QFETCH(QString, reason);
-        const QString path =
-            dir_.filePath(QString::fromLatin1(QTest::currentDataTag()) + QStringLiteral(".conf"));
-        if (asFolder)
-            QVERIFY(QDir().mkpath(path));
-        else if (!contents.isEmpty()) {
-            QFile file(path);
-            QVERIFY(file.open(QIODevice::WriteOnly));
-            file.write(contents);
-        }
-        QSettings settings(path, QSettings::IniFormat);
-        const std::optional<QString> why = PreferencesStore::unreadable(settings);
-        QCOMPARE(why.has_value(), !reason.isEmpty());
-        if (why)
-            QVERIFY2(why->contains(path) && why->endsWith(reason), qPrintable(*why));
-        PreferencesStore::load(settings); // whatever it held, reading it is safe
     }
 
     // An entry the user or another tool edited is read the way a desktop reads it.
@@ -204,8 +178,6 @@ private Q_SLOTS:
         QTest::newRow("hidden") << QByteArray("[Desktop Entry]\nExec=larkpin\nHidden=true\n") << false;
         QTest::newRow("session switch off")
             << QByteArray("[Desktop Entry]\nExec=larkpin\nX-GNOME-Autostart-enabled=false\n") << false;
-        QTest::newRow("session switch on")
-            << QByteArray("[Desktop Entry]\nExec=larkpin\nX-GNOME-Autostart-enabled=true\n") << true;
         QTest::newRow("hidden only in another group")
             << QByteArray("[Desktop Entry]\nExec=larkpin\n[Desktop Action x]\nHidden=true\n") << true;
         QTest::newRow("escapes in Exec")
@@ -216,11 +188,7 @@ private Q_SLOTS:
         QFETCH(QByteArray, entry);
         QFETCH(bool, on);
         qputenv("XDG_CONFIG_HOME", dir_.filePath(QStringLiteral("foreign")).toUtf8());
-        QVERIFY(QDir().mkpath(QFileInfo(PreferencesStore::autostartPath()).absolutePath()));
-        QFile file(PreferencesStore::autostartPath());
-        QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-        file.write(entry);
-        file.close();
+        writeEntry(PreferencesStore::autostartPath(), entry);
         QCOMPARE(PreferencesStore::launchAtLogin(), on);
     }
 
@@ -228,10 +196,7 @@ private Q_SLOTS:
     {
         // A file where the autostart folder should be: the entry cannot be written.
         const QString config = dir_.filePath(QStringLiteral("blocked"));
-        QDir().mkpath(config);
-        QFile blocker(config + QStringLiteral("/autostart"));
-        QVERIFY(blocker.open(QIODevice::WriteOnly));
-        blocker.close();
+        writeEntry(config + QStringLiteral("/autostart"), QByteArray());
         qputenv("XDG_CONFIG_HOME", config.toUtf8());
         QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral(
                                                "^\\[Larkpin\\] launch at login toggle failed: ")));

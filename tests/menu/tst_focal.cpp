@@ -4,16 +4,26 @@
 
 #include <QTest>
 
+// One store publication: the full list and the focus threshold in force.
+struct Step {
+    QList<Signal> list;
+    double threshold = 25000;
+};
+using Steps = QList<Step>;
+Q_DECLARE_METATYPE(Steps)
+
 class FocalTest : public QObject {
     Q_OBJECT
     double clock = 1'700'000'000;
-    QList<std::optional<Signal>> changes;
+    QStringList changes; // ids handed to onChange, "-" for a release
 
     std::unique_ptr<FocalDirector> director(int holdMs = FocalDirector::holdMs)
     {
         changes.clear();
         auto d = std::make_unique<FocalDirector>([this] { return clock; }, holdMs);
-        d->onChange = [this](const std::optional<Signal> &s) { changes.append(s); };
+        d->onChange = [this](const std::optional<Signal> &s) {
+            changes << (s ? s->id : QStringLiteral("-"));
+        };
         return d;
     }
     Signal trade(const char *id, std::optional<double> usd, int priority = 70, double age = 5,
@@ -28,85 +38,57 @@ class FocalTest : public QObject {
         s.line.ticker = QLatin1String(id);
         return s;
     }
-    static QStringList ids(const QList<std::optional<Signal>> &list)
+    static QStringList seq(const char *ids)
     {
-        QStringList out;
-        for (const auto &s : list)
-            out << (s ? s->id : QStringLiteral("-"));
-        return out;
+        return QString::fromLatin1(ids).split(u' ', Qt::SkipEmptyParts);
     }
 
 private Q_SLOTS:
-    void firstListOnlyWarmsUp()
+    // Rows after an empty first list start from a warmed-up director.
+    void choice_data()
     {
-        auto d = director();
-        d->consider({trade("big", 5e6)}, 25000);
-        QVERIFY(d->isWarmedUp());
-        QVERIFY(changes.isEmpty());
-        d->consider({trade("next", 30000), trade("big", 5e6)}, 25000);
-        QCOMPARE(ids(changes), QStringList{QStringLiteral("next")});
-    }
-
-    void offBeforeWarmUpDoesNotWarmUp()
-    {
-        auto d = director();
-        d->consider({trade("a", 5e6)}, 0);
-        QVERIFY(!d->isWarmedUp());
-        d->consider({trade("a", 5e6), trade("b", 5e6)}, 25000); // the warm-up call
-        QVERIFY(changes.isEmpty());
-    }
-
-    void eligibility_data()
-    {
-        QTest::addColumn<Signal>("candidate");
-        QTest::addColumn<bool>("takesOver");
-        QTest::newRow("size equal to the threshold") << trade("x", 25000) << true;
-        QTest::newRow("size just under") << trade("x", 24999.99) << false;
-        QTest::newRow("no size") << trade("x", std::nullopt, 99) << false;
-        QTest::newRow("spike 60 without size") << trade("x", std::nullopt, 60, 5, SignalKind::spike) << true;
-        QTest::newRow("spike 59 without size") << trade("x", std::nullopt, 59, 5, SignalKind::spike) << false;
-        QTest::newRow("stocks 90 without size")
-            << trade("x", std::nullopt, 90, 5, SignalKind::stocks) << false;
-        QTest::newRow("119.9 s old") << trade("x", 1e6, 70, 119.9) << true;
-        QTest::newRow("120 s old") << trade("x", 1e6, 70, 120) << false;
-    }
-    void eligibility()
-    {
-        QFETCH(Signal, candidate);
-        QFETCH(bool, takesOver);
-        auto d = director();
-        d->consider({}, 25000);
-        d->consider({candidate}, 25000);
-        QCOMPARE(changes.size(), takesOver ? 1 : 0);
-        QCOMPARE(d->current().has_value(), takesOver);
-    }
-
-    void equalPriorityFirstInListWins()
-    {
-        auto d = director();
-        d->consider({}, 25000);
-        d->consider({trade("first", 1e5, 70), trade("second", 1e6, 70), trade("low", 1e7, 50)}, 25000);
-        QCOMPARE(ids(changes), QStringList{QStringLiteral("first")});
-    }
-
-    void preemption_data()
-    {
-        QTest::addColumn<int>("newcomer");
+        QTest::addColumn<Steps>("steps");
         QTest::addColumn<QStringList>("expected");
-        QTest::newRow("lower is ignored") << 70 << QStringList{QStringLiteral("hold")};
-        QTest::newRow("equal replaces") << 80 << QStringList{QStringLiteral("hold"), QStringLiteral("new")};
-        QTest::newRow("higher replaces") << 95 << QStringList{QStringLiteral("hold"), QStringLiteral("new")};
+        const Signal big = trade("big", 5e6), a = trade("a", 1e6), b = trade("b", 1e7);
+        const auto one = [](const Signal &s) { return Steps{{}, {{s}}}; };
+        QTest::newRow("first list only warms up")
+            << Steps{{{big}}, {{trade("next", 30000), big}}} << seq("next");
+        QTest::newRow("off before warm-up does not warm up") << Steps{{{big}, 0}, {{big, a}}} << seq("");
+        QTest::newRow("a returning id is fresh again") << Steps{{{a}}, {}, {{a}}} << seq("a");
+        QTest::newRow("size at the threshold") << one(trade("x", 25000)) << seq("x");
+        QTest::newRow("size just under") << one(trade("x", 24999.99)) << seq("");
+        QTest::newRow("no size, high priority") << one(trade("x", std::nullopt, 99)) << seq("");
+        QTest::newRow("spike 60 without size")
+            << one(trade("x", std::nullopt, 60, 5, SignalKind::spike)) << seq("x");
+        QTest::newRow("spike 59 without size")
+            << one(trade("x", std::nullopt, 59, 5, SignalKind::spike)) << seq("");
+        QTest::newRow("stocks 90 without size")
+            << one(trade("x", std::nullopt, 90, 5, SignalKind::stocks)) << seq("");
+        QTest::newRow("119.9 s old") << one(trade("x", 1e6, 70, 119.9)) << seq("x");
+        QTest::newRow("120 s old") << one(trade("x", 1e6, 70, 120)) << seq("");
+        QTest::newRow("equal priority: first in list wins")
+            << Steps{{}, {{trade("first", 1e5), trade("second", 1e6), trade("low", 1e7, 50)}}}
+            << seq("first");
+        const Signal hold = trade("hold", 1e6, 80);
+        QTest::newRow("lower priority does not preempt")
+            << Steps{{}, {{hold}}, {{trade("new", 1e6, 79), hold}}} << seq("hold");
+        QTest::newRow("equal priority preempts")
+            << Steps{{}, {{hold}}, {{trade("new", 1e6, 80), hold}}} << seq("hold new");
+        // Switching off ends the takeover once; what arrived meanwhile is not fresh later.
+        QTest::newRow("threshold zero ends a takeover")
+            << Steps{{}, {{a}}, {{a, b}, 0}, {{a, b}, -1}, {{a, b}}} << seq("a -");
     }
-    void preemption()
+    void choice()
     {
-        QFETCH(int, newcomer);
+        QFETCH(Steps, steps);
         QFETCH(QStringList, expected);
         auto d = director();
-        d->consider({}, 25000);
-        d->consider({trade("hold", 1e6, 80)}, 25000);
-        d->consider({trade("new", 1e6, newcomer), trade("hold", 1e6, 80)}, 25000);
-        QCOMPARE(ids(changes), expected);
-        QVERIFY(d->releasePending());
+        for (const Step &s : steps)
+            d->consider(s.list, s.threshold);
+        QCOMPARE(changes, expected);
+        QCOMPARE(d->current() ? d->current()->id : QStringLiteral("-"),
+                 expected.value(expected.size() - 1, QStringLiteral("-")));
+        QCOMPARE(d->releasePending(), d->current().has_value());
     }
 
     void holdEndsTheTakeoverAndReplacementRestartsIt()
@@ -119,32 +101,8 @@ private Q_SLOTS:
         QTest::qWait(500);
         QCOMPARE(d->current()->id, QStringLiteral("b")); // past a's hold, within b's
         QVERIFY(QTest::qWaitFor([&] { return !d->current(); }, 5000));
-        QCOMPARE(ids(changes), (QStringList{QStringLiteral("a"), QStringLiteral("b"), QStringLiteral("-")}));
+        QCOMPARE(changes, seq("a b -"));
         QVERIFY(!d->releasePending());
-    }
-
-    void thresholdZeroEndsATakeoverOnce()
-    {
-        auto d = director();
-        d->consider({}, 25000);
-        d->consider({trade("a", 1e6)}, 25000);
-        d->consider({trade("a", 1e6), trade("b", 1e7)}, 0);
-        d->consider({trade("a", 1e6), trade("b", 1e7)}, -1);
-        QCOMPARE(ids(changes), (QStringList{QStringLiteral("a"), QStringLiteral("-")}));
-        QVERIFY(!d->releasePending());
-        // What arrived while switched off is not fresh when alerts come back.
-        d->consider({trade("a", 1e6), trade("b", 1e7)}, 25000);
-        QCOMPARE(changes.size(), 2);
-    }
-
-    void aReturningIdIsFreshAgain()
-    {
-        auto d = director();
-        d->consider({trade("a", 1e6)}, 25000);
-        d->consider({}, 25000);
-        QVERIFY(changes.isEmpty());
-        d->consider({trade("a", 1e6)}, 25000);
-        QCOMPARE(ids(changes), QStringList{QStringLiteral("a")});
     }
 };
 

@@ -12,7 +12,6 @@
 #include "Support/Theme.h"
 
 #include <QAction>
-#include <QFontMetricsF>
 #include <QMenu>
 #include <QPainter>
 #include <QTest>
@@ -24,15 +23,17 @@ class MenuTest : public QObject {
         return StreamSegment{SignalKind::whale, Headline{QLatin1String(ticker), QStringLiteral("@kai aped"),
                                                          figure, QStringLiteral("▲")}};
     }
-
-    static QString textOf(const StyledText &text)
-    {
-        QString s;
-        for (const StyledRun &r : text)
-            s += r.text;
-        return s;
-    }
     static Focal focalOf(const char *ticker, double usd) { return Focal{segment(ticker), usd}; }
+    // The whole strip at 2x, 170 x 24 points, as it looks at view time t.
+    static QImage frame(const StatusStreamView &view, double t)
+    {
+        QImage img(QSize(340, 48), QImage::Format_ARGB32_Premultiplied);
+        img.setDevicePixelRatio(2);
+        img.fill(Qt::black);
+        QPainter p(&img);
+        view.paintAt(p, QSizeF(170, 24), t);
+        return img;
+    }
 
     // A store whose client points at a closed port: nothing arrives but what a test ingests.
     double clock = 1'700'000'000;
@@ -89,117 +90,15 @@ private Q_SLOTS:
         QCOMPARE(StatusItemController::statusLine(link, whales, 0, stocks), expected);
     }
 
-    void badgeGeometry_data()
-    {
-        QTest::addColumn<double>("height");
-        QTest::addColumn<bool>("image");
-        QTest::newRow("16.9 is too low") << 16.9 << false;
-        QTest::newRow("17 fits exactly") << 17.0 << true;
-        QTest::newRow("bar height") << 24.0 << true;
-    }
     void badgeGeometry()
     {
-        QFETCH(double, height);
-        QFETCH(bool, image);
-        const QImage img = StreamComposer::badge(segment("$WIF"), std::nullopt, height, 2);
-        QCOMPARE(!img.isNull(), image);
-        if (image) {
-            QCOMPARE(img.width(), 310);
-            // The pill's left edge is drawn at the vertical middle.
-            QVERIFY(qAlpha(img.pixel(1, img.height() / 2)) > 0);
-        }
-    }
-
-    void figureOverridesTheHeadline()
-    {
-        const QImage own =
-            StreamComposer::badge(segment("$WIF", QStringLiteral("$1.0K")), std::nullopt, 24, 2);
-        const QImage over =
-            StreamComposer::badge(segment("$WIF", QStringLiteral("$1.0K")), QStringLiteral("$0.40M"), 24, 2);
-        QVERIFY(own != over);
-        QCOMPARE(over, StreamComposer::badge(segment("$WIF"), QStringLiteral("$0.40M"), 24, 2));
-    }
-
-    void leadingAndTrailingStyles()
-    {
-        const QColor ink(204, 255, 0);
-        const StyledText lead = StreamComposer::leading(segment("$WIF"), ink);
-        QCOMPARE(lead.size(), 2);
-        QCOMPARE(lead[0].text, QStringLiteral("$WIF"));
-        QCOMPARE(lead[0].font.weight(), QFont::Bold);
-        QCOMPARE(lead[0].colour, ink);
-        QCOMPARE(lead[1].text, QStringLiteral(" ▲"));
-        QVERIFY(lead[1].font.styleHint() == QFont::Monospace);
-        QCOMPARE(lead[1].colour.alphaF(), 0.72f);
-        // The body never reaches the menu bar; without a tag there is one run.
-        StreamSegment bare = segment("$WIF");
-        bare.line.tag.reset();
-        QCOMPARE(textOf(StreamComposer::leading(bare, ink)), QStringLiteral("$WIF"));
-
-        QVERIFY(!StreamComposer::trailing(std::nullopt, ink));
-        const auto figure = StreamComposer::trailing(QStringLiteral("$1.1K"), ink);
-        QVERIFY(figure && figure->size() == 1 && figure->first().tabularDigits);
-        QCOMPARE(StreamComposer::ink(), QColor(6, 7, 10));
-    }
-
-    void figuresHaveMonospacedDigits()
-    {
-        const QColor ink(Qt::white);
-        const double ones = StreamComposer::width(*StreamComposer::trailing(QStringLiteral("$111.1K"), ink));
-        const double eights =
-            StreamComposer::width(*StreamComposer::trailing(QStringLiteral("$888.8K"), ink));
-        QCOMPARE(ones, eights);
-    }
-
-    void truncation_data()
-    {
-        QTest::addColumn<QString>("ticker");
-        QTest::addColumn<double>("width");
-        QTest::addColumn<QString>("expected"); // "*" = as given
-        QTest::newRow("fits") << QStringLiteral("$WIF") << 137.0 << QStringLiteral("*");
-        QTest::newRow("cut in the ticker")
-            << QStringLiteral("$SUPERLONGTICKERNAMEHERE") << 60.0 << QStringLiteral("…");
-        QTest::newRow("no room at all") << QStringLiteral("$WIF") << 0.0 << QString();
-    }
-    void truncation()
-    {
-        QFETCH(QString, ticker);
-        QFETCH(double, width);
-        QFETCH(QString, expected);
-        const StyledText full = StreamComposer::leading(segment(qPrintable(ticker)), Qt::white);
-        const StyledText cut = StreamComposer::truncatedTail(full, width);
-        QVERIFY(StreamComposer::width(cut) <= width);
-        if (expected == QStringLiteral("*")) {
-            QCOMPARE(cut, full);
-        } else if (expected.isEmpty()) {
-            QVERIFY(cut.isEmpty());
-        } else {
-            // The head survives in its own style, the tail ends in an ellipsis.
-            QCOMPARE(cut.size(), 1);
-            QVERIFY(cut[0].text.endsWith(expected));
-            QVERIFY(ticker.startsWith(cut[0].text.chopped(1)));
-            QCOMPARE(cut[0].font, full[0].font);
-        }
-    }
-
-    void tagKeepsItsStyleWhenCut()
-    {
-        StreamSegment s = segment("$WIF");
-        s.line.tag = QStringLiteral("BUY BUY BUY BUY BUY BUY BUY BUY BUY BUY BUY BUY BUY");
-        const StyledText full = StreamComposer::leading(s, Qt::white);
-        const StyledText cut = StreamComposer::truncatedTail(full, 100);
-        QCOMPARE(cut.size(), 2);
-        QCOMPARE(cut[0], full[0]);
-        QCOMPARE(cut[1].font, full[1].font);
-        QCOMPARE(cut[1].colour, full[1].colour);
-        QVERIFY(cut[1].text.endsWith(QStringLiteral("…")));
-    }
-
-    void figureIsRightAlignedNineFromTheEdge()
-    {
+        QVERIFY(
+            StreamComposer::badge(segment("$WIF"), std::nullopt, 16.9, 2).isNull()); // too low for the pill
         const QImage img = StreamComposer::badge(segment("$W", QStringLiteral("$1.0K")), std::nullopt, 17, 4);
-        // Rightmost opaque accent pixel of the text row (the outline is inset
-        // 0.5 and 1 wide, so stop before it).
+        QCOMPARE(img.width(), 155 * 4);
+        QVERIFY(qAlpha(img.pixel(1, img.height() / 2)) > 0); // the pill's left edge, at the middle
+        // The figure is right-aligned 9 points from the edge: find its rightmost
+        // accent pixel, stopping before the outline (inset 0.5, 1 wide).
         int rightmost = -1;
         for (int x = 0; x < img.width() - 8; ++x)
             for (int y = 16; y < img.height() - 16; ++y)
@@ -207,6 +106,67 @@ private Q_SLOTS:
                     rightmost = std::max(rightmost, x);
         const double fromEdge = 155 - (rightmost + 1) / 4.0;
         QVERIFY2(fromEdge >= 9 && fromEdge < 11, qPrintable(QString::number(fromEdge)));
+        // A figure passed in replaces the headline's own.
+        const auto withFigure = [](std::optional<QString> own, std::optional<QString> over) {
+            return StreamComposer::badge(segment("$WIF", own), over, 24, 2);
+        };
+        const QString k = QStringLiteral("$1.0K"), m = QStringLiteral("$0.40M");
+        QVERIFY(withFigure(k, std::nullopt) != withFigure(k, m));
+        QCOMPARE(withFigure(k, m), withFigure(std::nullopt, m));
+    }
+
+    void textRuns()
+    {
+        StreamSegment bare = segment("$WIF");
+        bare.line.tag.reset();
+        QCOMPARE(StreamComposer::leading(bare, Qt::white).size(), 1); // the body never reaches the bar
+        QVERIFY(!StreamComposer::trailing(std::nullopt, Qt::white));
+        // Figures have monospaced digits, so a rolling number does not jitter.
+        const auto figureWidth = [](const char *figure) {
+            return StreamComposer::width(*StreamComposer::trailing(QLatin1String(figure), Qt::white));
+        };
+        QCOMPARE(figureWidth("$111.1K"), figureWidth("$888.8K"));
+    }
+
+    void truncation_data()
+    {
+        QTest::addColumn<QString>("ticker");
+        QTest::addColumn<QString>("tag");
+        QTest::addColumn<double>("width");
+        QTest::addColumn<int>("runs"); // -1: left as given
+        const QString tag = QStringLiteral("▲"), longTag = QStringLiteral("BUY ").repeated(13);
+        QTest::newRow("fits") << QStringLiteral("$WIF") << tag << 137.0 << -1;
+        QTest::newRow("cut in the ticker") << QStringLiteral("$SUPERLONGTICKERNAMEHERE") << tag << 60.0 << 1;
+        QTest::newRow("cut in the tag") << QStringLiteral("$WIF") << longTag << 100.0 << 2;
+        QTest::newRow("no room at all") << QStringLiteral("$WIF") << tag << 0.0 << 0;
+    }
+    void truncation()
+    {
+        QFETCH(QString, ticker);
+        QFETCH(QString, tag);
+        QFETCH(double, width);
+        QFETCH(int, runs);
+        StreamSegment s = segment(qPrintable(ticker));
+        s.line.tag = tag;
+        const StyledText full = StreamComposer::leading(s, Qt::white);
+        const StyledText cut = StreamComposer::truncatedTail(full, width);
+        QVERIFY(StreamComposer::width(cut) <= width);
+        if (runs < 0) {
+            QCOMPARE(cut, full);
+            return;
+        }
+        // Whole runs before the cut, the cut one keeps its style and ends in an ellipsis.
+        QCOMPARE(cut.size(), runs);
+        for (int i = 0; i < runs; ++i) {
+            QCOMPARE(cut[i].font, full[i].font);
+            QCOMPARE(cut[i].colour, full[i].colour);
+            if (i < runs - 1)
+                QCOMPARE(cut[i].text, full[i].text);
+        }
+        if (runs > 0) {
+            QVERIFY(cut.last().text.endsWith(QStringLiteral("…")));
+            QVERIFY(full[runs - 1].text.startsWith(cut.last().text.chopped(1)));
+        }
     }
 
     void rail_data()
@@ -240,27 +200,26 @@ private Q_SLOTS:
         QCOMPARE(measured, heights);
     }
 
-    void flipTimerOnlyWithTwoRowsAndNotPaused()
+    void flipping()
     {
         StatusStreamView view;
-        view.update({}, false);
-        QVERIFY(!view.hasFlipTimer());
         view.update({segment("$A")}, false);
-        QVERIFY(!view.hasFlipTimer());
-        view.update({segment("$A"), segment("$B")}, false);
-        QVERIFY(view.hasFlipTimer());
-        view.update({segment("$A"), segment("$B")}, true);
-        QVERIFY(!view.hasFlipTimer());
-    }
-
-    void updateKeepsTheShownSegment()
-    {
-        StatusStreamView view;
+        QVERIFY(!view.hasFlipTimer()); // one row has nothing to flip to
+        view.update({segment("$A"), segment("$B"), segment("$C")}, true);
+        QVERIFY(!view.hasFlipTimer()); // paused
         view.update({segment("$A"), segment("$B"), segment("$C")}, false);
+        QVERIFY(view.hasFlipTimer());
         view.flip();
+        view.flip(); // skipped while the first one runs
         QCOMPARE(view.index(), 1);
+        QCOMPARE(view.railPhase(), StatusStreamView::railStep);
+        // A new list keeps the row on show where it went.
         view.update({segment("$Z"), segment("$A"), segment("$B")}, false);
         QCOMPARE(view.rows().value(view.index()), segment("$B"));
+        QVERIFY(QTest::qWaitFor([&] { return !view.isFlipping(); }, 1000));
+        view.flip();
+        QCOMPARE(view.index(), 0); // wraps around
+        QCOMPARE(view.railPhase(), 2 * StatusStreamView::railStep);
     }
 
     void newListsDoNotRestartTheFlipRhythm()
@@ -275,41 +234,35 @@ private Q_SLOTS:
         QVERIFY(view.railPhase() >= StatusStreamView::railStep);
     }
 
-    void flipAdvancesIndexAndRail()
-    {
-        StatusStreamView view;
-        view.update({segment("$A"), segment("$B")}, false);
-        view.flip();
-        QVERIFY(view.isFlipping());
-        view.flip(); // skipped while the first one runs
-        QCOMPARE(view.index(), 1);
-        QCOMPARE(view.railPhase(), 19.0);
-        QVERIFY(QTest::qWaitFor([&] { return !view.isFlipping(); }, 1000));
-        view.flip();
-        QCOMPARE(view.index(), 0);
-        QCOMPARE(view.railPhase(), 38.0);
-    }
-
     void takeoverDimsAndBlursTheStream()
     {
         StatusStreamView view;
+        view.snap(std::nullopt); // nothing to release
+        QVERIFY(!view.blurAttached());
         view.update({segment("$A"), segment("$B")}, false);
         view.snap(focalOf("$BIG", 48200));
         QVERIFY(!view.hasFlipTimer());
-        QVERIFY(view.blurAttached());
-        QVERIFY(view.hasPumpTimer());
-        const double later = view.now() + 1;
-        QCOMPARE(view.laneOpacityAt(later), StatusStreamView::dimmedOpacity);
-        QCOMPARE(view.blurRadiusAt(later), StatusStreamView::focalBlurRadius);
+        QVERIFY(view.blurAttached() && view.hasPumpTimer());
+        QCOMPARE(view.laneOpacityAt(view.now() + 1), StatusStreamView::dimmedOpacity);
+        QCOMPARE(view.blurRadiusAt(view.now() + 1), StatusStreamView::focalBlurRadius);
         view.update({segment("$C"), segment("$A"), segment("$B")}, false);
         QVERIFY(!view.hasFlipTimer()); // frozen on the focal trade
+        QVERIFY(QTest::qWaitFor([&] { return !view.hasPumpTimer(); }, 3000));
+        view.snap(focalOf("$BIG", 48200));
+        QVERIFY(!view.hasPumpTimer()); // the same focal again changes nothing
 
         view.snap(std::nullopt);
-        QVERIFY(!view.focal());
-        QVERIFY(view.hasFlipTimer());
+        QVERIFY(!view.focal() && view.hasFlipTimer());
         QCOMPARE(view.laneOpacityAt(view.now() + 1), 1.0);
         QVERIFY(view.blurAttached()); // until the fade is over
         QVERIFY(QTest::qWaitFor([&] { return !view.blurAttached(); }, 2000));
+        // A new takeover soon after a release keeps the blur the fade would drop.
+        view.snap(focalOf("$A", 1e5));
+        view.snap(std::nullopt);
+        QTest::qWait(100);
+        view.snap(focalOf("$B", 1e5));
+        QTest::qWait(500);
+        QVERIFY(view.blurAttached());
     }
 
     // The figure rolls on its own 60 Hz ticks, for its 0.55 s only; a release
@@ -320,38 +273,14 @@ private Q_SLOTS:
         view.snap(focalOf("$BIG", 48200));
         QVERIFY(view.hasRollTimer());
         QVERIFY(QTest::qWaitFor([&] { return !view.hasRollTimer(); }, 2000));
-
         view.snap(focalOf("$NEXT", 99000));
         QVERIFY(view.hasRollTimer());
         view.snap(std::nullopt);
         QVERIFY(!view.hasRollTimer());
-
         StreamSegment spike{SignalKind::spike, Headline{QStringLiteral("$NEW"), QStringLiteral("5 wallets"),
                                                         std::nullopt, std::nullopt}};
         view.snap(Focal{spike, std::nullopt});
         QVERIFY(!view.hasRollTimer()); // nothing to count up
-    }
-
-    void aNewTakeoverSoonAfterAReleaseKeepsTheBlur()
-    {
-        StatusStreamView view;
-        view.snap(focalOf("$A", 1e5));
-        view.snap(std::nullopt);
-        QTest::qWait(100);
-        view.snap(focalOf("$B", 1e5));
-        QTest::qWait(500);
-        QVERIFY(view.blurAttached());
-    }
-
-    void snapToTheSameFocalChangesNothing()
-    {
-        StatusStreamView view;
-        view.snap(std::nullopt); // nothing to release
-        QVERIFY(!view.blurAttached());
-        view.snap(focalOf("$A", 1e5));
-        QVERIFY(QTest::qWaitFor([&] { return !view.hasPumpTimer(); }, 3000));
-        view.snap(focalOf("$A", 1e5));
-        QVERIFY(!view.hasPumpTimer());
     }
 
     // The rail is drawn once and reused between frames: a new tick or a flip
@@ -360,43 +289,28 @@ private Q_SLOTS:
     {
         StatusStreamView view;
         view.update({segment("$A"), segment("$B")}, false);
-        const auto frame = [&](double t) {
-            QImage img(QSize(340, 48), QImage::Format_ARGB32_Premultiplied);
-            img.setDevicePixelRatio(2);
-            img.fill(Qt::black);
-            QPainter p(&img);
-            view.paintAt(p, QSizeF(170, 24), t);
-            p.end();
-            return img.copy(0, 40, 300, 8); // the rail's band at the foot
-        };
+        const auto railBand = [&](double t) { return frame(view, t).copy(0, 40, 300, 8); };
         view.setRail({RailTick{1.0, true}, RailTick{0.1, false}});
         const double t = view.now() + 5;
-        const QImage first = frame(t);
-        QCOMPARE(frame(t), first);
+        const QImage first = railBand(t);
+        QCOMPARE(railBand(t), first);
         view.setRail({RailTick{0.1, true}, RailTick{1.0, false}});
-        const QImage ticked = frame(t);
+        const QImage ticked = railBand(t);
         QVERIFY(ticked != first);
         view.flip();
         QVERIFY(QTest::qWaitFor([&] { return !view.isFlipping(); }, 1000));
-        QVERIFY(frame(view.now() + 5) != ticked); // the rail moved on by a step
+        QVERIFY(railBand(view.now() + 5) != ticked); // the rail moved on by a step
     }
 
     void takeoverFrameShowsTheFocalBadge()
     {
         StatusStreamView view;
         view.update({segment("$A", QStringLiteral("$1.0K"))}, false);
-        StreamSegment big{SignalKind::stocks,
-                          Headline{QStringLiteral("NVDA"), QString(), std::nullopt, std::nullopt}};
-        view.snap(Focal{big, 1.25e6});
-        QImage img(QSize(340, 48), QImage::Format_ARGB32_Premultiplied);
-        img.setDevicePixelRatio(2);
-        img.fill(Qt::black);
-        {
-            QPainter p(&img);
-            view.paintAt(p, QSizeF(170, 24), view.now() + 5);
-        }
+        view.snap(Focal{
+            {SignalKind::stocks, Headline{QStringLiteral("NVDA"), QString(), std::nullopt, std::nullopt}},
+            1.25e6});
         // The pill's outline at the left middle takes the stocks accent, not the whale's.
-        const QColor edge = img.pixelColor(1, 24);
+        const QColor edge = frame(view, view.now() + 5).pixelColor(1, 24);
         QVERIFY2(edge.green() > edge.red() + 40, qPrintable(edge.name()));
     }
 
@@ -501,8 +415,6 @@ private Q_SLOTS:
             QCOMPARE(opaque.size(), 1);
             QCOMPARE(StatusItemController::isDarkColour(QColor(*opaque.begin())), !dark);
         }
-        QVERIFY(StatusItemController::isDarkColour(QColor(30, 31, 36)));
-        QVERIFY(!StatusItemController::isDarkColour(QColor(236, 236, 238)));
     }
 
     void controllerMenuAndPause()
@@ -511,41 +423,36 @@ private Q_SLOTS:
         StatusItemController item(store.get());
         int toggles = 0;
         item.onToggle = [&] { ++toggles; };
-        QCOMPARE(item.strip()->size(), QSize(196, item.strip()->height()));
+        QCOMPARE(item.strip()->width(), 196);
         QVERIFY(!item.strip()->focusPolicy());
 
         std::unique_ptr<QMenu> menu(item.buildMenu());
-        QStringList titles;
-        for (QAction *a : menu->actions())
-            titles << (a->isSeparator() ? QStringLiteral("--") : a->text());
-        QCOMPARE(titles, (QStringList{QStringLiteral("Connecting…"), QStringLiteral("--"),
-                                      QStringLiteral("Open Larkpin"), QStringLiteral("Pause ticker"),
-                                      QStringLiteral("--"), QStringLiteral("Quit Larkpin")}));
-        QVERIFY(!menu->actions().first()->isEnabled());
-        QCOMPARE(menu->actions().last()->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_Q));
-
-        menu->actions().at(2)->trigger();
+        const auto action = [&](const char *text) {
+            for (QAction *a : menu->actions())
+                if (a->text() == QString::fromUtf8(text))
+                    return a;
+            qFatal("no menu item %s", text);
+        };
+        QVERIFY(!menu->actions().first()->isEnabled()); // the status line
+        action("Open Larkpin")->trigger();
         QCOMPARE(toggles, 1);
-        menu->actions().at(3)->trigger();
-        QVERIFY(store->preferences().paused);
-        QVERIFY(PreferencesStore::load().paused);
+        action("Pause ticker")->trigger();
+        QVERIFY(store->preferences().paused && PreferencesStore::load().paused);
         menu.reset(item.buildMenu());
-        QCOMPARE(menu->actions().at(3)->text(), QStringLiteral("Resume ticker"));
-        menu->actions().at(3)->trigger();
+        action("Resume ticker")->trigger();
         QVERIFY(!PreferencesStore::load().paused);
 
         item.handleClick(Qt::RightButton, QPoint(10, 10));
         QCOMPARE(toggles, 1); // a right click only opens the menu
         item.handleClick(Qt::LeftButton, QPoint(10, 10));
         QCOMPARE(toggles, 2);
-        QCOMPARE(StatusItemController::tooltip(*store), QStringLiteral("Larkpin"));
-        QCOMPARE(item.strip()->toolTip(), QStringLiteral("Larkpin"));
     }
 
     void aLargeTradeTakesTheStripOver()
     {
         auto store = quietStore();
         StatusItemController item(store.get());
+        QCOMPARE(item.strip()->toolTip(), QStringLiteral("Larkpin"));
         store->ingest(QList<TwFill>{fill(1, 90000)}); // arrives with the first fetch
         QVERIFY(!item.view()->focal());
         store->ingest(QList<TwFill>{fill(2, 5000)}); // under the 25 000 threshold
