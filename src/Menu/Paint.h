@@ -5,10 +5,24 @@
 
 #include <QColor>
 #include <QFont>
+#include <QImage>
+
+#include <cmath>
 
 inline QColor toQColor(const Theme::Rgba &c)
 {
     return QColor::fromRgbF(float(c.r), float(c.g), float(c.b), float(c.a));
+}
+
+// A clear premultiplied canvas for `logical` points at `scale` device pixels
+// a point: what every cached piece of the strip is drawn into.
+inline QImage clearImage(const QSizeF &logical, double scale)
+{
+    QImage image(QSize(int(std::ceil(logical.width() * scale)), int(std::ceil(logical.height() * scale))),
+                 QImage::Format_ARGB32_Premultiplied);
+    image.setDevicePixelRatio(scale);
+    image.fill(Qt::transparent);
+    return image;
 }
 
 namespace Fonts {

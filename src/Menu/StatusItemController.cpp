@@ -41,10 +41,9 @@ protected:
         // Every frame of the ticker repaints the strip beneath it (the strip is
         // translucent at its corners), so its face is drawn once and reused.
         const qreal scale = devicePixelRatioF();
-        if (face_.size() != size() * scale || face_.devicePixelRatio() != scale || faceBar_ != bar) {
-            face_ = QImage(size() * scale, QImage::Format_ARGB32_Premultiplied);
-            face_.setDevicePixelRatio(scale);
-            face_.fill(Qt::transparent);
+        if (faceSize_ != size() || face_.devicePixelRatio() != scale || faceBar_ != bar) {
+            face_ = clearImage(size(), scale);
+            faceSize_ = size();
             QPainter fp(&face_);
             StatusItemController::paintStrip(fp, size(), bar);
             faceBar_ = bar;
@@ -90,6 +89,7 @@ protected:
 private:
     StatusItemController *owner_;
     QImage face_;
+    QSize faceSize_;
     QColor faceBar_;
     QPoint pressAt_, startPos_;
     bool dragged_ = false;

@@ -436,9 +436,7 @@ void StatusStreamView::paintLane(QPainter &p, const QSizeF &size, double t) cons
     const QSize pixels(int(std::ceil(lane.width() * scale)), int(std::ceil(h * scale)));
     if (railImage_.size() != pixels || railImage_.devicePixelRatio() != scale || railDrawn_ != rail_ ||
         railDrawnPhase_ != phase) {
-        railImage_ = QImage(pixels, QImage::Format_ARGB32_Premultiplied);
-        railImage_.setDevicePixelRatio(scale);
-        railImage_.fill(Qt::transparent);
+        railImage_ = clearImage(QSizeF(lane.width(), h), scale);
         QPainter rp(&railImage_);
         rp.setRenderHint(QPainter::Antialiasing);
         rp.translate(0, h);
@@ -532,9 +530,7 @@ void StatusStreamView::paintAt(QPainter &p, const QSizeF &size, double t) const
         // Blurred at one pixel per point: the result is soft anyway, and it is
         // a quarter of the work at 2x. The blur is kept while neither the lane
         // nor the radius changes, which is most of a takeover.
-        QImage lane(QSize(int(std::ceil(size.width())), int(std::ceil(h))),
-                    QImage::Format_ARGB32_Premultiplied);
-        lane.fill(Qt::transparent);
+        QImage lane = clearImage(size, 1);
         {
             QPainter lp(&lane);
             lp.setRenderHint(QPainter::Antialiasing);
@@ -587,10 +583,7 @@ void StatusStreamView::paintAt(QPainter &p, const QSizeF &size, double t) const
     const QPointF phase(corner.x() - std::floor(corner.x()), corner.y() - std::floor(corner.y()));
     if (dotSprite_.isNull() || dotColour_ != dot || dotSprite_.devicePixelRatio() != scale ||
         dotPhase_ != phase) {
-        dotSprite_ = QImage(QSize(int(std::ceil(8 * scale)), int(std::ceil(8 * scale))),
-                            QImage::Format_ARGB32_Premultiplied);
-        dotSprite_.setDevicePixelRatio(scale);
-        dotSprite_.fill(Qt::transparent);
+        dotSprite_ = clearImage(QSizeF(8, 8), scale);
         QPainter sp(&dotSprite_);
         sp.setRenderHint(QPainter::Antialiasing);
         sp.setPen(Qt::NoPen);

@@ -205,10 +205,7 @@ QImage badge(const StreamSegment &segment, const std::optional<QString> &figure,
 {
     if (height < pillHeight)
         return {};
-    QImage image(QSize(int(std::ceil(badgeWidth * scale)), int(std::ceil(height * scale))),
-                 QImage::Format_ARGB32_Premultiplied);
-    image.setDevicePixelRatio(scale);
-    image.fill(Qt::transparent);
+    QImage image = clearImage(QSizeF(badgeWidth, height), scale);
     QPainter p(&image);
     p.setRenderHint(QPainter::Antialiasing);
     p.setRenderHint(QPainter::TextAntialiasing);
