@@ -1,6 +1,5 @@
-// Off-screen pictures of the panel (sizes, files, errors, rounded corners, no
-// hang), and the panel against the local tape service: real evidence in the
-// inspector and pictures of live data.
+// Off-screen pictures of the panel, and the panel against the local tape
+// service: real evidence in the inspector and pictures of live data.
 
 #include "Panel/PanelModel.h"
 #include "Panel/PanelSnapshots.h"
