@@ -1,6 +1,5 @@
-// The live link against the local tape service on real sockets, with every
-// interval shortened: each row of the link-state table, driven by a fault,
-// and the REST rules (status, time-out, gating, enrichment, paths, logging).
+// The live link against the local tape service on real sockets, every
+// interval shortened, each link state driven by a fault; and the REST rules.
 
 #include "CaptureStderr.h"
 #include "Feed/Tarnwick.h"
@@ -131,7 +130,6 @@ private Q_SLOTS:
         QVERIFY(waitForLink(LinkState::live));
         QCOMPARE(links_, (QList<LinkState>{LinkState::connecting, LinkState::live}));
         QVERIFY(!client_->isPolling());
-        // The backfill delivers the first page of the tape, oldest first.
         QVERIFY(until([&] { return !delivered_.isEmpty() && client_->enrichmentFetchedAt(); }));
         QVERIFY(std::is_sorted(delivered_.begin(), delivered_.end()));
         QCOMPARE(requests("/tape"), 1);
@@ -296,8 +294,6 @@ private Q_SLOTS:
         QTest::addColumn<bool>("roundTrip");
         QTest::newRow("healthy") << int(EndpointFaultKind::None) << true;
         QTest::newRow("500") << int(EndpointFaultKind::Status500) << false;
-        QTest::newRow("204 fails like 500") << int(EndpointFaultKind::Status204) << false;
-        QTest::newRow("304 fails like 500") << int(EndpointFaultKind::Status304) << false;
         QTest::newRow("200 with a body that does not decode") << int(EndpointFaultKind::BadBody) << true;
         QTest::newRow("slower than the time-out") << int(EndpointFaultKind::Delay) << false;
         QTest::newRow("body cut short") << -1 << false;
@@ -349,9 +345,8 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("handle");
         QTest::addColumn<QString>("segment");
-        QTest::newRow("plain") << QStringLiteral("no_such_9") << QStringLiteral("no_such_9");
-        QTest::newRow("space and hash") << QStringLiteral("a b#c") << QStringLiteral("a%20b%23c");
-        QTest::newRow("query and percent") << QStringLiteral("x?y%z") << QStringLiteral("x%3Fy%25z");
+        QTest::newRow("space, hash, query, percent")
+            << QStringLiteral("a b#c?d%") << QStringLiteral("a%20b%23c%3Fd%25");
         QTest::newRow("slash stays inside the segment")
             << QStringLiteral("../admin") << QStringLiteral("..%2Fadmin");
         QTest::newRow("non-ASCII as UTF-8") << QStringLiteral("zoë") << QStringLiteral("zo%C3%AB");
@@ -379,7 +374,6 @@ private Q_SLOTS:
         // min(2 x failures + 2, 30) seconds, plus a jitter spread over [0, 4).
         QCOMPARE(TarnwickClient::reconnectBaseDelay(1), 4.0);
         QCOMPARE(TarnwickClient::reconnectBaseDelay(13), 28.0);
-        QCOMPARE(TarnwickClient::reconnectBaseDelay(14), 30.0);
         QCOMPARE(TarnwickClient::reconnectBaseDelay(1000), 30.0);
         double low = 4, high = 0;
         for (int i = 0; i < 2000; ++i) {
@@ -417,19 +411,12 @@ private Q_SLOTS:
         client_->ensureEnrichment();
         QVERIFY(!client_->enrichmentRunning()); // still fresh
         // A failed half keeps its last good table; the stamp is set either way.
-        const int traders = client_->traderCount(), tokens = client_->tokenCount();
+        const int traders = client_->traderCount();
         sim_->setEndpointFault(QStringLiteral("/traders"), EndpointFault{EndpointFaultKind::Status500, 0});
         now += 1;
         QVERIFY(load());
         QCOMPARE(requests("/traders"), 2);
         QCOMPARE(client_->traderCount(), traders);
-        QCOMPARE(client_->enrichmentFetchedAt(), std::optional(1120.0));
-        sim_->clearFaults();
-        sim_->setEndpointFault(QStringLiteral("/tokens"), EndpointFault{EndpointFaultKind::Status500, 0});
-        client_->clearEnrichmentStamp(); // stale at once, whatever the clock says
-        QVERIFY(load());
-        QCOMPARE(requests("/tokens"), 3);
-        QCOMPARE(client_->tokenCount(), tokens);
         QCOMPARE(client_->enrichmentFetchedAt(), std::optional(1120.0));
     }
 
@@ -439,16 +426,12 @@ private Q_SLOTS:
         QTest::addColumn<bool>("logs");
         QTest::newRow("LARKPIN_LOG=1") << QByteArray("1") << true;
         QTest::newRow("true is not 1") << QByteArray("true") << false;
-        QTest::newRow("unset") << QByteArray() << false;
     }
     void badFramesAreHarmlessAndLogged()
     {
         QFETCH(QByteArray, env);
         QFETCH(bool, logs);
-        if (env.isNull())
-            qunsetenv("LARKPIN_LOG");
-        else
-            qputenv("LARKPIN_LOG", env);
+        qputenv("LARKPIN_LOG", env);
         CaptureStderr capture;
         makeClient();
         client_->start();

@@ -57,7 +57,6 @@ class SimTest : public QObject {
     struct Peer {
         QWebSocket socket;
         QList<QByteArray> frames;
-        int pongs = 0;
         bool dropped = false;
     };
     std::unique_ptr<Peer> open(const SimServer &sim)
@@ -66,7 +65,6 @@ class SimTest : public QObject {
         Peer *p = peer.get();
         connect(&p->socket, &QWebSocket::textMessageReceived, this,
                 [p](const QString &m) { p->frames << m.toUtf8(); });
-        connect(&p->socket, &QWebSocket::pong, this, [p] { ++p->pongs; });
         connect(&p->socket, &QWebSocket::disconnected, this, [p] { p->dropped = true; });
         p->socket.open(QUrl(sim.socketURL()));
         return peer;
@@ -90,20 +88,6 @@ private Q_SLOTS:
         QVERIFY(noStocks && !noStocks->isEmpty());
         QVERIFY(std::none_of(noStocks->begin(), noStocks->end(), [](const TwFill &f) { return f.isStock; }));
         QVERIFY(TwDecode::radars(get(*sim, QStringLiteral("/radar?minutes=120&limit=40")).body));
-        const auto traders =
-            TwDecode::traders(get(*sim, QStringLiteral("/traders?window=24h&stocks=true")).body);
-        QVERIFY(traders);
-        QCOMPARE(traders->size(), 40);
-        const auto tokens =
-            TwDecode::tokens(get(*sim, QStringLiteral("/tokens?window=24h&stocks=true&limit=200")).body);
-        QVERIFY(tokens);
-        QCOMPARE(tokens->size(), 70);
-        const QString handle = traders->first().handle;
-        const Answer detail =
-            get(*sim, QStringLiteral("/trader/") + QString::fromLatin1(QUrl::toPercentEncoding(handle)) +
-                          QStringLiteral("?window=24h&stocks=true"));
-        QCOMPARE(detail.status, 200);
-        QVERIFY(TwDecode::traderDetail(detail.body));
         QCOMPARE(get(*sim, QStringLiteral("/trader/nobody%20here?window=24h")).status, 404);
         QCOMPARE(get(*sim, QStringLiteral("/nothing")).status, 404);
     }
@@ -121,25 +105,12 @@ private Q_SLOTS:
         QVERIFY(quiet(100)->emitFills(1).first() != fa.first());
     }
 
-    void socketFramesOldestFirstAndCloseCode()
+    void greetingAndCloseCode()
     {
         auto sim = quiet();
         auto peer = open(*sim);
         QVERIFY(QTest::qWaitFor([&] { return !peer->frames.isEmpty(); }, 5000)); // the greeting
         QCOMPARE(TwDecode::socketFrame(peer->frames.first())->type, QStringLiteral("hello"));
-        sim->emitFills(5);
-        sim->emitFills(2);
-        QVERIFY(QTest::qWaitFor([&] { return peer->frames.size() == 3; }, 5000));
-        qint64 last = 0;
-        for (int i = 1; i < 3; ++i) {
-            const auto frame = TwDecode::socketFrame(peer->frames[i]);
-            QVERIFY(frame && frame->data);
-            for (const TwFill &f : *frame->data) {
-                QVERIFY(f.id > last);
-                last = f.id;
-            }
-        }
-        QCOMPARE(last, sim->lastFillId());
         peer->socket.close(QWebSocketProtocol::CloseCodeGoingAway);
         QVERIFY(QTest::qWaitFor([&] { return sim->closeCodesReceived() == QList<int>{1001}; }, 3000));
     }
@@ -149,7 +120,6 @@ private Q_SLOTS:
         QTest::addColumn<int>("kind");
         QTest::addColumn<int>("status");
         QTest::newRow("500") << int(EndpointFaultKind::Status500) << 500;
-        QTest::newRow("204") << int(EndpointFaultKind::Status204) << 204;
         QTest::newRow("304") << int(EndpointFaultKind::Status304) << 304;
         QTest::newRow("bad body") << int(EndpointFaultKind::BadBody) << 200;
         QTest::newRow("delay") << int(EndpointFaultKind::Delay) << 200;
@@ -168,35 +138,6 @@ private Q_SLOTS:
         QVERIFY(!delayed || clock.elapsed() >= 550);
         QCOMPARE(TwDecode::fills(a.body).has_value(), delayed); // only a delay still brings a tape
         QCOMPARE(get(*sim, QStringLiteral("/radar?minutes=120&limit=40")).status, 200); // others unaffected
-    }
-
-    void handshakeFaults()
-    {
-        auto sim = quiet();
-        sim->setHandshakeMode(HandshakeMode::Refuse);
-        auto refused = open(*sim);
-        QVERIFY(QTest::qWaitFor([&] { return refused->dropped; }, 5000));
-        sim->setHandshakeMode(HandshakeMode::Hang);
-        auto hanging = open(*sim);
-        QTest::qWait(500);
-        QCOMPARE(hanging->socket.state(), QAbstractSocket::ConnectingState);
-        QCOMPARE(sim->handshakesCompleted(), 0);
-    }
-
-    void frozenPeerLeavesPingsUnanswered()
-    {
-        auto sim = quiet();
-        auto peer = open(*sim);
-        QVERIFY(QTest::qWaitFor([&] { return peer->frames.size() == 1; }, 5000));
-        peer->socket.ping();
-        QVERIFY(QTest::qWaitFor([&] { return peer->pongs == 1; }, 3000));
-        sim->setAnswerPings(false);
-        peer->socket.ping();
-        QTest::qWait(400);
-        QCOMPARE(peer->pongs, 1);
-        sim->setAnswerPings(true);
-        peer->socket.ping(); // new bytes wake the reader; the late ping is answered too
-        QVERIFY(QTest::qWaitFor([&] { return peer->pongs >= 2; }, 3000));
     }
 
     void dropAfterFrames()
