@@ -15,9 +15,10 @@ class AppLifecycle : public QObject {
 
     QTemporaryDir home_;
 
-    QProcessEnvironment environment() const
+    QProcessEnvironment environment(quint16 port) const
     {
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("LARKPIN_SERVICE"), QStringLiteral("127.0.0.1:") + QString::number(port));
         env.remove(QStringLiteral("LARKPIN_SNAPSHOT"));
         env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
         env.insert(QStringLiteral("XDG_CONFIG_HOME"), home_.path());
@@ -34,21 +35,21 @@ private Q_SLOTS:
     {
         QVERIFY(home_.isValid());
         tarnwick::SimOptions options;
-        options.port = 47800;
+        options.port = 0;
         options.ratePerMinute = 60;
         tarnwick::SimServer sim(options);
         QString error;
         QVERIFY2(sim.start(&error), qPrintable(error));
 
         QProcess first;
-        first.setProcessEnvironment(environment());
+        first.setProcessEnvironment(environment(sim.port()));
         first.start(binary(), {});
         QVERIFY(first.waitForStarted(5000));
         QVERIFY2(QTest::qWaitFor([&] { return sim.handshakesCompleted() >= 1; }, 20000),
                  qPrintable(QString::fromUtf8(first.readAllStandardError())));
 
         QProcess second;
-        second.setProcessEnvironment(environment());
+        second.setProcessEnvironment(environment(sim.port()));
         second.start(binary(), {});
         QVERIFY(QTest::qWaitFor([&] { return second.state() == QProcess::NotRunning; }, 10000));
         QCOMPARE(second.exitCode(), 0);

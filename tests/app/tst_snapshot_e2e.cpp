@@ -17,9 +17,11 @@ class SnapshotEndToEnd : public QObject {
         return QDir(qEnvironmentVariable("LARKPIN_BIN_DIR")).filePath(QStringLiteral("larkpin"));
     }
 
-    QProcessEnvironment snapshotEnvironment(const QString &dir) const
+    QProcessEnvironment snapshotEnvironment(const QString &dir, quint16 port = 0) const
     {
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        if (port != 0)
+            env.insert(QStringLiteral("LARKPIN_SERVICE"), QStringLiteral("127.0.0.1:") + QString::number(port));
         env.insert(QStringLiteral("LARKPIN_SNAPSHOT"), dir);
         env.insert(QStringLiteral("LARKPIN_LOG"), QStringLiteral("1"));
         env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
@@ -30,19 +32,17 @@ private Q_SLOTS:
     void writesSevenPicturesOfLiveData()
     {
         tarnwick::SimOptions options;
-        options.port = 47800; // the address the app was built with
+        options.port = 0; // an ephemeral port, handed to the app below
         options.ratePerMinute = 240;
         options.seed = 11;
         tarnwick::SimServer sim(options);
         QString error;
-        QVERIFY2(sim.start(&error), qPrintable(QStringLiteral("the tape service could not take port 47800 "
-                                                              "(is a demo running?): ") +
-                                               error));
+        QVERIFY2(sim.start(&error), qPrintable(QStringLiteral("the tape service did not start: ") + error));
 
         QTemporaryDir dir;
         QVERIFY(dir.isValid());
         QProcess app;
-        app.setProcessEnvironment(snapshotEnvironment(dir.path()));
+        app.setProcessEnvironment(snapshotEnvironment(dir.path(), sim.port()));
         app.start(binary(), {});
         QVERIFY2(app.waitForStarted(5000), qPrintable(app.errorString()));
         // The sim lives on this thread: keep its event loop turning while the app works.
