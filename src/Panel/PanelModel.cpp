@@ -7,6 +7,7 @@
 #include "Panel/PanelStyle.h"
 #include "Panel/PanelText.h"
 #include "Support/Format.h"
+#include "Support/Log.h"
 
 #include <QCoreApplication>
 #include <QDesktopServices>
@@ -518,8 +519,12 @@ void PanelModel::refresh()
 bool PanelModel::openLink(const QString &url)
 {
     const QUrl parsed(url, QUrl::StrictMode);
-    if (!PanelText::isOpenableUrl(parsed))
+    if (!PanelText::isOpenableUrl(parsed)) {
+        if (!url.isEmpty())
+            Log::write("Larkpin", QStringLiteral("panel: not opening a link that is not a web address (") +
+                                      QString::number(url.size()) + QStringLiteral(" chars)"));
         return false;
+    }
     return openUrlHook ? openUrlHook(parsed) : QDesktopServices::openUrl(parsed);
 }
 
@@ -609,10 +614,10 @@ QVariantMap PanelModel::inspectorFor(const QString &id, const QHash<QString, Sig
     QVariantList links;
     if (d.links.chart && PanelText::isOpenableUrl(*d.links.chart))
         links << QVariantMap{{QStringLiteral("title"), QStringLiteral("CHART")},
-                             {QStringLiteral("url"), d.links.chart->toString()}};
+                             {QStringLiteral("url"), d.links.chart->toString(QUrl::FullyEncoded)}};
     if (d.links.profile && PanelText::isOpenableUrl(*d.links.profile))
         links << QVariantMap{{QStringLiteral("title"), QStringLiteral("WALLET")},
-                             {QStringLiteral("url"), d.links.profile->toString()}};
+                             {QStringLiteral("url"), d.links.profile->toString(QUrl::FullyEncoded)}};
     out[QStringLiteral("links")] = links;
     return out;
 }

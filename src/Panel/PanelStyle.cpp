@@ -80,6 +80,11 @@ double PanelStyle::qmlDamping(const Motion::Curve &curve)
     return curve.dampingCoefficient() * 0.016;
 }
 
+QString PanelStyle::oneLine(const QString &text) const
+{
+    return PanelText::oneLine(text);
+}
+
 double PanelStyle::pt() const
 {
     const QScreen *screen = QGuiApplication::primaryScreen();

@@ -46,6 +46,9 @@ class PanelStyle : public QObject {
     // Point sizes for QML fonts from the design's sizes (which are logical
     // pixels): Qt converts points with the screen's logical DPI.
     Q_PROPERTY(double pt READ pt CONSTANT)
+    // The hero's ticker: its full size, and the smallest any text may shrink to.
+    Q_PROPERTY(int heroTickerPx READ heroTickerPx CONSTANT)
+    Q_PROPERTY(int minLegiblePx READ minLegiblePx CONSTANT)
 public:
     explicit PanelStyle(double devicePixelRatio = 2.0, QObject *parent = nullptr);
 
@@ -54,6 +57,8 @@ public:
     // The kind's short label ("WHALE", "SPIKE", "STOCK"); empty for no kind.
     Q_INVOKABLE QString kindLabel(const QString &kindRaw) const;
     Q_INVOKABLE QColor alpha(const QColor &c, double a) const;
+    // Wire text for a one-line place (see PanelText::oneLine).
+    Q_INVOKABLE QString oneLine(const QString &text) const;
     // Points for a PathPolyline (see PanelText::sparkPoints).
     Q_INVOKABLE QVariant sparkPath(const QVariantList &values, double width, double height,
                                    bool closed) const;
@@ -96,6 +101,8 @@ public:
     QVariantList easeInOutCurve() const { return {0.42, 0.0, 0.58, 1.0, 1.0, 1.0}; }
     int snapMs() const { return int(Motion::snap.response * 1000 + 0.5); }
     double pt() const;
+    static constexpr int heroTickerPx() { return 22; }
+    static constexpr int minLegiblePx() { return 11; }
     double hairlineWidth() const { return 1.0 / (dpr_ > 0 ? dpr_ : 2.0); }
 
 private:

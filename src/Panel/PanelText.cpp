@@ -208,6 +208,38 @@ QString buysSellsText(std::optional<qint64> buys, std::optional<qint64> sells)
     return text(buys) + QStringLiteral(" buys / ") + text(sells) + QStringLiteral(" sells");
 }
 
+namespace {
+bool breaksLine(QChar c)
+{
+    switch (c.unicode()) {
+    case '\t': case '\n': case '\v': case '\f': case '\r': case 0x85: case 0x2028: case 0x2029:
+        return true;
+    default:
+        return false;
+    }
+}
+} // namespace
+
+QString oneLine(const QString &text)
+{
+    if (std::none_of(text.cbegin(), text.cend(), breaksLine))
+        return text;
+    QString out;
+    out.reserve(text.size());
+    bool gap = false;
+    for (const QChar c : text) {
+        if (breaksLine(c)) {
+            gap = true;
+            continue;
+        }
+        if (gap && !out.isEmpty() && !out.endsWith(QLatin1Char(' ')) && c != QLatin1Char(' '))
+            out += QLatin1Char(' ');
+        gap = false;
+        out += c;
+    }
+    return out;
+}
+
 bool isOpenableUrl(const QUrl &url)
 {
     if (!url.isValid() || url.host().isEmpty())

@@ -72,6 +72,10 @@ inline QString dash()
     return QStringLiteral("-");
 }
 
+// Wire text for a place that holds one line: every run of line or paragraph
+// breaks (and tabs) becomes a single space, none at either end.
+QString oneLine(const QString &text);
+
 // Links that came from the wire open only when they are web addresses.
 bool isOpenableUrl(const QUrl &url);
 

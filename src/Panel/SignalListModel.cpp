@@ -33,7 +33,9 @@ QString SignalListModel::chartUrl(const QString &id, const FeedStore *store)
     const auto it = store->details().constFind(id);
     if (it == store->details().constEnd() || !it->links.chart || !PanelText::isOpenableUrl(*it->links.chart))
         return {};
-    return it->links.chart->toString();
+    // Encoded as it came: a decoded form ("%20" as a space) would fail the
+    // strict parse that stands before the opener.
+    return it->links.chart->toString(QUrl::FullyEncoded);
 }
 
 QVariantMap SignalListModel::describe(const Signal &s, double now, const FeedStore *store)

@@ -58,3 +58,70 @@ inline TwFill whaleFill(qint64 id, double ts, double usd, const QString &handle 
     f.symbol = symbol;
     return f;
 }
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTcpSocket>
+
+// A service that answers the two reads behind a row's evidence with records
+// a test writes: the tape (for the fill's own chart link) and a trader's page.
+// Every other path is a 404.
+class CannedService : public QTcpServer {
+public:
+    QJsonArray tape;
+    QJsonObject trader;
+
+    CannedService()
+    {
+        if (!listen(QHostAddress::LocalHost, 0))
+            qFatal("no port for the canned service");
+        connect(this, &QTcpServer::newConnection, this, [this] {
+            while (QTcpSocket *socket = nextPendingConnection()) {
+                connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
+                connect(socket, &QTcpSocket::readyRead, socket, [this, socket] { answer(socket); });
+            }
+        });
+    }
+
+    std::unique_ptr<FeedStore> store(TestClock &clock) const
+    {
+        const QString base = QStringLiteral("127.0.0.1:") + QString::number(serverPort());
+        TarnwickTiming timing;
+        timing.requestTimeoutMs = 2000;
+        auto *client =
+            new TarnwickClient(QStringLiteral("http://") + base + QStringLiteral("/api"),
+                               QStringLiteral("ws://") + base + QStringLiteral("/ws"), timing, clock.clock());
+        return std::make_unique<FeedStore>(client, clock.clock());
+    }
+
+    static QJsonObject fillRecord(const TwFill &f, const QString &pairUrl)
+    {
+        return QJsonObject{{QStringLiteral("id"), f.id},         {QStringLiteral("ts"), f.ts},
+                           {QStringLiteral("side"), f.side},     {QStringLiteral("usd"), f.usd},
+                           {QStringLiteral("handle"), f.handle}, {QStringLiteral("wallet"), f.wallet},
+                           {QStringLiteral("token"), f.token},   {QStringLiteral("symbol"), f.symbol},
+                           {QStringLiteral("pair_url"), pairUrl}};
+    }
+
+private:
+    void answer(QTcpSocket *socket)
+    {
+        QByteArray &seen = pending_[socket];
+        seen += socket->readAll();
+        if (!seen.contains("\r\n\r\n"))
+            return;
+        const QByteArray target = seen.split(' ').value(1);
+        pending_.remove(socket);
+        QByteArray body;
+        if (target.startsWith("/api/tape"))
+            body = QJsonDocument(tape).toJson(QJsonDocument::Compact);
+        else if (target.startsWith("/api/trader/"))
+            body = QJsonDocument(trader).toJson(QJsonDocument::Compact);
+        const QByteArray status = body.isEmpty() ? "404 Not Found" : "200 OK";
+        socket->write("HTTP/1.1 " + status + "\r\nContent-Type: application/json\r\nContent-Length: " +
+                      QByteArray::number(body.size()) + "\r\nConnection: close\r\n\r\n" + body);
+        socket->disconnectFromHost();
+    }
+    QHash<QTcpSocket *, QByteArray> pending_;
+};

@@ -2,6 +2,7 @@
 
 #include "Panel/PanelController.h"
 #include "Panel/PanelModel.h"
+#include "Panel/SignalListModel.h"
 #include "PanelTestSupport.h"
 
 #include <QQuickItem>
@@ -9,6 +10,10 @@
 #include <QSettings>
 #include <QSignalSpy>
 #include <QTest>
+#include <QWheelEvent>
+#include <QGuiApplication>
+#include <QFont>
+#include <QScreen>
 
 #include <memory>
 
@@ -62,6 +67,40 @@ QQuickItem *summaryOf(QQuickItem *root, const QString &id)
         if (row && row->property("signalId").toString() == id)
             return summary;
     }
+    return nullptr;
+}
+
+// Scene rectangle of an item.
+QRectF sceneRect(QQuickItem *item)
+{
+    return QRectF(item->mapToScene(QPointF(0, 0)), item->size());
+}
+
+// The index of the list row under the top edge of the viewport.
+int topIndex(QQuickItem *list)
+{
+    int at = -1;
+    QMetaObject::invokeMethod(list, "indexAt", Q_RETURN_ARG(int, at), Q_ARG(qreal, list->width() / 2),
+                              Q_ARG(qreal, list->property("contentY").toReal() + 1));
+    return at;
+}
+
+void wheel(QQuickItem *item, int notches)
+{
+    const QPointF at = item->mapToScene(QPointF(item->width() / 2, item->height() / 2));
+    for (int i = 0; i < notches; ++i) {
+        QWheelEvent event(at, item->window()->mapToGlobal(at), QPoint(), QPoint(0, -120), Qt::NoButton, {},
+                          Qt::NoScrollPhase, false);
+        QGuiApplication::sendEvent(item->window(), &event);
+    }
+}
+
+// A tooltip on show anywhere in the window (popups live in the overlay).
+QQuickItem *shownToolTip(QQuickWindow *window)
+{
+    for (QQuickItem *item : allItems(window->contentItem()))
+        if (item->inherits("QQuickPopupItem") && item->isVisible() && item->opacity() > 0.5)
+            return item;
     return nullptr;
 }
 } // namespace
@@ -401,6 +440,258 @@ private Q_SLOTS:
         QCOMPARE(railPause->property("help").toString(), QStringLiteral("Pause ticker"));
         click(on("backButton").value(0));
         QVERIFY(!panel->model()->showSettings());
+    }
+    // New signals arrive in sight at the top of a list left at its top, even
+    // when a change removes and adds rows at once; a list the user scrolled
+    // keeps the row they were reading.
+    void theStreamKeepsItsTopWhileOpen_data()
+    {
+        QTest::addColumn<bool>("animated");
+        QTest::newRow("still") << false;
+        QTest::newRow("animated") << true;
+    }
+    void theStreamKeepsItsTopWhileOpen()
+    {
+        QFETCH(bool, animated);
+        feed(24);
+        open();
+        panel->model()->setAnimated(animated);
+        QQuickItem *list = on("streamList").value(0);
+        QVERIFY(list);
+        settleFrame(panel->window());
+        const auto topId = [&] { return panel->model()->stream()->ids().value(topIndex(list)); };
+        SignalListModel *stream = panel->model()->stream();
+        int made = 0;
+        // Changes as the store makes them: the head row leaves as new ones
+        // land in its place, or a row leaves the middle while one arrives.
+        const auto arrive = [&](int dropAt) {
+            QList<Signal> next = stream->signalList();
+            Signal fresh = next.first();
+            fresh.id = QStringLiteral("fresh-%1").arg(made++);
+            next.removeAt(std::min(dropAt, int(next.size()) - 1));
+            next.prepend(fresh);
+            stream->setSignals(next, clock.t);
+            settleFrame(panel->window());
+            settleFrame(panel->window());
+        };
+        for (int dropAt : {0, 0, 5, 1, 0}) {
+            arrive(dropAt);
+            QCOMPARE(topId(), stream->ids().first());
+            QVERIFY2(list->property("atYBeginning").toBool(),
+                     qPrintable(QStringLiteral("contentY %1 originY %2")
+                                    .arg(list->property("contentY").toReal())
+                                    .arg(list->property("originY").toReal())));
+        }
+
+        wheel(list, 3);
+        QVERIFY(QTest::qWaitFor([&] { return !list->property("moving").toBool(); }, 2000));
+        QVERIFY(!list->property("atYBeginning").toBool());
+        const QString reading = topId();
+        arrive(0);
+        QCOMPARE(topId(), reading);
+        QVERIFY(!list->property("atYBeginning").toBool());
+    }
+
+    // Links keep their encoded form from the wire to the opener, from a row's
+    // evidence and from the hero's chart button alike.
+    void anEncodedLinkReachesTheOpenerIntact_data()
+    {
+        QTest::addColumn<bool>("asHero");
+        QTest::newRow("row evidence") << false;
+        QTest::newRow("hero chart") << true;
+    }
+    void anEncodedLinkReachesTheOpenerIntact()
+    {
+        QFETCH(bool, asHero);
+        CannedService service;
+        const QString pair = QStringLiteral("https://dex.example/solana/a%20b?q=x%2Fy");
+        const TwFill fill = whaleFill(700, clock.t - 5, asHero ? 9e6 : 1500);
+        service.tape = {CannedService::fillRecord(fill, pair)};
+        service.trader = {{QStringLiteral("address"), fill.wallet}, {QStringLiteral("handle"), fill.handle}};
+        panel.reset();
+        store = service.store(clock);
+        store->setPreferences(Preferences::defaults());
+        panel = std::make_unique<PanelController>(store.get());
+        feed(6);
+        store->ingest({fill});
+        open();
+        QList<QByteArray> opened;
+        panel->model()->openUrlHook = [&](const QUrl &url) {
+            opened << url.toEncoded();
+            return true;
+        };
+        const QString id = QStringLiteral("tw-fill-700");
+        if (asHero) {
+            QCOMPARE(panel->model()->hero()[QStringLiteral("signalId")].toString(), id);
+            click(on("heroEvidence").value(0));
+        } else {
+            click(summaryOf(root(), id));
+        }
+        QVERIFY(QTest::qWaitFor([&] { return store->details().contains(id); }, 5000));
+        const char *button = asHero ? "heroChart" : "link-CHART";
+        QVERIFY(QTest::qWaitFor([&] { return !on(button).isEmpty(); }, 1000));
+        click(on(button).value(0));
+        QCOMPARE(opened, QList<QByteArray>{pair.toUtf8()});
+    }
+
+    // A line break in wire text never makes a second line where the layout
+    // has one.
+    void aLineBreakInWireTextStaysOnOneLine()
+    {
+        feed(6);
+        store->ingest({whaleFill(800, clock.t - 2, 9e6, QStringLiteral("heroone\nherotwo")),
+                       whaleFill(801, clock.t - 1, 1500, QStringLiteral("rowone\r\nrowtwo\u2028rowthree"))});
+        open();
+        settleFrame(panel->window());
+        QCOMPARE(panel->model()->hero()[QStringLiteral("signalId")].toString(), QStringLiteral("tw-fill-800"));
+        int seen = 0;
+        for (QQuickItem *item : allItems(root())) {
+            if (!item->inherits("QQuickText") || !item->isVisible())
+                continue;
+            const QString text = item->property("text").toString();
+            if (!text.contains(QStringLiteral("heroone")) && !text.contains(QStringLiteral("rowone")))
+                continue;
+            ++seen;
+            QVERIFY2(item->property("lineCount").toInt() == 1, qPrintable(text));
+            QVERIFY2(!text.contains(QLatin1Char('\n')) && !text.contains(QChar(0x2028)), qPrintable(text));
+        }
+        QVERIFY(seen >= 2);
+    }
+
+    // The hero's figure line shrinks to fit, down to the smallest legible
+    // size, then shortens the ticker; it never runs under the amount.
+    void aLongTickerInTheHeroStaysClearOfTheAmount_data()
+    {
+        QTest::addColumn<QString>("symbol");
+        QTest::addColumn<bool>("shortened");
+        QTest::newRow("fits at full size") << QStringLiteral("WIF") << false;
+        QTest::newRow("fits once shrunk") << QStringLiteral("ABCDEFGHIJKLMNOPQR") << false;
+        QTest::newRow("shortened at the smallest size") << QStringLiteral("ABCDEFGHIJKLMNOPQRSTUVWXYZABCDEFGHIJKLMN")
+                                                        << true;
+    }
+    void aLongTickerInTheHeroStaysClearOfTheAmount()
+    {
+        QFETCH(QString, symbol);
+        QFETCH(bool, shortened);
+        feed(4);
+        store->ingest({whaleFill(810, clock.t - 1, 9'876'543, QStringLiteral("ansem"), symbol)});
+        open();
+        settleFrame(panel->window());
+        QCOMPARE(panel->model()->hero()[QStringLiteral("signalId")].toString(), QStringLiteral("tw-fill-810"));
+        QQuickItem *ticker = on("heroTicker").value(0);
+        QQuickItem *amount = on("heroAmount").value(0);
+        QVERIFY(ticker && amount);
+        const QFont font = ticker->property("font").value<QFont>();
+        const double px = font.pixelSize() > 0 ? font.pixelSize()
+                                               : font.pointSizeF() * panel->window()->screen()->logicalDotsPerInchY() / 72.0;
+        QVERIFY2(px >= 11, qPrintable(QString::number(px)));
+        const double right = ticker->mapToScene(QPointF(ticker->property("contentWidth").toReal(), 0)).x();
+        const double amountLeft = sceneRect(amount).left();
+        QVERIFY2(right <= amountLeft - 6, qPrintable(QStringLiteral("%1 > %2 - 6").arg(right).arg(amountLeft)));
+        QCOMPARE(ticker->property("truncated").toBool(), shortened);
+        QCOMPARE(ticker->property("text").toString().contains(QChar(0x2026)) ||
+                     ticker->property("truncated").toBool(),
+                 shortened);
+    }
+
+    // A click anywhere on a closed row opens it, edges included.
+    void theWholeRowTakesTheClick_data()
+    {
+        QTest::addColumn<double>("fromTop"); // negative: from the bottom
+        QTest::newRow("top edge") << 1.5;
+        QTest::newRow("middle") << 17.0;
+        QTest::newRow("bottom edge") << -1.5;
+    }
+    void theWholeRowTakesTheClick()
+    {
+        QFETCH(double, fromTop);
+        feed(6);
+        open();
+        settleFrame(panel->window());
+        const QString id = panel->model()->stream()->ids().first();
+        QQuickItem *summary = summaryOf(root(), id);
+        QVERIFY(summary);
+        QQuickItem *row = summary->parentItem()->parentItem();
+        const double y = fromTop >= 0 ? fromTop : row->height() + fromTop;
+        const QPointF at = row->mapToScene(QPointF(row->width() / 3, y));
+        QTest::mouseClick(panel->window(), Qt::LeftButton, {}, at.toPoint());
+        QCOMPARE(panel->model()->openId(), id);
+    }
+
+    // Tooltips wear the panel's own dark plate with light plain text.
+    void tooltipsWearThePanelsColours_data()
+    {
+        QTest::addColumn<QString>("target");
+        QTest::newRow("pause button") << QStringLiteral("pauseButton");
+        QTest::newRow("telemetry band") << QStringLiteral("telemetryBand");
+    }
+    void tooltipsWearThePanelsColours()
+    {
+        QFETCH(QString, target);
+        feed(6);
+        open();
+        settleFrame(panel->window());
+        QQuickItem *item = visibleNamed(root(), target).value(0);
+        QVERIFY(item);
+        QTest::mouseMove(panel->window(), item->mapToScene(QPointF(item->width() / 2, item->height() / 2)).toPoint());
+        QQuickItem *tip = nullptr;
+        QVERIFY(QTest::qWaitFor([&] { return (tip = shownToolTip(panel->window())) != nullptr; }, 3000));
+        int plates = 0, texts = 0;
+        for (QQuickItem *part : allItems(tip)) {
+            if (!part->isVisible())
+                continue;
+            if (part->inherits("QQuickRectangle")) {
+                const QColor c = part->property("color").value<QColor>();
+                if (c.alpha() < 128)
+                    continue;
+                ++plates;
+                QVERIFY2(c.lightnessF() < 0.25, qPrintable(c.name()));
+            } else if (part->inherits("QQuickText")) {
+                ++texts;
+                QVERIFY2(part->property("color").value<QColor>().lightnessF() > 0.6,
+                         qPrintable(part->property("color").value<QColor>().name()));
+                QCOMPARE(part->property("textFormat").toInt(), int(Qt::PlainText));
+            }
+        }
+        QVERIFY(plates >= 1);
+        QCOMPARE(texts, 1);
+    }
+
+    // Opening the last row scrolls its evidence into view above the band.
+    void anOpenedLowRowShowsItsEvidenceAboveTheBand()
+    {
+        CannedService service;
+        panel.reset();
+        store = service.store(clock);
+        store->setPreferences(Preferences::defaults());
+        panel = std::make_unique<PanelController>(store.get());
+        feed(12);
+        service.trader = {{QStringLiteral("address"), QStringLiteral("Wallet1")},
+                          {QStringLiteral("handle"), QStringLiteral("w1")}};
+        open();
+        QQuickItem *list = on("streamList").value(0);
+        QVERIFY(list);
+        QMetaObject::invokeMethod(list, "positionViewAtEnd");
+        settleFrame(panel->window());
+        const QString id = panel->model()->stream()->ids().last();
+        click(summaryOf(root(), id));
+        QCOMPARE(panel->model()->openId(), id);
+        QVERIFY(QTest::qWaitFor([&] { return store->details().contains(id); }, 5000));
+        QVERIFY(QTest::qWaitFor([&] { return !on("walletModule").isEmpty(); }, 1000));
+        QTest::qWait(100);
+        settleFrame(panel->window());
+        QQuickItem *inspector = on("rowInspector").value(0);
+        QQuickItem *band = on("telemetryBand").value(0);
+        QVERIFY(inspector && band);
+        const QRectF evidence = sceneRect(inspector);
+        const QRectF view = sceneRect(list);
+        QVERIFY(evidence.height() > 60);
+        if (evidence.height() <= view.height() - 34)
+            QVERIFY2(evidence.bottom() <= sceneRect(band).top() + 0.5,
+                     qPrintable(QStringLiteral("%1 > %2").arg(evidence.bottom()).arg(sceneRect(band).top())));
+        else
+            QVERIFY2(evidence.top() >= view.top() - 0.5 && evidence.top() <= view.top() + 40,
+                     qPrintable(QStringLiteral("%1 vs %2").arg(evidence.top()).arg(view.top())));
     }
 };
 

@@ -12,6 +12,7 @@
 #include <QImage>
 #include <QSettings>
 #include <QTemporaryDir>
+#include <QQuickItem>
 #include <QTest>
 
 #include <cmath>
@@ -87,6 +88,66 @@ private Q_SLOTS:
             store->stop();
         store.reset();
         sim.reset();
+    }
+
+    // Every rule and every edge is one device pixel at 1x and at 2x, in the
+    // tree and in the picture: the rail's rule is a single row of pixels.
+    void hairlinesAreOneDevicePixel_data()
+    {
+        QTest::addColumn<double>("dpr");
+        QTest::newRow("1x") << 1.0;
+        QTest::newRow("2x") << 2.0;
+    }
+    void hairlinesAreOneDevicePixel()
+    {
+        QFETCH(double, dpr);
+        QList<TwFill> fills;
+        for (int i = 0; i < 7; ++i)
+            fills << whaleFill(100 + i, clock.t - 30 * (7 - i), 2000.0 * (i + 1));
+        store->ingest(fills);
+        OffscreenPanel panel(store.get(), dpr);
+        QVERIFY(panel.open());
+        QVERIFY(panel.rootItem());
+        QTest::qWait(PanelSnapshots::settleMs);
+        const QImage image = panel.grab();
+
+        QList<QQuickItem *> items{panel.rootItem()};
+        for (int i = 0; i < items.size(); ++i)
+            items += items.at(i)->childItems();
+        int rules = 0, edges = 0;
+        QQuickItem *railRule = nullptr;
+        for (QQuickItem *item : std::as_const(items)) {
+            if (!item->isVisible())
+                continue;
+            if (item->objectName() == QLatin1String("hairline")) {
+                ++rules;
+                QVERIFY2(qFuzzyCompare(item->height() * dpr, 1.0), qPrintable(QString::number(item->height() * dpr)));
+                // The topmost rule is the rail's.
+                if (!railRule || item->mapToScene(QPointF(0, 0)).y() < railRule->mapToScene(QPointF(0, 0)).y())
+                    railRule = item;
+            }
+            if (item->inherits("QQuickRectangle")) {
+                const auto *border = item->property("border").value<QObject *>();
+                const double width = border ? border->property("width").toReal() : 0;
+                if (width > 0 && border->property("color").value<QColor>().alpha() > 0) {
+                    ++edges;
+                    QVERIFY2(width * dpr <= 1.0 + 1e-9, qPrintable(QString::number(width * dpr)));
+                }
+            }
+        }
+        QVERIFY(rules >= 1);
+        QVERIFY(edges >= 5);
+        QVERIFY(railRule);
+
+        // Down the middle of the picture, the rule is one row unlike its
+        // neighbours, which are alike.
+        const int x = int(image.width() / 2);
+        const int y = int(std::lround(railRule->mapToScene(QPointF(0, 0)).y() * dpr));
+        const auto grey = [&](int row) { return qGray(image.pixel(x, row)); };
+        QVERIFY2(std::abs(grey(y) - grey(y - 1)) >= 6 && std::abs(grey(y) - grey(y + 1)) >= 6,
+                 qPrintable(QStringLiteral("%1 %2 %3").arg(grey(y - 1)).arg(grey(y)).arg(grey(y + 1))));
+        QVERIFY2(std::abs(grey(y - 1) - grey(y + 1)) <= 3,
+                 qPrintable(QStringLiteral("%1 %2 %3").arg(grey(y - 1)).arg(grey(y)).arg(grey(y + 1))));
     }
 
     void writesTheFivePictures_data()

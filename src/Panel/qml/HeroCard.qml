@@ -45,8 +45,9 @@ Item {
                 spacing: 8
                 KindLabel { kind: card.hero.kind || "whale"; size: 9.5 }
                 Text {
-                    text: card.hero.age || ""
+                    text: hud.oneLine(card.hero.age || "")
                     textFormat: Text.PlainText
+                    maximumLineCount: 1
                     font.family: hud.mono
                     font.pointSize: 9 * hud.pt
                     color: hud.ink4
@@ -63,20 +64,35 @@ Item {
         }
         // Figure lines
         Item {
+            id: figureLine
             width: parent.width
             height: 28
+            readonly property string ticker: hud.oneLine(card.hero.ticker || "")
+            readonly property real room: width - (amount.visible ? amount.width + 10 : 0)
+            // The ticker shrinks to fit beside the amount, from its full size
+            // down to the smallest legible one; past that it is shortened.
+            // Computed here: a fitted font would stop at a point size.
+            TextMetrics {
+                id: fullTicker
+                font.family: hud.mono
+                font.pixelSize: hud.heroTickerPx
+                font.weight: Font.Bold
+                text: figureLine.ticker
+            }
+            readonly property int tickerPx: fullTicker.advanceWidth <= room ? hud.heroTickerPx
+                : Math.max(hud.minLegiblePx, Math.floor(hud.heroTickerPx * room / fullTicker.advanceWidth))
             Text {
                 objectName: "heroTicker"
-                width: parent.width - (amount.visible ? amount.width + 10 : 0)
+                width: Math.max(0, figureLine.room)
                 height: parent.height
                 verticalAlignment: Text.AlignVCenter
-                text: card.hero.ticker || ""
+                text: figureLine.ticker
                 textFormat: Text.PlainText
+                maximumLineCount: 1
+                elide: Text.ElideRight
                 font.family: hud.mono
-                font.pointSize: 22 * hud.pt
+                font.pixelSize: figureLine.tickerPx
                 font.weight: Font.Bold
-                fontSizeMode: Text.HorizontalFit
-                minimumPixelSize: 11
                 color: hud.ink
             }
             RollingText {
@@ -92,9 +108,11 @@ Item {
             }
         }
         Text {
+            objectName: "heroBody"
             width: parent.width
             elide: Text.ElideRight
-            text: card.hero.body || ""
+            maximumLineCount: 1
+            text: hud.oneLine(card.hero.body || "")
             textFormat: Text.PlainText
             font.family: hud.mono
             font.pointSize: 11.5 * hud.pt

@@ -55,7 +55,8 @@ Item {
         Text {
             width: parent.width
             elide: Text.ElideRight
-            text: detail.hero.headline || ""
+            maximumLineCount: 1
+            text: hud.oneLine(detail.hero.headline || "")
             textFormat: Text.PlainText
             font.family: hud.mono
             font.pointSize: 13 * hud.pt

@@ -129,6 +129,7 @@ Column {
         Repeater {
             model: parent.links
             HUDAction {
+                objectName: "link-" + modelData.title
                 title: modelData.title
                 systemName: "arrow.up.forward"
                 accent: hud.ink2

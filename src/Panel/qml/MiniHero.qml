@@ -49,7 +49,8 @@ Item {
         KindLabel { kind: mini.kind; size: 8 }
         Text {
             width: parent.width
-            text: mini.headline
+            // Two lines at most, made by wrapping, never by the wire.
+            text: hud.oneLine(mini.headline)
             textFormat: Text.PlainText
             wrapMode: Text.Wrap
             maximumLineCount: 2

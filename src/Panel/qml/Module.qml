@@ -18,8 +18,11 @@ Column {
         height: Math.max(eyebrowText.implicitHeight, trailingText.implicitHeight)
         Text {
             id: eyebrowText
-            text: module.eyebrow
+            text: hud.oneLine(module.eyebrow)
             textFormat: Text.PlainText
+            maximumLineCount: 1
+            elide: Text.ElideRight
+            width: Math.min(implicitWidth, Math.max(0, parent.width - trailingText.implicitWidth - 8))
             font.family: hud.mono
             font.pointSize: 8 * hud.pt
             font.bold: true
@@ -44,8 +47,11 @@ Column {
             anchors.verticalCenter: parent.verticalCenter
             Text {
                 id: titleText
-                text: module.title
+                text: hud.oneLine(module.title)
                 textFormat: Text.PlainText
+                maximumLineCount: 1
+                elide: Text.ElideRight
+                width: Math.min(implicitWidth, Math.max(0, module.width - deltaTag.width - 20))
                 font.family: hud.mono
                 font.pointSize: 14 * hud.pt
                 font.weight: Font.DemiBold
@@ -54,13 +60,14 @@ Column {
             Text {
                 anchors.baseline: titleText.baseline
                 visible: module.subtitle !== ""
-                text: module.subtitle
+                text: hud.oneLine(module.subtitle)
                 textFormat: Text.PlainText
+                maximumLineCount: 1
                 font.family: hud.mono
                 font.pointSize: 10 * hud.pt
                 color: hud.ink3
                 elide: Text.ElideRight
-                width: Math.min(implicitWidth, module.width - titleText.implicitWidth - deltaTag.width - 20)
+                width: Math.min(implicitWidth, Math.max(0, module.width - titleText.width - deltaTag.width - 20))
             }
         }
         DeltaTag {

@@ -12,6 +12,9 @@ Item {
     readonly property bool isOpen: panel.openId === signalId
     readonly property bool hovering: hover.hovered
     readonly property color accent: hud.kindColour(kind)
+    // The summary is one line whatever the wire sends.
+    readonly property string tickerLine: hud.oneLine(ticker)
+    readonly property string bodyLine: hud.oneLine(body)
 
     implicitHeight: stack.implicitHeight + 16
     opacity: isOpen || hovering ? 1.0 : 0.72
@@ -22,6 +25,17 @@ Item {
         anchors.fill: parent
         color: row.isOpen ? hud.alpha(hud.raised, 0.7) : row.hovering ? hud.alpha(hud.raised, 0.45) : "transparent"
         Behavior on color { enabled: panel.animated; ColorAnimation { duration: hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: hud.glideCurve } }
+    }
+
+    // The whole summary band takes the click, padding included: everything
+    // that lights up on hover answers. An open row's evidence below keeps
+    // its own controls.
+    MouseArea {
+        objectName: "rowTarget"
+        width: row.width
+        height: row.isOpen ? stack.y + summary.height + stack.spacing / 2 : row.height
+        cursorShape: Qt.PointingHandCursor
+        onClicked: panel.toggle(row.signalId)
     }
 
     Column {
@@ -58,7 +72,7 @@ Item {
                 font.family: hud.mono
                 font.pointSize: 12 * hud.pt
                 font.weight: Font.DemiBold
-                text: row.ticker + " " + row.body
+                text: row.tickerLine + " " + row.bodyLine
                 elide: Text.ElideMiddle
                 elideWidth: headline.width
             }
@@ -69,8 +83,8 @@ Item {
                 height: parent.height
                 clip: true
                 readonly property string shown: whole.elidedText
-                readonly property int split: Math.min(row.ticker.length, shown.length)
-                readonly property bool cutInTicker: shown.indexOf("\u2026") >= 0 && shown.indexOf("\u2026") < row.ticker.length
+                readonly property int split: Math.min(row.tickerLine.length, shown.length)
+                readonly property bool cutInTicker: shown.indexOf("\u2026") >= 0 && shown.indexOf("\u2026") < row.tickerLine.length
                 readonly property string tickerPart: cutInTicker ? shown.substring(0, shown.indexOf("\u2026") + 1) : shown.substring(0, split)
                 readonly property string bodyPart: shown.substring(tickerPart.length)
                 Row {
@@ -80,6 +94,7 @@ Item {
                         anchors.baseline: bodyText.baseline
                         text: headline.tickerPart
                         textFormat: Text.PlainText
+                        maximumLineCount: 1
                         font.family: hud.mono
                         font.pointSize: 12 * hud.pt
                         font.weight: Font.DemiBold
@@ -90,6 +105,7 @@ Item {
                         objectName: "bodyText"
                         text: headline.bodyPart
                         textFormat: Text.PlainText
+                        maximumLineCount: 1
                         font.family: hud.mono
                         font.pointSize: 11.5 * hud.pt
                         color: hud.ink3
@@ -103,8 +119,9 @@ Item {
                 anchors.right: metaText.left
                 anchors.rightMargin: 6
                 anchors.verticalCenter: parent.verticalCenter
-                text: row.figure
+                text: hud.oneLine(row.figure)
                 textFormat: Text.PlainText
+                maximumLineCount: 1
                 font.family: hud.mono
                 font.pointSize: 11 * hud.pt
                 font.weight: Font.DemiBold
@@ -117,16 +134,13 @@ Item {
                 anchors.verticalCenter: parent.verticalCenter
                 width: 42
                 horizontalAlignment: Text.AlignRight
-                text: row.meta
+                text: hud.oneLine(row.meta)
                 textFormat: Text.PlainText
+                maximumLineCount: 1
+                elide: Text.ElideRight
                 font.family: hud.mono
                 font.pointSize: 9.5 * hud.pt
                 color: hud.ink4
-            }
-            MouseArea {
-                anchors.fill: parent
-                cursorShape: Qt.PointingHandCursor
-                onClicked: panel.toggle(row.signalId)
             }
         }
         Loader {

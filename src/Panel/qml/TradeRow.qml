@@ -22,7 +22,8 @@ Item {
         width: 74
         anchors.verticalCenter: parent.verticalCenter
         elide: Text.ElideRight
-        text: trade.row.symbol
+        maximumLineCount: 1
+        text: hud.oneLine(trade.row.symbol)
         textFormat: Text.PlainText
         font.family: hud.mono
         font.pointSize: 10.5 * hud.pt
