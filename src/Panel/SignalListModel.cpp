@@ -97,6 +97,14 @@ QStringList SignalListModel::ids() const
     return out;
 }
 
+int SignalListModel::indexOf(const QString &id) const
+{
+    for (int i = 0; i < signals_.size(); ++i)
+        if (signals_.at(i).id == id)
+            return i;
+    return -1;
+}
+
 void SignalListModel::setSignals(const QList<Signal> &next, double now)
 {
     now_ = now;

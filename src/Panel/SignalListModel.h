@@ -41,6 +41,8 @@ public:
     int count() const { return int(signals_.size()); }
     const QList<Signal> &signalList() const { return signals_; }
     QStringList ids() const;
+    // The row of signal `id`, or -1: the list finds its reader's row again.
+    Q_INVOKABLE int indexOf(const QString &id) const;
 
     // The same fields as the roles, for one signal (the hero card).
     static QVariantMap describe(const Signal &signal, double now, const FeedStore *store);

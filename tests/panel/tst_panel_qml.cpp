@@ -95,11 +95,12 @@ void wheel(QQuickItem *item, int notches)
     }
 }
 
-// A tooltip on show anywhere in the window (popups live in the overlay).
+// A tooltip on show anywhere in the window: a style's popup or the panel's own.
 QQuickItem *shownToolTip(QQuickWindow *window)
 {
     for (QQuickItem *item : allItems(window->contentItem()))
-        if (item->inherits("QQuickPopupItem") && item->isVisible() && item->opacity() > 0.5)
+        if ((item->inherits("QQuickPopupItem") || item->objectName() == QLatin1String("hudToolTip")) &&
+            item->isVisible() && item->opacity() > 0.5)
             return item;
     return nullptr;
 }

@@ -1,6 +1,7 @@
-// Renders the panel at 400 × 620 points, 2×, against an in-process tape
-// service: the main view, settings, the inspector in each state, an opened
-// hero, the detail card and the empty states. Usage: panel-render [dir]
+// Renders the panel at 400 × 620 points against an in-process tape service:
+// the main view, settings, the inspector in each state, an opened hero, the
+// detail card and the empty states. Usage: panel-render [dir] [scale]
+// (scale 1 or 2, 2 by default).
 
 #include "Feed/FeedStore.h"
 #include "Feed/TarnwickClient.h"
@@ -74,6 +75,11 @@ int main(int argc, char **argv)
     qputenv("QT_QUICK_BACKEND", "software");
     QGuiApplication app(argc, argv);
     outDir = argc > 1 ? QString::fromLocal8Bit(argv[1]) : QStringLiteral("panel-shots");
+    const double scale = argc > 2 ? QString::fromLocal8Bit(argv[2]).toDouble() : 2.0;
+    if (scale != 1.0 && scale != 2.0) {
+        std::fprintf(stderr, "panel-render: scale is 1 or 2\n");
+        return 2;
+    }
     if (!QDir().mkpath(outDir)) {
         std::fprintf(stderr, "panel-render: cannot create %s\n", qUtf8Printable(outDir));
         return 1;
@@ -98,7 +104,7 @@ int main(int argc, char **argv)
     waitFor([&] { return live.signalList().size() >= 10 && live.link() == LinkState::live; }, 9000);
     pause(1500);
 
-    OffscreenPanel panel(&live);
+    OffscreenPanel panel(&live, scale);
     if (!panel.isValid()) {
         std::fprintf(stderr, "panel-render: %s\n", qUtf8Printable(panel.errorString()));
         return 1;
@@ -178,7 +184,7 @@ int main(int argc, char **argv)
                                       QStringLiteral("ws://127.0.0.1:1/ws"), quick, now),
                    now);
     dead.setPreferences(Preferences::defaults());
-    OffscreenPanel offline(&dead);
+    OffscreenPanel offline(&dead, scale);
     offline.open();
     save(offline, QStringLiteral("empty-connecting.png"));
     dead.start();
@@ -208,6 +214,19 @@ int main(int argc, char **argv)
             waitFor([&] { return dead.failedDetail().contains(id); }, 8000);
             save(offline, QStringLiteral("inspector-failed.png"));
         }
+        // Hostile text in the hero: a ticker far too long for its line and a
+        // handle with a line break in it.
+        TwFill lead = fills.first();
+        lead.id = 9100;
+        lead.ts = now() - 1;
+        lead.usd = 9'876'543;
+        lead.handle = QStringLiteral("first\nsecond");
+        lead.token = QStringLiteral("TLONG");
+        lead.symbol = QStringLiteral("ABCDEFGHIJKLMNOPQRSTUVWXYZABCDEFGHIJKLMN");
+        dead.ingest({lead});
+        offline.open();
+        pause(300);
+        save(offline, QStringLiteral("hero-long-ticker.png"));
     }
     offline.closeTree();
     dead.stop();
@@ -229,7 +248,7 @@ int main(int argc, char **argv)
         waitFor([&] { return dropped.link() == LinkState::live; }, 8000);
         emptySim.dropAllSockets();
         waitFor([&] { return dropped.link() == LinkState::down; }, 8000);
-        OffscreenPanel droppedPanel(&dropped);
+        OffscreenPanel droppedPanel(&dropped, scale);
         droppedPanel.open();
         save(droppedPanel, QStringLiteral("empty-dropped-") + LinkStates::caseName(dropped.link()) +
                                QStringLiteral(".png"));

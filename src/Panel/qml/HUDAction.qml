@@ -18,7 +18,7 @@ Item {
         radius: 6
         color: action.primary ? (action.hovering ? action.accent : hud.alpha(action.accent, 0.88))
                               : (action.hovering ? hud.float_ : hud.alpha(hud.raised, 0.6))
-        border.width: 1
+        border.width: hud.hairlineWidth
         border.color: action.hovering ? hud.hairlineHot : hud.hairline
         Behavior on color { enabled: panel.animated; ColorAnimation { duration: hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: hud.glideCurve } }
     }

@@ -1,5 +1,4 @@
 import QtQuick
-import QtQuick.Controls
 
 Item {
     id: button
@@ -16,7 +15,7 @@ Item {
         anchors.fill: parent
         radius: width / 2
         color: button.active ? hud.alpha(hud.lark, 0.14) : button.hovering ? hud.float_ : "transparent"
-        border.width: 1
+        border.width: hud.hairlineWidth
         border.color: button.active ? hud.alpha(hud.lark, 0.35) : hud.hairline
         Behavior on color { enabled: panel.animated; ColorAnimation { duration: hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: hud.glideCurve } }
     }
@@ -33,7 +32,9 @@ Item {
         cursorShape: Qt.PointingHandCursor
         onClicked: button.clicked()
     }
-    ToolTip.visible: hovering && help !== ""
-    ToolTip.delay: 700
-    ToolTip.text: help
+    HUDToolTip {
+        owner: button
+        active: button.hovering
+        text: button.help
+    }
 }

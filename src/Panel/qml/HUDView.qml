@@ -28,7 +28,15 @@ Item {
             Layout.fillWidth: true
             onSettingsRequested: panel.showSettings = true
         }
-        Hairline { Layout.fillWidth: true }
+        // A layout rounds its items' heights up to whole points, which at 2x
+        // would make the rule two device pixels: the layout gets a point
+        // and the rule keeps its own height inside it.
+        Item {
+            objectName: "railRule"
+            Layout.fillWidth: true
+            Layout.preferredHeight: 1
+            Hairline { width: parent.width }
+        }
 
         // Hero layer
         Item {
@@ -137,13 +145,68 @@ Item {
                 model: panel.stream
                 boundsBehavior: Flickable.StopAtBounds
                 cacheBuffer: 200
-                function reveal(row) {
-                    if (row >= 0 && row < count)
-                        positionViewAtIndex(row, ListView.Beginning)
+
+                // Where the reader is, taken as a change to the list begins
+                // (the view applies changes later, at layout): a list left at
+                // its top stays there and shows what arrives; a scrolled list
+                // keeps the row at its top where it was.
+                property bool holding: false
+                property bool wasAtTop: true
+                property string anchorId: ""
+                property real anchorOffset: 0
+                function noteChange() {
+                    if (holding)
+                        return
+                    holding = true
+                    wasAtTop = contentY <= originY + 0.5
+                    const top = itemAt(width / 2, contentY + 0.5)
+                    anchorId = top ? top.signalId : ""
+                    anchorOffset = top ? top.y - contentY : 0
+                    Qt.callLater(restoreReading)
+                }
+                function restoreReading() {
+                    holding = false
+                    if (moving || dragging)
+                        return
+                    forceLayout()
+                    if (wasAtTop) {
+                        positionViewAtBeginning()
+                        return
+                    }
+                    const at = panel.stream.indexOf(anchorId)
+                    if (at < 0)
+                        return
+                    positionViewAtIndex(at, ListView.Beginning)
+                    const item = itemAtIndex(at)
+                    if (item)
+                        contentY = Math.max(originY, Math.min(item.y - anchorOffset,
+                                                              originY + contentHeight - height))
+                }
+                Connections {
+                    target: panel.stream
+                    function onRowsAboutToBeInserted() { stream.noteChange() }
+                    function onRowsAboutToBeRemoved() { stream.noteChange() }
+                    function onModelAboutToBeReset() { stream.noteChange() }
+                }
+
+                // An opened row scrolls, as its evidence grows, until all of
+                // it shows above the band (its top first, if it is taller
+                // than the view).
+                function keepInView(row) {
+                    if (!row || !row.isOpen || moving || dragging)
+                        return
+                    let target = contentY
+                    if (row.y + row.height > target + height)
+                        target = row.y + row.height - height
+                    if (row.y < target)
+                        target = row.y
+                    if (target !== contentY)
+                        contentY = target
                 }
                 delegate: StreamRow {
-                    // An opened row comes to the top so its evidence has room.
-                    onIsOpenChanged: if (isOpen) Qt.callLater(stream.reveal, index)
+                    id: streamRow
+                    onIsOpenChanged: if (isOpen) Qt.callLater(stream.keepInView, streamRow)
+                    onHeightChanged: if (isOpen) Qt.callLater(stream.keepInView, streamRow)
                     width: ListView.view.width
                     signalId: model.signalId
                     kind: model.kind
@@ -212,7 +275,7 @@ Item {
                     height: detailEvidence.implicitHeight + 28
                     color: hud.plate
                     radius: 10
-                    border.width: 1
+                    border.width: hud.hairlineWidth
                     border.color: hud.hairline
                     InspectorView {
                         id: detailEvidence
@@ -232,7 +295,7 @@ Item {
         anchors.fill: parent
         radius: 14
         color: "transparent"
-        border.width: 1
+        border.width: hud.hairlineWidth
         border.color: hud.hairlineHot
     }
 
@@ -251,7 +314,7 @@ Item {
             anchors.fill: parent
             radius: 14
             color: "transparent"
-            border.width: 1
+            border.width: hud.hairlineWidth
             border.color: hud.hairlineHot
         }
     }

@@ -17,7 +17,7 @@ Item {
         radius: 10
         color: card.bloom ? Qt.tint(hud.plate, hud.alpha(card.accent, 0.10))
                           : card.hovering ? hud.alpha(hud.raised, 0.85) : hud.alpha(hud.plate, 0.75)
-        border.width: 1
+        border.width: hud.hairlineWidth
         border.color: card.bloom ? hud.alpha(card.accent, 0.55) : card.hovering || card.isOpen ? hud.hairlineHot : hud.hairline
         Behavior on color { enabled: panel.animated; ColorAnimation { duration: 260; easing.type: Easing.OutCubic } }
         Behavior on border.color { enabled: panel.animated; ColorAnimation { duration: 260; easing.type: Easing.OutCubic } }

@@ -12,7 +12,7 @@ Item {
         anchors.fill: parent
         radius: 10
         color: hud.plate
-        border.width: 1
+        border.width: hud.hairlineWidth
         border.color: hud.hairlineHot
     }
     AccentRule {

@@ -12,7 +12,7 @@ Item {
         anchors.fill: parent
         radius: height / 2
         color: hud.alpha(hud.raised, 0.55)
-        border.width: 1
+        border.width: hud.hairlineWidth
         border.color: hud.hairline
     }
     Row {

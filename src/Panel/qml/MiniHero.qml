@@ -30,7 +30,7 @@ Item {
         anchors.fill: parent
         radius: 8
         color: mini.hovering ? hud.float_ : hud.alpha(hud.raised, 0.55)
-        border.width: 1
+        border.width: hud.hairlineWidth
         border.color: mini.isOpen ? hud.alpha(mini.accent, 0.5) : mini.hovering ? hud.hairlineHot : hud.hairline
         clip: true
         Behavior on color { enabled: panel.animated; ColorAnimation { duration: hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: hud.glideCurve } }

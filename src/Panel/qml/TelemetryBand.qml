@@ -1,5 +1,4 @@
 import QtQuick
-import QtQuick.Controls
 
 Item {
     id: band
@@ -25,9 +24,11 @@ Item {
         }
     }
     HoverHandler { id: hover }
-    ToolTip.visible: hovering
-    ToolTip.delay: 700
-    ToolTip.text: "Live readings from the tape. Nothing here is estimated."
+    HUDToolTip {
+        owner: band
+        active: band.hovering
+        text: "Live readings from the tape. Nothing here is estimated."
+    }
 
     Column {
         id: stack
