@@ -9,6 +9,7 @@
 #include <QEasingCurve>
 #include <QGuiApplication>
 #include <QKeyEvent>
+#include <QQmlContext>
 #include <QQmlEngine>
 #include <QQuickItem>
 #include <QScreen>
@@ -60,9 +61,15 @@ PanelController::PanelController(FeedStore *store, QObject *parent)
       window_(std::make_unique<HUDWindow>())
 {
     PanelQml::configureEngine(*engine_, window_->devicePixelRatio());
-    window_->resize(width, height);
-    window_->setMinimumSize({width, height});
-    window_->setMaximumSize({width, height});
+    // Where a compositor runs, the window is larger than the panel by a
+    // transparent margin its soft shadow falls into.
+    margin_ = PanelStyle::compositorRunning() ? PanelStyle::shadowMarginWanted : 0;
+    if (auto *style = qobject_cast<PanelStyle *>(engine_->rootContext()->contextProperty(QStringLiteral("hud")).value<QObject *>()))
+        style->setShadowMargin(margin_);
+    const QSize outer(width + 2 * margin_, height + 2 * margin_);
+    window_->resize(outer);
+    window_->setMinimumSize(outer);
+    window_->setMaximumSize(outer);
     window_->setTitle(QStringLiteral("Larkpin"));
     window_->onEscape = [this] {
         // Leave the key handler before the tree can go.
@@ -118,7 +125,8 @@ void PanelController::show(const QRect &requested)
 
     animation_->stop();
     animation_->disconnect(this);
-    window_->setGeometry(target_.x(), target_.y() - slideDistance, width, height);
+    window_->setGeometry(target_.x() - margin_, target_.y() - margin_ - slideDistance, width + 2 * margin_,
+                         height + 2 * margin_);
     setWindowOpacity(window_.get(), 0);
     window_->show();
     if (fades())
@@ -128,7 +136,8 @@ void PanelController::show(const QRect &requested)
     animation_->setEasingCurve(PanelStyle::easeOut());
     connect(animation_, &QVariantAnimation::valueChanged, this, [this](const QVariant &v) {
         const double t = v.toDouble();
-        window_->setPosition(target_.x(), target_.y() - int(std::lround(slideDistance * (1 - t))));
+        window_->setPosition(target_.x() - margin_,
+                             target_.y() - margin_ - int(std::lround(slideDistance * (1 - t))));
         setWindowOpacity(window_.get(), t);
     });
     animation_->start();
@@ -184,6 +193,7 @@ void PanelController::build()
         return;
     root_->setParentItem(window_->contentItem());
     root_->setSize({double(width), double(height)});
+    root_->setPosition({double(margin_), double(margin_)});
     root_->forceActiveFocus();
 }
 

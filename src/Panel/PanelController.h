@@ -83,4 +83,5 @@ private:
     bool open_ = false;
     bool wasActive_ = false;
     QPoint target_;
+    int margin_ = 0; // the shadow's band around the panel, in the window
 };

@@ -5,7 +5,10 @@
 
 #include <QPolygonF>
 
+#include <QByteArray>
+#include <cstdlib>
 #include <QFontDatabase>
+#include <QLibrary>
 #include <QGuiApplication>
 #include <QScreen>
 
@@ -83,6 +86,78 @@ double PanelStyle::qmlDamping(const Motion::Curve &curve)
 QString PanelStyle::oneLine(const QString &text) const
 {
     return PanelText::oneLine(text);
+}
+
+// X11 says a compositor runs by owning the selection _NET_WM_CM_S<screen>.
+// libxcb is reached at run time (it is loaded already wherever Qt talks to X)
+// so the build needs no X headers; its few structures are stable protocol.
+namespace {
+struct XcbCookie {
+    unsigned int sequence;
+};
+struct XcbAtomReply {
+    quint8 responseType, pad0;
+    quint16 sequence;
+    quint32 length;
+    quint32 atom;
+};
+struct XcbOwnerReply {
+    quint8 responseType, pad0;
+    quint16 sequence;
+    quint32 length;
+    quint32 owner;
+};
+
+bool x11CompositorRunning()
+{
+#if QT_CONFIG(xcb)
+    auto *x11 = qGuiApp ? qGuiApp->nativeInterface<QNativeInterface::QX11Application>() : nullptr;
+    if (!x11 || !x11->connection())
+        return false;
+    QLibrary xcb(QStringLiteral("xcb"), 1);
+    using InternAtom = XcbCookie (*)(void *, quint8, quint16, const char *);
+    using InternAtomReply = XcbAtomReply *(*)(void *, XcbCookie, void **);
+    using GetOwner = XcbCookie (*)(void *, quint32);
+    using GetOwnerReply = XcbOwnerReply *(*)(void *, XcbCookie, void **);
+    const auto internAtom = reinterpret_cast<InternAtom>(xcb.resolve("xcb_intern_atom"));
+    const auto internAtomReply = reinterpret_cast<InternAtomReply>(xcb.resolve("xcb_intern_atom_reply"));
+    const auto getOwner = reinterpret_cast<GetOwner>(xcb.resolve("xcb_get_selection_owner"));
+    const auto getOwnerReply = reinterpret_cast<GetOwnerReply>(xcb.resolve("xcb_get_selection_owner_reply"));
+    if (!internAtom || !internAtomReply || !getOwner || !getOwnerReply)
+        return false;
+    // The screen number follows the dot in DISPLAY (":0.1"); 0 without one.
+    const QByteArray display = qgetenv("DISPLAY");
+    const int dot = display.lastIndexOf('.');
+    const int screen = dot > display.lastIndexOf(':') ? display.mid(dot + 1).toInt() : 0;
+    const QByteArray name = "_NET_WM_CM_S" + QByteArray::number(screen);
+    void *connection = x11->connection();
+    XcbAtomReply *atom = internAtomReply(connection, internAtom(connection, 1, quint16(name.size()), name.constData()), nullptr);
+    if (!atom)
+        return false;
+    const quint32 selection = atom->atom;
+    std::free(atom);
+    if (!selection)
+        return false;
+    XcbOwnerReply *owner = getOwnerReply(connection, getOwner(connection, selection), nullptr);
+    if (!owner)
+        return false;
+    const bool owned = owner->owner != 0;
+    std::free(owner);
+    return owned;
+#else
+    return false;
+#endif
+}
+} // namespace
+
+bool PanelStyle::compositorRunning()
+{
+    const QString platform = QGuiApplication::platformName();
+    if (platform.startsWith(QLatin1String("wayland")))
+        return true; // every Wayland display server composites
+    if (platform == QLatin1String("xcb"))
+        return x11CompositorRunning();
+    return false; // offscreen, minimal, eglfs: nothing blends a margin
 }
 
 double PanelStyle::pt() const

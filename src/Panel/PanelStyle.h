@@ -49,6 +49,9 @@ class PanelStyle : public QObject {
     // The hero's ticker: its full size, and the smallest any text may shrink to.
     Q_PROPERTY(int heroTickerPx READ heroTickerPx CONSTANT)
     Q_PROPERTY(int minLegiblePx READ minLegiblePx CONSTANT)
+    // The transparent band around the panel its shadow falls into: 0 unless
+    // the window that shows the panel has one (a compositor is running).
+    Q_PROPERTY(int shadowMargin READ shadowMargin CONSTANT)
 public:
     explicit PanelStyle(double devicePixelRatio = 2.0, QObject *parent = nullptr);
 
@@ -103,8 +106,16 @@ public:
     double pt() const;
     static constexpr int heroTickerPx() { return 22; }
     static constexpr int minLegiblePx() { return 11; }
+    int shadowMargin() const { return shadowMargin_; }
+    void setShadowMargin(int margin) { shadowMargin_ = margin; } // before any QML reads it
+    // The margin a panel window needs for its shadow here: only a
+    // compositor blends a translucent margin; without one it would show as
+    // a dark frame.
+    static constexpr int shadowMarginWanted = 18;
+    static bool compositorRunning();
     double hairlineWidth() const { return 1.0 / (dpr_ > 0 ? dpr_ : 2.0); }
 
 private:
     double dpr_;
+    int shadowMargin_ = 0;
 };

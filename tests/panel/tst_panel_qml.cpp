@@ -2,6 +2,7 @@
 
 #include "Panel/PanelController.h"
 #include "Panel/PanelModel.h"
+#include "Panel/PanelStyle.h"
 #include "Panel/SignalListModel.h"
 #include "PanelTestSupport.h"
 
@@ -693,6 +694,29 @@ private Q_SLOTS:
         else
             QVERIFY2(evidence.top() >= view.top() - 0.5 && evidence.top() <= view.top() + 40,
                      qPrintable(QStringLiteral("%1 vs %2").arg(evidence.top()).arg(view.top())));
+    }
+    // Where a compositor runs, the window carries a transparent margin the
+    // panel's soft shadow falls into: faint at the margin's edge, darker at
+    // the panel's. (Only on a display with a compositor.)
+    void aShadowWhereACompositorRuns()
+    {
+        if (!PanelStyle::compositorRunning())
+            QSKIP("no compositor on this display");
+        feed(6);
+        open();
+        QQuickWindow *w = panel->window();
+        const int m = PanelStyle::shadowMarginWanted;
+        QCOMPARE(w->size(), QSize(PanelController::width + 2 * m, PanelController::height + 2 * m));
+        QCOMPARE(root()->position(), QPointF(m, m));
+        QVERIFY(QTest::qWaitFor([&] { return w->position() == panel->targetPosition() - QPoint(m, m); }, 2000));
+        settleFrame(w);
+        const QImage image = w->grabWindow();
+        const double dpr = image.devicePixelRatio();
+        const auto alphaAt = [&](double x, double y) { return qAlpha(image.pixel(int(x * dpr), int(y * dpr))); };
+        const double midX = m + PanelController::width / 2.0, below = m + PanelController::height;
+        QVERIFY2(alphaAt(midX, below + 2) > alphaAt(midX, below + m - 3), "the shadow fades outwards");
+        QVERIFY(alphaAt(midX, below + 2) > 20);
+        QCOMPARE(alphaAt(0, 0), 0);
     }
 };
 

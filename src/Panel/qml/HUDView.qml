@@ -13,6 +13,27 @@ Item {
     property int lastKey: 0
     Keys.onPressed: (event) => { lastKey = event.key }
 
+    // A soft shadow, cast into the window's transparent margin where a
+    // compositor blends it: stacked rings, each a little smaller and all of
+    // them faint, darken towards the panel's edge. A little lower than wide.
+    Item {
+        objectName: "panelShadow"
+        visible: hud.shadowMargin > 0
+        anchors.fill: parent
+        z: -1
+        Repeater {
+            model: 9
+            Rectangle {
+                readonly property real spread: hud.shadowMargin * (1 - index / 9)
+                x: -spread
+                y: -spread + 4
+                width: hudView.width + 2 * spread
+                height: hudView.height + 2 * spread - 4
+                radius: 14 + spread
+                color: Qt.rgba(0, 0, 0, 0.032)
+            }
+        }
+    }
     HUDBackdrop {
         anchors.fill: parent
         cornerRadius: 14
