@@ -64,7 +64,8 @@ PanelController::PanelController(FeedStore *store, QObject *parent)
     // Where a compositor runs, the window is larger than the panel by a
     // transparent margin its soft shadow falls into.
     margin_ = PanelStyle::compositorRunning() ? PanelStyle::shadowMarginWanted : 0;
-    if (auto *style = qobject_cast<PanelStyle *>(engine_->rootContext()->contextProperty(QStringLiteral("hud")).value<QObject *>()))
+    if (auto *style = qobject_cast<PanelStyle *>(
+            engine_->rootContext()->contextProperty(QStringLiteral("hud")).value<QObject *>()))
         style->setShadowMargin(margin_);
     const QSize outer(width + 2 * margin_, height + 2 * margin_);
     window_->resize(outer);

@@ -6,11 +6,11 @@
 #include <QPolygonF>
 
 #include <QByteArray>
-#include <cstdlib>
 #include <QFontDatabase>
-#include <QLibrary>
 #include <QGuiApplication>
+#include <QLibrary>
 #include <QScreen>
+#include <cstdlib>
 
 namespace {
 QString firstInstalled(const QStringList &families, QFontDatabase::SystemFont fallback)
@@ -131,7 +131,8 @@ bool x11CompositorRunning()
     const int screen = dot > display.lastIndexOf(':') ? display.mid(dot + 1).toInt() : 0;
     const QByteArray name = "_NET_WM_CM_S" + QByteArray::number(screen);
     void *connection = x11->connection();
-    XcbAtomReply *atom = internAtomReply(connection, internAtom(connection, 1, quint16(name.size()), name.constData()), nullptr);
+    XcbAtomReply *atom = internAtomReply(
+        connection, internAtom(connection, 1, quint16(name.size()), name.constData()), nullptr);
     if (!atom)
         return false;
     const quint32 selection = atom->atom;

@@ -212,10 +212,15 @@ namespace {
 bool breaksLine(QChar c)
 {
     switch (c.unicode()) {
-    case '\t': case '\n': case '\v': case '\f': case '\r': case 0x85: case 0x2028: case 0x2029:
-        return true;
-    default:
-        return false;
+    case '\t':
+    case '\n':
+    case '\v':
+    case '\f':
+    case '\r':
+    case 0x85:
+    case 0x2028:
+    case 0x2029: return true;
+    default: return false;
     }
 }
 } // namespace

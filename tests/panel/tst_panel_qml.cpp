@@ -6,15 +6,15 @@
 #include "Panel/SignalListModel.h"
 #include "PanelTestSupport.h"
 
+#include <QFont>
+#include <QGuiApplication>
 #include <QQuickItem>
 #include <QQuickWindow>
+#include <QScreen>
 #include <QSettings>
 #include <QSignalSpy>
 #include <QTest>
 #include <QWheelEvent>
-#include <QGuiApplication>
-#include <QFont>
-#include <QScreen>
 
 #include <memory>
 
@@ -545,7 +545,8 @@ private Q_SLOTS:
                        whaleFill(801, clock.t - 1, 1500, QStringLiteral("rowone\r\nrowtwo\u2028rowthree"))});
         open();
         settleFrame(panel->window());
-        QCOMPARE(panel->model()->hero()[QStringLiteral("signalId")].toString(), QStringLiteral("tw-fill-800"));
+        QCOMPARE(panel->model()->hero()[QStringLiteral("signalId")].toString(),
+                 QStringLiteral("tw-fill-800"));
         int seen = 0;
         for (QQuickItem *item : allItems(root())) {
             if (!item->inherits("QQuickText") || !item->isVisible())
@@ -568,8 +569,8 @@ private Q_SLOTS:
         QTest::addColumn<bool>("shortened");
         QTest::newRow("fits at full size") << QStringLiteral("WIF") << false;
         QTest::newRow("fits once shrunk") << QStringLiteral("ABCDEFGHIJKLMNOPQR") << false;
-        QTest::newRow("shortened at the smallest size") << QStringLiteral("ABCDEFGHIJKLMNOPQRSTUVWXYZABCDEFGHIJKLMN")
-                                                        << true;
+        QTest::newRow("shortened at the smallest size")
+            << QStringLiteral("ABCDEFGHIJKLMNOPQRSTUVWXYZABCDEFGHIJKLMN") << true;
     }
     void aLongTickerInTheHeroStaysClearOfTheAmount()
     {
@@ -579,17 +580,20 @@ private Q_SLOTS:
         store->ingest({whaleFill(810, clock.t - 1, 9'876'543, QStringLiteral("ansem"), symbol)});
         open();
         settleFrame(panel->window());
-        QCOMPARE(panel->model()->hero()[QStringLiteral("signalId")].toString(), QStringLiteral("tw-fill-810"));
+        QCOMPARE(panel->model()->hero()[QStringLiteral("signalId")].toString(),
+                 QStringLiteral("tw-fill-810"));
         QQuickItem *ticker = on("heroTicker").value(0);
         QQuickItem *amount = on("heroAmount").value(0);
         QVERIFY(ticker && amount);
         const QFont font = ticker->property("font").value<QFont>();
-        const double px = font.pixelSize() > 0 ? font.pixelSize()
-                                               : font.pointSizeF() * panel->window()->screen()->logicalDotsPerInchY() / 72.0;
+        const double px = font.pixelSize() > 0
+                              ? font.pixelSize()
+                              : font.pointSizeF() * panel->window()->screen()->logicalDotsPerInchY() / 72.0;
         QVERIFY2(px >= 11, qPrintable(QString::number(px)));
         const double right = ticker->mapToScene(QPointF(ticker->property("contentWidth").toReal(), 0)).x();
         const double amountLeft = sceneRect(amount).left();
-        QVERIFY2(right <= amountLeft - 6, qPrintable(QStringLiteral("%1 > %2 - 6").arg(right).arg(amountLeft)));
+        QVERIFY2(right <= amountLeft - 6,
+                 qPrintable(QStringLiteral("%1 > %2 - 6").arg(right).arg(amountLeft)));
         QCOMPARE(ticker->property("truncated").toBool(), shortened);
         QCOMPARE(ticker->property("text").toString().contains(QChar(0x2026)) ||
                      ticker->property("truncated").toBool(),
@@ -635,7 +639,8 @@ private Q_SLOTS:
         settleFrame(panel->window());
         QQuickItem *item = visibleNamed(root(), target).value(0);
         QVERIFY(item);
-        QTest::mouseMove(panel->window(), item->mapToScene(QPointF(item->width() / 2, item->height() / 2)).toPoint());
+        QTest::mouseMove(panel->window(),
+                         item->mapToScene(QPointF(item->width() / 2, item->height() / 2)).toPoint());
         QQuickItem *tip = nullptr;
         QVERIFY(QTest::qWaitFor([&] { return (tip = shownToolTip(panel->window())) != nullptr; }, 3000));
         int plates = 0, texts = 0;
@@ -708,11 +713,14 @@ private Q_SLOTS:
         const int m = PanelStyle::shadowMarginWanted;
         QCOMPARE(w->size(), QSize(PanelController::width + 2 * m, PanelController::height + 2 * m));
         QCOMPARE(root()->position(), QPointF(m, m));
-        QVERIFY(QTest::qWaitFor([&] { return w->position() == panel->targetPosition() - QPoint(m, m); }, 2000));
+        QVERIFY(
+            QTest::qWaitFor([&] { return w->position() == panel->targetPosition() - QPoint(m, m); }, 2000));
         settleFrame(w);
         const QImage image = w->grabWindow();
         const double dpr = image.devicePixelRatio();
-        const auto alphaAt = [&](double x, double y) { return qAlpha(image.pixel(int(x * dpr), int(y * dpr))); };
+        const auto alphaAt = [&](double x, double y) {
+            return qAlpha(image.pixel(int(x * dpr), int(y * dpr)));
+        };
         const double midX = m + PanelController::width / 2.0, below = m + PanelController::height;
         QVERIFY2(alphaAt(midX, below + 2) > alphaAt(midX, below + m - 3), "the shadow fades outwards");
         QVERIFY(alphaAt(midX, below + 2) > 20);

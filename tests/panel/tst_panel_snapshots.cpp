@@ -10,9 +10,9 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QImage>
+#include <QQuickItem>
 #include <QSettings>
 #include <QTemporaryDir>
-#include <QQuickItem>
 #include <QTest>
 
 #include <cmath>
@@ -121,9 +121,11 @@ private Q_SLOTS:
                 continue;
             if (item->objectName() == QLatin1String("hairline")) {
                 ++rules;
-                QVERIFY2(qFuzzyCompare(item->height() * dpr, 1.0), qPrintable(QString::number(item->height() * dpr)));
+                QVERIFY2(qFuzzyCompare(item->height() * dpr, 1.0),
+                         qPrintable(QString::number(item->height() * dpr)));
                 // The topmost rule is the rail's.
-                if (!railRule || item->mapToScene(QPointF(0, 0)).y() < railRule->mapToScene(QPointF(0, 0)).y())
+                if (!railRule ||
+                    item->mapToScene(QPointF(0, 0)).y() < railRule->mapToScene(QPointF(0, 0)).y())
                     railRule = item;
             }
             if (item->inherits("QQuickRectangle")) {
@@ -133,8 +135,9 @@ private Q_SLOTS:
                 const QColor colour = border ? border->property("color").value<QColor>() : QColor();
                 if (width > 0 && colour.alpha() > 0 && colour != QColor(Qt::black)) {
                     ++edges;
-                    QVERIFY2(width * dpr <= 1.0 + 1e-9, qPrintable(QString::number(width * dpr) + QLatin1Char(' ') +
-                                                                 QString::fromLatin1(item->metaObject()->className())));
+                    QVERIFY2(width * dpr <= 1.0 + 1e-9,
+                             qPrintable(QString::number(width * dpr) + QLatin1Char(' ') +
+                                        QString::fromLatin1(item->metaObject()->className())));
                 }
             }
         }
