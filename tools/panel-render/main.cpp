@@ -12,9 +12,11 @@
 #include <QDeadlineTimer>
 #include <QDir>
 #include <QGuiApplication>
+#include <QQuickItem>
 #include <QThread>
 #include <QTimer>
 
+#include <algorithm>
 #include <cstdio>
 #include <functional>
 
@@ -110,6 +112,53 @@ int main(int argc, char **argv)
 
     panel.open()->setShowSettings(true);
     save(panel, QStringLiteral("settings.png"));
+    {
+        // Both lists filled, the page scrolled down to them.
+        const Preferences before = live.preferences();
+        Preferences listed = before;
+        listed.mutedTokens = {QStringLiteral("BONK"), QStringLiteral("WIF")};
+        listed.mutedWallets = {QStringLiteral("mm_desk")};
+        listed.watchedWallets = {QStringLiteral("ansem"), QStringLiteral("cobie")};
+        live.setPreferences(listed);
+        live.rebuild();
+        panel.open()->setShowSettings(true);
+        panel.grab(); // lays the page out
+        if (auto *flick = panel.rootItem()->findChild<QQuickItem *>(QStringLiteral("settingsFlick"))) {
+            const double end = flick->property("contentHeight").toDouble() - flick->height();
+            flick->setProperty("contentY", std::max(0.0, end));
+        }
+        save(panel, QStringLiteral("settings-muted.png"));
+        live.setPreferences(before);
+        live.rebuild();
+    }
+    {
+        // The context menu of the second stream row, with an undo pending.
+        PanelModel *model = panel.open();
+        panel.grab();
+        QList<QQuickItem *> hooks;
+        std::function<void(QQuickItem *)> collect = [&](QQuickItem *item) {
+            if (item->objectName() == QLatin1String("menuHook") && item->isVisible() && item->width() > 0)
+                hooks << item;
+            for (QQuickItem *child : item->childItems())
+                collect(child);
+        };
+        collect(panel.rootItem());
+        const QList<Signal> stream = model->stream()->signalList();
+        if (stream.size() > 2) {
+            model->runMenuAction(stream.first().id, QStringLiteral("muteToken"));
+            panel.grab();
+            hooks.clear();
+            collect(panel.rootItem());
+            for (QQuickItem *hook : std::as_const(hooks)) {
+                if (hook->property("signalId").toString() != stream.at(2).id)
+                    continue;
+                QMetaObject::invokeMethod(hook, "popup", Q_ARG(QVariant, 150), Q_ARG(QVariant, 12));
+                save(panel, QStringLiteral("menu.png"));
+                break;
+            }
+            model->undoMute();
+        }
+    }
 
     {
         PanelModel *model = panel.open();

@@ -150,4 +150,9 @@ Item {
             }
         }
     }
+    SignalMenuHook {
+        anchors.fill: parent
+        signalId: card.signalId
+        selected: card.isOpen
+    }
 }

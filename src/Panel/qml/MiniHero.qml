@@ -66,4 +66,9 @@ Item {
         cursorShape: Qt.PointingHandCursor
         onClicked: panel.toggle(mini.signalId)
     }
+    SignalMenuHook {
+        anchors.fill: parent
+        signalId: mini.signalId
+        selected: mini.isOpen
+    }
 }
