@@ -41,7 +41,8 @@ Popup {
 
     background: Rectangle {
         radius: 9
-        color: hud.float_
+        // Opaque: the rows beneath must not read through the entries.
+        color: Qt.tint(hud.plate, hud.float_)
         border.width: 1
         border.color: hud.hairlineHot
     }
