@@ -236,6 +236,44 @@ private Q_SLOTS:
         QVERIFY(store->preferences().mutedTokens.isEmpty());
     }
 
+    // Right-click on the evidence: inside a row the row's menu, on the detail
+    // card the inspector's own; one menu either way.
+    void inspectorMenus_data()
+    {
+        QTest::addColumn<bool>("detailCard");
+        QTest::newRow("open row") << false;
+        QTest::newRow("detail card") << true;
+    }
+    void inspectorMenus()
+    {
+        QFETCH(bool, detailCard);
+        feed();
+        open();
+        const QString id = detailCard ? QStringLiteral("tw-fill-104") : QStringLiteral("tw-fill-101");
+        if (detailCard)
+            model()->showDetailCard(id);
+        else
+            model()->toggle(id);
+        QQuickItem *evidence = nullptr;
+        QVERIFY(QTest::qWaitFor(
+            [&] {
+                for (QQuickItem *item : allItems(window()->contentItem()))
+                    if (item->isVisible() && item->height() > 0 && item->property("signalId").toString() == id &&
+                        item->property("hidesChart").isValid())
+                        evidence = item;
+                return evidence != nullptr;
+            },
+            2000));
+        clickAt(evidence, Qt::RightButton);
+        QVERIFY(waitShown("signalMenu"));
+        int menus = 0;
+        for (QQuickItem *item : allItems(window()->contentItem()))
+            if (item->objectName() == QLatin1String("signalMenu") && item->isVisible())
+                ++menus;
+        QCOMPARE(menus, 1);
+        QCOMPARE(shown(window(), QStringLiteral("signalMenu"))->property("signalId").toString(), id);
+    }
+
     void watchedRowsAreMarked()
     {
         feed();
