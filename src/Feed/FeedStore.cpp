@@ -42,6 +42,7 @@ FeedStore::FeedStore(TarnwickClient *client, Clock now, int pruneIntervalMs, QOb
     pruneTimer_->setTimerType(Qt::CoarseTimer);
     connect(pruneTimer_, &QTimer::timeout, this, &FeedStore::rebuild);
     wireClient();
+    refreshMuteSets();
 }
 
 FeedStore::~FeedStore()
@@ -133,7 +134,52 @@ void FeedStore::setPreferences(const Preferences &prefs)
     if (preferences_ == prefs)
         return;
     preferences_ = prefs;
+    refreshMuteSets();
     Q_EMIT preferencesChanged();
+}
+
+// MARK: mute and watch
+
+void FeedStore::refreshMuteSets()
+{
+    mutedTokens_ = QSet<QString>(preferences_.mutedTokens.cbegin(), preferences_.mutedTokens.cend());
+    mutedWallets_ = QSet<QString>(preferences_.mutedWallets.cbegin(), preferences_.mutedWallets.cend());
+    watched_ = QSet<QString>(preferences_.watchedWallets.cbegin(), preferences_.watchedWallets.cend());
+}
+
+std::optional<QString> FeedStore::tokenOf(const Signal &signal)
+{
+    if (!signal.asset || signal.asset->symbol.isEmpty())
+        return std::nullopt;
+    return signal.asset->symbol;
+}
+
+std::optional<QString> FeedStore::handleOf(const Signal &signal)
+{
+    // Only a labelled wallet has a handle; a bare address cannot be muted by name.
+    if (!signal.wallet || !signal.wallet->label || !signal.wallet->label->startsWith(QLatin1Char('@')) ||
+        signal.wallet->label->size() < 2)
+        return std::nullopt;
+    return signal.wallet->label->mid(1);
+}
+
+bool FeedStore::isMuted(const Signal &signal) const
+{
+    if (!mutedTokens_.isEmpty())
+        if (const auto token = tokenOf(signal); token && mutedTokens_.contains(*token))
+            return true;
+    if (!mutedWallets_.isEmpty())
+        if (const auto handle = handleOf(signal); handle && mutedWallets_.contains(*handle))
+            return true;
+    return false;
+}
+
+bool FeedStore::isWatched(const Signal &signal) const
+{
+    if (watched_.isEmpty())
+        return false;
+    const auto handle = handleOf(signal);
+    return handle && watched_.contains(*handle);
 }
 
 bool FeedStore::updatePreferences(const Preferences &prefs)
@@ -179,7 +225,32 @@ QList<Signal> topByScore(const QList<Signal> &list, qsizetype n, const FeedStore
 
 QList<Signal> FeedStore::tickerSignals() const
 {
-    return topByScore(signals_, tickerCount, *this);
+    QList<Signal> top = topByScore(signals_, tickerCount, *this);
+    if (watched_.isEmpty())
+        return top;
+    // A watched wallet's trade is always in the rotation: it takes the place
+    // of the weakest unwatched one (the published list already holds only
+    // trades at or above the minimum size).
+    QList<Signal> missing;
+    for (const Signal &s : signals_) {
+        if (!isWatched(s))
+            continue;
+        if (std::none_of(top.cbegin(), top.cend(), [&](const Signal &t) { return t.id == s.id; }))
+            missing.append(s);
+    }
+    if (missing.isEmpty())
+        return top;
+    qsizetype needed = missing.size() - (tickerCount - top.size());
+    for (qsizetype i = top.size() - 1; i >= 0 && needed > 0; --i) {
+        if (!isWatched(top[i])) {
+            top.removeAt(i);
+            --needed;
+        }
+    }
+    for (const Signal &s : std::as_const(missing))
+        if (top.size() < tickerCount)
+            top.append(s);
+    return topByScore(top, tickerCount, *this);
 }
 
 QList<Signal> FeedStore::visibleSignals() const
@@ -425,6 +496,8 @@ void FeedStore::rebuild()
                            : s.kind == SignalKind::spike ? showsSpike
                                                          : showsStocks;
         if (!shown)
+            continue;
+        if (isMuted(s))
             continue;
         // A size exactly at the minimum is kept; pile-ins and equities are never sized out.
         if (s.kind == SignalKind::whale && s.notionalUsd && *s.notionalUsd < minUsd)

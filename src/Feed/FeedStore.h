@@ -65,6 +65,15 @@ public:
     void ingest(const QList<TwFill> &fills);
     void ingest(const QList<TwRadar> &radar);
 
+    // Mute and watch. A muted signal is held (and counted in telemetry) but
+    // never published; a watched wallet's trades always reach the ticker.
+    // The names are the bare symbol and handle, as Preferences keeps them.
+    static std::optional<QString> tokenOf(const Signal &signal);
+    static std::optional<QString> handleOf(const Signal &signal);
+    bool isMuted(const Signal &signal) const;
+    bool isWatched(const Signal &signal) const;
+    const QSet<QString> &watchedHandles() const { return watched_; }
+
     // A link from the wire, kept only when it is a well-formed http(s) address.
     static std::optional<QUrl> webLink(const std::optional<QString> &text);
 
@@ -145,4 +154,10 @@ private:
     QHash<QString, ActorMark> recentByActor_;
     QHash<QString, StockGroup> stockGroups_;
     TelemetryWindow window_;
+
+    // Lookup copies of the preference lists, refreshed whenever they change.
+    void refreshMuteSets();
+    QSet<QString> mutedTokens_;
+    QSet<QString> mutedWallets_;
+    QSet<QString> watched_;
 };

@@ -17,7 +17,7 @@ bool FocalDirector::releasePending() const
     return releaseTask_->isActive();
 }
 
-void FocalDirector::consider(const QList<Signal> &list, double threshold)
+void FocalDirector::consider(const QList<Signal> &list, double threshold, const QSet<QString> &watched)
 {
     QSet<QString> ids;
     ids.reserve(list.size());
@@ -49,7 +49,10 @@ void FocalDirector::consider(const QList<Signal> &list, double threshold)
             continue;
         const bool sized = s->notionalUsd && *s->notionalUsd >= threshold;
         const bool loudSpike = s->kind == SignalKind::spike && s->priority >= spikePriority;
-        if (!sized && !loudSpike)
+        const bool watchedTrade = !watched.isEmpty() && s->notionalUsd && s->wallet && s->wallet->label &&
+                                  s->wallet->label->startsWith(QLatin1Char('@')) &&
+                                  watched.contains(s->wallet->label->mid(1));
+        if (!sized && !loudSpike && !watchedTrade)
             continue;
         if (!best || s->priority > best->priority)
             best = s;

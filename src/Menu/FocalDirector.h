@@ -26,8 +26,10 @@ public:
     explicit FocalDirector(Clock now = systemNow, int holdMs = FocalDirector::holdMs,
                            QObject *parent = nullptr);
 
-    // The store's full signal list and the focus threshold in dollars.
-    void consider(const QList<Signal> &list, double threshold);
+    // The store's full signal list and the focus threshold in dollars. A
+    // trade by a watched wallet (handles without "@") takes over whatever its
+    // size, as long as focus alerts are on at all.
+    void consider(const QList<Signal> &list, double threshold, const QSet<QString> &watched = {});
 
     const std::optional<Signal> &current() const { return current_; }
     bool isWarmedUp() const { return warmedUp_; }

@@ -213,7 +213,8 @@ StatusItemController::StatusItemController(FeedStore *store, QObject *parent) : 
     strip_->show();
 
     auto considerAndRender = [this] {
-        focalDirector_->consider(store_->signalList(), store_->preferences().focalUsd);
+        focalDirector_->consider(store_->signalList(), store_->preferences().focalUsd,
+                                 store_->watchedHandles());
         render(store_->preferences().paused);
     };
     connect(store_, &FeedStore::signalsChanged, this, considerAndRender);

@@ -8,6 +8,8 @@
 #include <QStandardPaths>
 #include <QVariantMap>
 
+#include <algorithm>
+
 const Preferences &Preferences::defaults()
 {
     static const Preferences value = [] {
@@ -23,6 +25,32 @@ bool Preferences::shows(SignalKind kind) const
 {
     const auto it = streams.find(kind);
     return it == streams.end() || it->second;
+}
+
+bool Preferences::isListable(const QString &name)
+{
+    if (name.isEmpty() || name.size() > maxNameLength || name.startsWith(QLatin1Char('$')) ||
+        name.startsWith(QLatin1Char('@')))
+        return false;
+    return std::none_of(name.cbegin(), name.cend(), [](QChar c) {
+        return c.isSpace() || c.category() == QChar::Other_Control || c.category() == QChar::Other_Format;
+    });
+}
+
+bool Preferences::setListed(QStringList &list, const QString &name, bool on)
+{
+    const auto at = std::lower_bound(list.begin(), list.end(), name);
+    const bool present = at != list.end() && *at == name;
+    if (on == present)
+        return false;
+    if (!on) {
+        list.erase(at);
+        return true;
+    }
+    if (!isListable(name) || list.size() >= maxListed)
+        return false;
+    list.insert(at, name);
+    return true;
 }
 
 namespace {
@@ -86,6 +114,34 @@ double amount(QSettings &settings, const char *key, double fallback)
     const double value = settings.value(k).toDouble(&ok);
     return ok && value >= 0 ? value : fallback;
 }
+
+// A mute or watch list. An INI file gives back one entry as plain text and no
+// entries as nothing, so both are read as lists. A value of another shape
+// leaves the list empty; an entry that is not a name is skipped, the rest
+// are kept (losing every mute to one bad line would flood the ticker again).
+QStringList nameList(const QVariant &v)
+{
+    QVariantList items;
+    switch (v.typeId()) {
+    case QMetaType::QString: items = {v}; break;
+    case QMetaType::QStringList:
+    case QMetaType::QVariantList: items = v.toList(); break;
+    default: return {};
+    }
+    QStringList out;
+    for (const QVariant &item : std::as_const(items)) {
+        if (item.typeId() != QMetaType::QString)
+            continue;
+        const QString name = item.toString();
+        if (Preferences::isListable(name))
+            out << name;
+        if (out.size() >= Preferences::maxListed)
+            break;
+    }
+    out.sort();
+    out.removeDuplicates();
+    return out;
+}
 } // namespace
 
 namespace PreferencesStore {
@@ -132,6 +188,10 @@ Preferences load(QSettings &settings)
     p.minTradeUsd = amount(settings, "minTradeUsd", 1000);
     p.focalUsd = amount(settings, "focalUsd", 25000);
     p.paused = flag(settings.value(QStringLiteral("paused")));
+
+    p.mutedTokens = nameList(settings.value(QStringLiteral("mutedTokens")));
+    p.mutedWallets = nameList(settings.value(QStringLiteral("mutedWallets")));
+    p.watchedWallets = nameList(settings.value(QStringLiteral("watchedWallets")));
     return p;
 }
 
@@ -149,6 +209,10 @@ void save(const Preferences &prefs, QSettings &settings)
     settings.setValue(QStringLiteral("minTradeUsd"), prefs.minTradeUsd);
     settings.setValue(QStringLiteral("focalUsd"), prefs.focalUsd);
     settings.setValue(QStringLiteral("paused"), prefs.paused);
+
+    settings.setValue(QStringLiteral("mutedTokens"), prefs.mutedTokens);
+    settings.setValue(QStringLiteral("mutedWallets"), prefs.mutedWallets);
+    settings.setValue(QStringLiteral("watchedWallets"), prefs.watchedWallets);
 }
 
 QString autostartPath()

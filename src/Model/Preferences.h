@@ -3,7 +3,10 @@
 
 #include "Model/Signal.h"
 
+#include <QStringList>
+
 #include <map>
+#include <optional>
 
 class QSettings;
 
@@ -12,6 +15,19 @@ struct Preferences {
     double minTradeUsd = 1000;
     bool paused = false;
     double focalUsd = 25000;
+
+    // Mute and watch. Tokens by symbol (no "$"), wallets by handle (no "@");
+    // each list sorted, without repeats, at most maxListed entries.
+    QStringList mutedTokens;
+    QStringList mutedWallets;
+    QStringList watchedWallets;
+    static constexpr int maxListed = 200;
+    static constexpr int maxNameLength = 64;
+    // A name fit to keep in one of the lists: non-empty, short, no control
+    // characters or spaces, no leading "$" or "@".
+    static bool isListable(const QString &name);
+    // Adds or removes `name`, keeping the list's order and bounds; says whether it changed.
+    static bool setListed(QStringList &list, const QString &name, bool on);
 
     static const Preferences &defaults();
     // A kind missing from the map is shown.

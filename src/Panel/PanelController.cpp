@@ -73,6 +73,9 @@ PanelController::PanelController(FeedStore *store, QObject *parent)
     window_->setMaximumSize(outer);
     window_->setTitle(QStringLiteral("Larkpin"));
     window_->onEscape = [this] {
+        // An open context menu takes the Escape; the panel stays.
+        if (model_ && model_->dismissMenus())
+            return;
         // Leave the key handler before the tree can go.
         QTimer::singleShot(0, this, [this] { close(); });
     };

@@ -156,6 +156,14 @@ PanelModel::PanelModel(FeedStore *store, QObject *parent)
         Q_EMIT bloomChanged();
     });
 
+    undoTimer_ = new QTimer(this);
+    undoTimer_->setSingleShot(true);
+    undoTimer_->setInterval(undoMs);
+    connect(undoTimer_, &QTimer::timeout, this, [this] {
+        undo_.reset();
+        Q_EMIT undoChanged();
+    });
+
     if (!store)
         return;
     const auto lists = [this] {
@@ -172,6 +180,13 @@ PanelModel::PanelModel(FeedStore *store, QObject *parent)
     });
     connect(store, &FeedStore::lastUpdateChanged, this, &PanelModel::linkChanged);
     connect(store, &FeedStore::preferencesChanged, this, &PanelModel::preferencesChanged);
+    connect(store, &FeedStore::preferencesChanged, this, [this] {
+        // Watching changes no list, only how rows are marked.
+        minis_->watchedChanged();
+        stream_->watchedChanged();
+        Q_EMIT heroChanged();
+        Q_EMIT detailCardChanged();
+    });
     connect(store, &FeedStore::telemetryChanged, this, &PanelModel::telemetryChanged);
     connect(store, &FeedStore::detailsChanged, this, &PanelModel::bumpDetails);
     connect(store, &FeedStore::loadingDetailChanged, this, &PanelModel::bumpDetails);
@@ -619,5 +634,160 @@ QVariantMap PanelModel::inspectorFor(const QString &id, const QHash<QString, Sig
         links << QVariantMap{{QStringLiteral("title"), QStringLiteral("WALLET")},
                              {QStringLiteral("url"), d.links.profile->toString(QUrl::FullyEncoded)}};
     out[QStringLiteral("links")] = links;
+    return out;
+}
+
+// MARK: mute and watch
+
+namespace {
+QString labelFor(const QString &kind, const QString &name)
+{
+    return (kind == QLatin1String("token") ? QStringLiteral("$") : QStringLiteral("@")) + name;
+}
+
+QStringList *listFor(Preferences &p, const QString &kind)
+{
+    if (kind == QLatin1String("token"))
+        return &p.mutedTokens;
+    if (kind == QLatin1String("wallet"))
+        return &p.mutedWallets;
+    if (kind == QLatin1String("watch"))
+        return &p.watchedWallets;
+    return nullptr;
+}
+
+QVariantMap entry(const QString &action, const QString &title)
+{
+    return {{QStringLiteral("action"), action}, {QStringLiteral("title"), title}};
+}
+} // namespace
+
+QVariantList PanelModel::menuEntries(const QString &id) const
+{
+    QVariantList out;
+    if (undo_)
+        out << entry(QStringLiteral("undo"), undoText());
+    const Signal *s = findSignal(id);
+    if (!s || !store_)
+        return out;
+    if (const auto token = FeedStore::tokenOf(*s))
+        out << entry(QStringLiteral("muteToken"), QStringLiteral("Mute ") + labelFor(QStringLiteral("token"), *token));
+    if (const auto handle = FeedStore::handleOf(*s)) {
+        const QString at = labelFor(QStringLiteral("wallet"), *handle);
+        out << entry(QStringLiteral("muteWallet"), QStringLiteral("Mute ") + at);
+        out << (store_->isWatched(*s) ? entry(QStringLiteral("unwatch"), QStringLiteral("Stop watching ") + at)
+                                      : entry(QStringLiteral("watch"), QStringLiteral("Watch ") + at));
+    }
+    return out;
+}
+
+bool PanelModel::runMenuAction(const QString &id, const QString &action)
+{
+    if (action == QLatin1String("undo"))
+        return undoMute();
+    const Signal *s = findSignal(id);
+    if (!s) {
+        Log::write("Larkpin", QStringLiteral("menu action ") + action + QStringLiteral(" for a signal no longer shown"));
+        return false;
+    }
+    const auto token = FeedStore::tokenOf(*s);
+    const auto handle = FeedStore::handleOf(*s);
+    if (action == QLatin1String("muteToken") && token)
+        return setListed(QStringLiteral("token"), *token, true);
+    if (action == QLatin1String("muteWallet") && handle)
+        return setListed(QStringLiteral("wallet"), *handle, true);
+    if ((action == QLatin1String("watch") || action == QLatin1String("unwatch")) && handle)
+        return setListed(QStringLiteral("watch"), *handle, action == QLatin1String("watch"));
+    Log::write("Larkpin", QStringLiteral("menu action ") + action + QStringLiteral(" does not apply to ") + id);
+    return false;
+}
+
+bool PanelModel::setListed(const QString &kind, const QString &name, bool on)
+{
+    if (!store_)
+        return false;
+    Preferences next = store_->preferences();
+    QStringList *list = listFor(next, kind);
+    if (!list)
+        return false;
+    if (on && !Preferences::isListable(name)) {
+        Log::write("Larkpin", QStringLiteral("cannot list ") + name.left(Preferences::maxNameLength) +
+                                  QStringLiteral(": not a plain symbol or handle"));
+        return false;
+    }
+    if (!Preferences::setListed(*list, name, on))
+        return false;
+    if (!store_->updatePreferences(next))
+        return false;
+    const bool isMute = kind != QLatin1String("watch");
+    if (isMute && on) {
+        undo_ = Undo{kind, name};
+        undoTimer_->start();
+        Q_EMIT undoChanged();
+    } else if (undo_ && undo_->kind == kind && undo_->name == name) {
+        // Taken back some other way (from settings): nothing left to undo.
+        undo_.reset();
+        undoTimer_->stop();
+        Q_EMIT undoChanged();
+    }
+    return true;
+}
+
+bool PanelModel::undoMute()
+{
+    if (!undo_)
+        return false;
+    const Undo was = *undo_;
+    undo_.reset();
+    undoTimer_->stop();
+    Q_EMIT undoChanged();
+    return setListed(was.kind, was.name, false);
+}
+
+void PanelModel::menuShown(bool shown)
+{
+    openMenus_ = std::max(0, openMenus_ + (shown ? 1 : -1));
+}
+
+bool PanelModel::dismissMenus()
+{
+    if (openMenus_ == 0)
+        return false;
+    Q_EMIT dismissMenusRequested();
+    openMenus_ = 0;
+    return true;
+}
+
+QString PanelModel::undoText() const
+{
+    return undo_ ? QStringLiteral("Undo mute ") + labelFor(undo_->kind, undo_->name) : QString();
+}
+
+QVariantList PanelModel::mutedList() const
+{
+    QVariantList out;
+    if (!store_)
+        return out;
+    const Preferences &p = store_->preferences();
+    for (const QString &name : p.mutedTokens)
+        out << QVariantMap{{QStringLiteral("kind"), QStringLiteral("token")},
+                           {QStringLiteral("name"), name},
+                           {QStringLiteral("label"), labelFor(QStringLiteral("token"), name)}};
+    for (const QString &name : p.mutedWallets)
+        out << QVariantMap{{QStringLiteral("kind"), QStringLiteral("wallet")},
+                           {QStringLiteral("name"), name},
+                           {QStringLiteral("label"), labelFor(QStringLiteral("wallet"), name)}};
+    return out;
+}
+
+QVariantList PanelModel::watchedList() const
+{
+    QVariantList out;
+    if (!store_)
+        return out;
+    for (const QString &name : store_->preferences().watchedWallets)
+        out << QVariantMap{{QStringLiteral("kind"), QStringLiteral("watch")},
+                           {QStringLiteral("name"), name},
+                           {QStringLiteral("label"), labelFor(QStringLiteral("watch"), name)}};
     return out;
 }

@@ -17,6 +17,7 @@
 #include <QVariantMap>
 
 #include <functional>
+#include <optional>
 
 class FeedStore;
 class QTimer;
@@ -67,6 +68,11 @@ class PanelModel : public QObject {
     Q_PROPERTY(bool launchAtLogin READ launchAtLogin NOTIFY launchAtLoginChanged)
     Q_PROPERTY(QString versionText READ versionText CONSTANT)
     Q_PROPERTY(QString siteText READ siteText CONSTANT)
+    // Mute and watch: the settings lists ({kind: token|wallet|watch, name,
+    // label}) and the last mute, undoable for a few seconds ("" when none).
+    Q_PROPERTY(QVariantList mutedList READ mutedList NOTIFY preferencesChanged)
+    Q_PROPERTY(QVariantList watchedList READ watchedList NOTIFY preferencesChanged)
+    Q_PROPERTY(QString undoText READ undoText NOTIFY undoChanged)
 
 public:
     explicit PanelModel(FeedStore *store, QObject *parent = nullptr);
@@ -135,6 +141,23 @@ public:
     Q_INVOKABLE bool setFocusSize(double usd);
     Q_INVOKABLE bool setPaused(bool paused);
     Q_INVOKABLE void setLaunchAtLogin(bool on);
+    // Mute and watch. menuEntries lists what the context menu of one signal
+    // offers ({action, title}, the pending undo first); runMenuAction does one.
+    // kind is "token", "wallet" (muted) or "watch"; names are bare.
+    Q_INVOKABLE QVariantList menuEntries(const QString &id) const;
+    Q_INVOKABLE bool runMenuAction(const QString &id, const QString &action);
+    Q_INVOKABLE bool setListed(const QString &kind, const QString &name, bool on);
+    Q_INVOKABLE bool undoMute();
+    // Menus report being shown; Escape (taken by the window) closes them
+    // first, and dismissMenus says whether there was one.
+    Q_INVOKABLE void menuShown(bool shown);
+    bool dismissMenus();
+    QVariantList mutedList() const;
+    QVariantList watchedList() const;
+    QString undoText() const;
+    static constexpr int undoMs = 6000;
+    QTimer *undoTimer() const { return undoTimer_; }
+
     // Everything the inspector shows for one signal: "state" (details, blank,
     // failed, loading) and, with details, "wallet", "token", "equity", "links".
     Q_INVOKABLE QVariantMap inspector(const QString &id) const;
@@ -162,6 +185,8 @@ Q_SIGNALS:
     void telemetryChanged();
     void detailRevisionChanged();
     void launchAtLoginChanged();
+    void undoChanged();
+    void dismissMenusRequested();
 
 private:
     void rebuildLists();
@@ -185,4 +210,13 @@ private:
     QList<Signal> heroes_;
     SignalListModel *minis_;
     SignalListModel *stream_;
+
+    // The last mute, while it can still be taken back.
+    struct Undo {
+        QString kind;
+        QString name;
+    };
+    std::optional<Undo> undo_;
+    int openMenus_ = 0;
+    QTimer *undoTimer_ = nullptr;
 };

@@ -23,7 +23,7 @@ QHash<int, QByteArray> SignalListModel::roleNames() const
             {TickerRole, "ticker"},     {BodyRole, "body"},     {FigureRole, "figure"},
             {HeadlineRole, "headline"}, {DetailRole, "detail"}, {MetaRole, "meta"},
             {AgeRole, "age"},           {AmountRole, "amount"}, {WinRateRole, "winRate"},
-            {ChartUrlRole, "chartUrl"}};
+            {ChartUrlRole, "chartUrl"}, {WatchedRole, "watched"}};
 }
 
 QString SignalListModel::chartUrl(const QString &id, const FeedStore *store)
@@ -60,6 +60,7 @@ QVariantMap SignalListModel::describe(const Signal &s, double now, const FeedSto
     m[QStringLiteral("winRateText")] =
         hasWinRate ? PanelText::winRatePercent(*s.wallet->winRate) + QStringLiteral(" WR") : QString();
     m[QStringLiteral("chartUrl")] = chartUrl(s.id, store);
+    m[QStringLiteral("watched")] = store && store->isWatched(s);
     return m;
 }
 
@@ -84,6 +85,7 @@ QVariant SignalListModel::data(const QModelIndex &index, int role) const
     case WinRateRole:
         return s.wallet && s.wallet->winRate && std::isfinite(*s.wallet->winRate) ? *s.wallet->winRate : -1.0;
     case ChartUrlRole: return chartUrl(s.id, store_);
+    case WatchedRole: return store_ && store_->isWatched(s);
     default: return {};
     }
 }
@@ -165,4 +167,10 @@ void SignalListModel::detailsChanged()
 {
     if (!signals_.isEmpty())
         Q_EMIT dataChanged(index(0), index(int(signals_.size()) - 1), {ChartUrlRole});
+}
+
+void SignalListModel::watchedChanged()
+{
+    if (!signals_.isEmpty())
+        Q_EMIT dataChanged(index(0), index(int(signals_.size()) - 1), {WatchedRole});
 }

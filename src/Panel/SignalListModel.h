@@ -27,6 +27,7 @@ public:
         AmountRole,
         WinRateRole,
         ChartUrlRole,
+        WatchedRole, // by a wallet the user watches
     };
 
     explicit SignalListModel(const FeedStore *store, QObject *parent = nullptr);
@@ -38,6 +39,7 @@ public:
     void setSignals(const QList<Signal> &signals, double now);
     void setNow(double now); // ages change
     void detailsChanged();   // chart links change
+    void watchedChanged();   // the watch list changed
     int count() const { return int(signals_.size()); }
     const QList<Signal> &signalList() const { return signals_; }
     QStringList ids() const;

@@ -14,6 +14,13 @@
 
 Q_DECLARE_METATYPE(Preferences)
 
+namespace {
+QStringList names(const char *spaced)
+{
+    return QString::fromLatin1(spaced).split(QLatin1Char(' '), Qt::SkipEmptyParts);
+}
+} // namespace
+
 class PreferencesTest : public QObject {
     Q_OBJECT
     QTemporaryDir dir_;
@@ -72,6 +79,29 @@ private Q_SLOTS:
         QTest::newRow("paused 1") << paused << QVariant(1) << isPaused;
         QTest::newRow("paused YES") << paused << QVariant(QStringLiteral("YES")) << isPaused;
         QTest::newRow("paused 0") << paused << QVariant(0) << d;
+
+        // Mute and watch lists: a value of the wrong shape leaves the list
+        // empty; entries that are not names are skipped, the rest kept sorted.
+        const QString tokens = QStringLiteral("mutedTokens"), wallets = QStringLiteral("mutedWallets"),
+                      watched = QStringLiteral("watchedWallets");
+        QTest::newRow("muted tokens with bad entries")
+            << tokens
+            << QVariant(names("WIF $PEPE") + QStringList{QString(), QStringLiteral("two words"),
+                                                        QString(65, u'x'), QStringLiteral("tab\there")} +
+                        names("BONK WIF"))
+            << with([](Preferences &p) { p.mutedTokens = names("BONK WIF"); });
+        QTest::newRow("control character in a handle")
+            << wallets << QVariant(QStringList{QStringLiteral("kai") + QChar(7), QStringLiteral("mo")})
+            << with([](Preferences &p) { p.mutedWallets = names("mo"); });
+        QTest::newRow("muted wallets of another type") << wallets << QVariant(QSize(4, 2)) << d;
+        QTest::newRow("muted tokens a map") << tokens << QVariant(streams({{"WIF", true}})) << d;
+        QTest::newRow("one watched wallet reads back as text")
+            << watched << QVariant(QStringLiteral("kim")) << with([](Preferences &p) { p.watchedWallets = names("kim"); });
+        QStringList many;
+        for (int i = 0; i < 300; ++i)
+            many << QStringLiteral("w%1").arg(i, 3, 10, QLatin1Char('0'));
+        QTest::newRow("too many kept to the bound")
+            << watched << QVariant(many) << with([many](Preferences &p) { p.watchedWallets = many.mid(0, 200); });
     }
     void load()
     {
@@ -97,6 +127,42 @@ private Q_SLOTS:
         a.minTradeUsd = 0.5;
         a.focalUsd = std::numeric_limits<double>::infinity();
         QTest::newRow("all off, fractional, infinite focal") << a;
+        a.mutedTokens = names("BONK WIF");
+        a.mutedWallets = names("kai"); // a list of one is stored as plain text
+        a.watchedWallets = names("a,b kim");
+        QTest::newRow("muted and watched") << a;
+        a.mutedTokens.clear(); // an empty list is stored as nothing at all
+        QTest::newRow("emptied list") << a;
+    }
+
+    void setListed_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<bool>("on");
+        QTest::addColumn<bool>("changed");
+        QTest::addColumn<QStringList>("after");
+        const QStringList start = names("BONK WIF");
+        QTest::newRow("added in order") << "MEW" << true << true << names("BONK MEW WIF");
+        QTest::newRow("already there") << "WIF" << true << false << start;
+        QTest::newRow("removed") << "BONK" << false << true << names("WIF");
+        QTest::newRow("removing a stranger") << "MEW" << false << false << start;
+        QTest::newRow("not a name") << "$MEW" << true << false << start;
+        QTest::newRow("full list") << "full" << true << false << start;
+    }
+    void setListed()
+    {
+        QFETCH(QString, name);
+        QFETCH(bool, on);
+        QFETCH(bool, changed);
+        QFETCH(QStringList, after);
+        QStringList list = names("BONK WIF");
+        if (name == QLatin1String("full")) {
+            while (list.size() < Preferences::maxListed)
+                list << QStringLiteral("z%1").arg(list.size(), 3, 10, QLatin1Char('0'));
+            after = list;
+        }
+        QCOMPARE(Preferences::setListed(list, name, on), changed);
+        QCOMPARE(list, after);
     }
     void roundTrip()
     {

@@ -39,6 +39,11 @@ TwRadar radar(const char *token, qint64 buyers, double firstTs)
     return r;
 }
 
+QStringList names(const char *spaced)
+{
+    return QString::fromLatin1(spaced).split(QLatin1Char(' '), Qt::SkipEmptyParts);
+}
+
 QStringList ids(const QList<Signal> &list)
 {
     QStringList out;
@@ -310,6 +315,102 @@ private Q_SLOTS:
                  (QStringList{QStringLiteral("drop  tw-fill-6 — time out of range"),
                               QStringLiteral("radar entry for VOID has an unusable first_ts; dropped")}));
         QCOMPARE(store().heldCount(), 3);
+    }
+
+    // A muted token or wallet is held and counted in telemetry, but reaches
+    // no published list; unmuting brings back whatever is still held.
+    void muteHidesEverywhere_data()
+    {
+        QTest::addColumn<QStringList>("tokens");
+        QTest::addColumn<QStringList>("wallets");
+        QTest::addColumn<QStringList>("hidden");
+        QTest::newRow("token: its trades and its pile-in")
+            << names("WIF") << QStringList() << names("tw-fill-1 tw-radar-wif-1700000000");
+        QTest::newRow("wallet: its trades on every token")
+            << QStringList() << names("kai") << names("tw-fill-1 tw-fill-3");
+        QTest::newRow("a symbol is matched exactly") << names("wif WI") << names("ka")
+                                                     << QStringList();
+    }
+    void muteHidesEverywhere()
+    {
+        QFETCH(QStringList, tokens);
+        QFETCH(QStringList, wallets);
+        QFETCH(QStringList, hidden);
+        // The same tape into a store that mutes and one that does not.
+        auto *client = new TarnwickClient(QStringLiteral("http://127.0.0.1:9/api"),
+                                          QStringLiteral("ws://127.0.0.1:9/ws"), TarnwickTiming{},
+                                          [this] { return now_; });
+        FeedStore control(client, [this] { return now_; });
+        control.setPreferences(Preferences::defaults());
+        Preferences muted = Preferences::defaults();
+        muted.mutedTokens = tokens;
+        muted.mutedWallets = wallets;
+        store().setPreferences(muted);
+        now_ = T0 + 60;
+        for (FeedStore *s : {&store(), &control}) {
+            s->ingest({fill(1, T0, "kai", "wif", 900000), fill(2, T0 + 1, "mo", "bonk", 5000),
+                       fill(3, T0 + 2, "kai", "pepe", 3000), fill(4, T0 + 3, "jo", "bonk", 2000, "sell")});
+            s->ingest({radar("wif", 9, T0)});
+        }
+        const auto none = [&](const QList<Signal> &list, const char *where) {
+            for (const Signal &sig : list)
+                if (hidden.contains(sig.id))
+                    qWarning("%s still shows %s", where, qPrintable(sig.id));
+            return std::none_of(list.cbegin(), list.cend(), [&](const Signal &sig) { return hidden.contains(sig.id); });
+        };
+        QVERIFY(none(store().signalList(), "published"));
+        QVERIFY(none(store().tickerSignals(), "ticker"));
+        QVERIFY(none(store().visibleSignals(), "visible"));
+        QVERIFY(none(store().heroSignals(), "heroes"));
+        QVERIFY(none(store().streamSignals(), "stream"));
+        QCOMPARE(store().signalList().size(), control.signalList().size() - hidden.size());
+        QCOMPARE(store().count(FeedFilter::all()), control.count(FeedFilter::all()) - int(hidden.size()));
+        QCOMPARE(store().count(FeedFilter::of(SignalKind::spike)),
+                 control.count(FeedFilter::of(SignalKind::spike)) -
+                     int(hidden.filter(QStringLiteral("radar")).size()));
+        // The tape itself is untouched: same fills held, same flow.
+        QCOMPARE(store().heldCount(), control.heldCount());
+        Telemetry seen = store().telemetry();
+        seen.visible = control.telemetry().visible;
+        QCOMPARE(seen, control.telemetry());
+
+        // Unmuted later: what is still held comes back, what expired meanwhile does not.
+        now_ = T0 + 1201; // the pile-in has expired by now
+        store().rebuild();
+        control.rebuild();
+        QVERIFY(store().updatePreferences(Preferences::defaults()));
+        QCOMPARE(ids(store().signalList()), ids(control.signalList()));
+        QCOMPARE(ids(store().tickerSignals()), ids(control.tickerSignals()));
+    }
+
+    // A watched wallet's trade is always in the ticker's rotation, however
+    // small beside the rest, as long as it clears the minimum size.
+    void watchedStayInTheTicker()
+    {
+        QList<TwFill> batch;
+        for (int i = 1; i <= 12; ++i)
+            batch << fill(i, T0 + i, "big", QByteArray::number(i).prepend("t").constData(), 500000);
+        batch << fill(20, T0, "kim", "small", 1200) << fill(21, T0, "kim", "tiny", 800)
+              << fill(22, T0, "lee", "tiny", 1200);
+        now_ = T0 + 30;
+        store().ingest(batch);
+        QVERIFY(!ids(store().tickerSignals()).contains(QStringLiteral("tw-fill-20")));
+
+        Preferences p = store().preferences();
+        p.watchedWallets = {QStringLiteral("kim")};
+        QVERIFY(store().updatePreferences(p));
+        const QStringList ticker = ids(store().tickerSignals());
+        QCOMPARE(ticker.size(), 8);
+        QVERIFY(ticker.contains(QStringLiteral("tw-fill-20")));
+        QVERIFY(!ticker.contains(QStringLiteral("tw-fill-21"))); // under the minimum
+        QVERIFY(!ticker.contains(QStringLiteral("tw-fill-22"))); // not watched
+        QCOMPARE(ticker.last(), QStringLiteral("tw-fill-20"));    // still ranked by score
+        QCOMPARE(store().watchedHandles(), QSet<QString>{QStringLiteral("kim")});
+
+        // Muting beats watching: a muted wallet is never shown.
+        p.mutedWallets = {QStringLiteral("kim")};
+        QVERIFY(store().updatePreferences(p));
+        QVERIFY(!ids(store().tickerSignals()).contains(QStringLiteral("tw-fill-20")));
     }
 
     void liveAgainstTheLocalService()

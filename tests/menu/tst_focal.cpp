@@ -91,6 +91,33 @@ private Q_SLOTS:
         QCOMPARE(d->releasePending(), d->current().has_value());
     }
 
+    // A watched wallet's trade needs no size beyond being published, but focus alerts must be on.
+    void watchedWalletTakesOver_data()
+    {
+        QTest::addColumn<double>("threshold");
+        QTest::addColumn<QString>("watching");
+        QTest::addColumn<bool>("takesOver");
+        QTest::newRow("under the threshold") << 25000.0 << "kim" << true;
+        QTest::newRow("focus alerts off") << 0.0 << "kim" << false;
+        QTest::newRow("another wallet watched") << 25000.0 << "kimber" << false;
+        QTest::newRow("nobody watched") << 25000.0 << "" << false;
+    }
+    void watchedWalletTakesOver()
+    {
+        QFETCH(double, threshold);
+        QFETCH(QString, watching);
+        QFETCH(bool, takesOver);
+        Signal small = trade("w", 1500);
+        small.wallet = WalletRef{QStringLiteral("Addr"), QStringLiteral("@kim"), std::nullopt};
+        QSet<QString> watched;
+        if (!watching.isEmpty())
+            watched.insert(watching);
+        auto d = director();
+        d->consider({}, threshold, watched);
+        d->consider({small}, threshold, watched);
+        QCOMPARE(changes, takesOver ? seq("w") : QStringList());
+    }
+
     void holdEndsTheTakeoverAndReplacementRestartsIt()
     {
         auto d = director(1000);

@@ -13,9 +13,12 @@
 #include <QDeadlineTimer>
 #include <QDir>
 #include <QGuiApplication>
+#include <QQuickItem>
+#include <QQuickWindow>
 #include <QThread>
 #include <QTimer>
 
+#include <algorithm>
 #include <cstdio>
 #include <functional>
 
@@ -39,6 +42,16 @@ void pause(int ms)
 
 QString outDir;
 int failures = 0;
+
+// After a change made between two grabs the software renderer would draw
+// only what changed: hiding and showing the whole scene makes all of it new.
+void repaintAll(OffscreenPanel &panel)
+{
+    QQuickItem *content = panel.window()->contentItem();
+    content->setVisible(false);
+    panel.grab();
+    content->setVisible(true);
+}
 
 void save(OffscreenPanel &panel, const QString &name)
 {
@@ -116,6 +129,70 @@ int main(int argc, char **argv)
 
     panel.open()->setShowSettings(true);
     save(panel, QStringLiteral("settings.png"));
+    {
+        // Both lists filled, the page scrolled down to them.
+        const Preferences before = live.preferences();
+        Preferences listed = before;
+        listed.mutedTokens = {QStringLiteral("BONK"), QStringLiteral("WIF")};
+        listed.mutedWallets = {QStringLiteral("mm_desk")};
+        listed.watchedWallets = {QStringLiteral("ansem"), QStringLiteral("cobie")};
+        live.setPreferences(listed);
+        live.rebuild();
+        panel.open()->setShowSettings(true);
+        panel.grab(); // lays the page out
+        if (auto *flick = panel.rootItem()->findChild<QQuickItem *>(QStringLiteral("settingsFlick"))) {
+            const double end = flick->property("contentHeight").toDouble() - flick->height();
+            flick->setProperty("contentY", std::max(0.0, end));
+        }
+        repaintAll(panel);
+        save(panel, QStringLiteral("settings-muted.png"));
+        live.setPreferences(before);
+        live.rebuild();
+    }
+    {
+        // The context menu of the second stream row, with an undo pending.
+        PanelModel *model = panel.open();
+        panel.grab();
+        QList<QQuickItem *> hooks;
+        std::function<void(QQuickItem *)> collect = [&](QQuickItem *item) {
+            if (item->objectName() == QLatin1String("menuHook") && item->isVisible() && item->width() > 0)
+                hooks << item;
+            for (QQuickItem *child : item->childItems())
+                collect(child);
+        };
+        collect(panel.rootItem());
+        const QList<Signal> stream = model->stream()->signalList();
+        if (stream.size() > 2) {
+            model->runMenuAction(stream.first().id, QStringLiteral("muteToken"));
+            panel.grab();
+            const QString target = model->stream()->signalList().value(1).id;
+            // The top row's wallet watched, to show its mark.
+            if (const auto handle = FeedStore::handleOf(model->stream()->signalList().value(0)))
+                model->setListed(QStringLiteral("watch"), *handle, true);
+            hooks.clear();
+            collect(panel.rootItem());
+            bool shown = false;
+            for (QQuickItem *hook : std::as_const(hooks)) {
+                if (hook->property("signalId").toString() != target)
+                    continue;
+                // Opened after the scene is made new: hiding the scene would close it.
+                repaintAll(panel);
+                QVariant menu;
+                shown = QMetaObject::invokeMethod(hook, "popup", Q_RETURN_ARG(QVariant, menu),
+                                                  Q_ARG(QVariant, 150), Q_ARG(QVariant, 12));
+                pause(250); // the popup finishes opening (and fading in) on the event loop
+                save(panel, QStringLiteral("menu.png"));
+                break;
+            }
+            if (!shown) {
+                std::fprintf(stderr, "panel-render: no menu for %s\n", qUtf8Printable(target));
+                ++failures;
+            }
+            model->undoMute();
+            live.setPreferences(Preferences::defaults());
+            live.rebuild();
+        }
+    }
 
     {
         PanelModel *model = panel.open();

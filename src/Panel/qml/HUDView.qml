@@ -235,6 +235,7 @@ Item {
                     body: model.body
                     figure: model.figure
                     meta: model.meta
+                    watched: model.watched
                 }
             }
             // The same hint at the foot of the list, so a row cut by the band

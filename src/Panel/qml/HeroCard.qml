@@ -168,4 +168,9 @@ Item {
             }
         }
     }
+    SignalMenuHook {
+        anchors.fill: parent
+        signalId: card.signalId
+        selected: card.isOpen
+    }
 }

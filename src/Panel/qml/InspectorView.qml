@@ -137,4 +137,18 @@ Column {
             }
         }
     }
+    // Where no row or card lies over it (the detail card), the inspector
+    // brings up the signal's menu itself.
+    TapHandler {
+        acceptedButtons: Qt.RightButton
+        onTapped: (point) => {
+            if (inspector.signalId === "")
+                return
+            const menu = inspectorMenu.createObject(inspector, { signalId: inspector.signalId,
+                                                                 x: point.position.x, y: point.position.y })
+            menu.closed.connect(menu.destroy)
+            menu.open()
+        }
+    }
+    Component { id: inspectorMenu; SignalMenu {} }
 }

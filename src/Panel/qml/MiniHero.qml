@@ -67,4 +67,9 @@ Item {
         cursorShape: Qt.PointingHandCursor
         onClicked: panel.toggle(mini.signalId)
     }
+    SignalMenuHook {
+        anchors.fill: parent
+        signalId: mini.signalId
+        selected: mini.isOpen
+    }
 }

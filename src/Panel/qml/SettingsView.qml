@@ -47,6 +47,7 @@ Item {
 
     Flickable {
         id: flick
+        objectName: "settingsFlick"
         anchors.top: header.bottom
         anchors.bottom: parent.bottom
         width: parent.width
@@ -125,6 +126,30 @@ Item {
                         subtitle: "The panel keeps updating."
                         on: panel.paused
                         onToggled: (value) => panel.setPaused(value)
+                    }
+                }
+                SettingsSection {
+                    id: listedSection
+                    objectName: "mutedAndWatched"
+                    readonly property var entries: panel.mutedList.concat(panel.watchedList)
+                    title: "MUTED AND WATCHED"
+                    note: entries.length === 0
+                          ? "Right-click a trade to mute its token or wallet, or to watch a wallet."
+                          : "Muted never reach the ticker; watched always do."
+                    width: parent.width
+                    Repeater {
+                        model: listedSection.entries
+                        Column {
+                            width: parent.width
+                            ListedRow {
+                                objectName: "listed-" + modelData.kind + "-" + modelData.name
+                                width: parent.width
+                                label: modelData.label
+                                kind: modelData.kind
+                                onRemoved: panel.setListed(modelData.kind, modelData.name, false)
+                            }
+                            Hairline { visible: index < listedSection.entries.length - 1; width: parent.width }
+                        }
                     }
                 }
             }

@@ -9,6 +9,7 @@ Item {
     property string body: ""
     property string figure: ""
     property string meta: ""
+    property bool watched: false
     readonly property bool isOpen: panel.openId === signalId
     readonly property bool hovering: hover.hovered
     readonly property color accent: hud.kindColour(kind)
@@ -163,5 +164,21 @@ Item {
                 }
             }
         }
+    }
+    // Trades by a watched wallet carry a small mark left of the rule.
+    Rectangle {
+        objectName: "watchedMark"
+        visible: row.watched
+        x: 5
+        y: stack.y + 9 - height / 2
+        width: 5
+        height: 5
+        radius: 2.5
+        color: hud.lark
+    }
+    SignalMenuHook {
+        anchors.fill: parent
+        signalId: row.signalId
+        selected: row.isOpen
     }
 }

@@ -1,0 +1,96 @@
+import QtQuick
+import QtQuick.Controls
+
+// The context menu of one signal: mute its token or wallet, watch its
+// wallet, and for a few seconds after a mute, take it back. What it offers
+// comes from the model; the menu only lays it out and passes the choice on.
+Popup {
+    id: menu
+    objectName: "signalMenuPopup"
+    property string signalId: ""
+    // Re-read when the lists or the pending undo change.
+    readonly property var entries: (panel.undoText, panel.mutedList, panel.watchedList, panel.menuEntries(signalId))
+    property int current: 0
+
+    padding: 5
+    margins: 8
+    modal: false
+    focus: true
+    closePolicy: Popup.CloseOnEscape | Popup.CloseOnPressOutside
+    enter: Transition { enabled: panel.animated; NumberAnimation { property: "opacity"; from: 0; to: 1; duration: 120 } }
+
+    // Counted while shown, so the window's Escape closes the menu, not the panel.
+    property bool counted: false
+    onAboutToShow: { counted = true; panel.menuShown(true) }
+    onAboutToHide: { if (counted) panel.menuShown(false); counted = false }
+    Component.onDestruction: if (counted) panel.menuShown(false)
+    Connections {
+        target: panel
+        function onDismissMenusRequested() { menu.counted = false; menu.close() }
+    }
+
+    function choose(i) {
+        const e = entries[i]
+        if (!e)
+            return
+        // Closed first: a mute takes the row, and the menu with it.
+        const id = signalId
+        close()
+        panel.runMenuAction(id, e.action)
+    }
+
+    background: Rectangle {
+        radius: 9
+        // Opaque: the rows beneath must not read through the entries.
+        color: Qt.tint(hud.plate, hud.float_)
+        border.width: 1
+        border.color: hud.hairlineHot
+    }
+    contentItem: Column {
+        id: column
+        objectName: "signalMenu"
+        readonly property string signalId: menu.signalId
+        focus: true
+        Keys.onUpPressed: menu.current = (menu.current + menu.entries.length - 1) % Math.max(1, menu.entries.length)
+        Keys.onDownPressed: menu.current = (menu.current + 1) % Math.max(1, menu.entries.length)
+        Keys.onReturnPressed: menu.choose(menu.current)
+        Keys.onEnterPressed: menu.choose(menu.current)
+        Repeater {
+            model: menu.entries
+            Item {
+                id: entry
+                objectName: "menu-" + modelData.action
+                readonly property bool undo: modelData.action === "undo"
+                readonly property bool lit: mouse.containsMouse || menu.current === index
+                width: Math.max(178, label.implicitWidth + 24)
+                height: 28
+                Rectangle {
+                    anchors.fill: parent
+                    radius: 6
+                    color: entry.lit ? hud.alpha(hud.raised, 0.95) : "transparent"
+                }
+                Text {
+                    id: label
+                    x: 12
+                    anchors.verticalCenter: parent.verticalCenter
+                    text: modelData.title
+                    textFormat: Text.PlainText
+                    elide: Text.ElideRight
+                    width: Math.min(implicitWidth, 260)
+                    font.family: hud.mono
+                    font.pointSize: 10.5 * hud.pt
+                    font.weight: entry.undo ? Font.DemiBold : Font.Normal
+                    color: entry.undo ? hud.lark : entry.lit ? hud.ink : hud.ink2
+                }
+                MouseArea {
+                    id: mouse
+                    anchors.fill: parent
+                    hoverEnabled: true
+                    cursorShape: Qt.PointingHandCursor
+                    onEntered: menu.current = index
+                    onClicked: menu.choose(index)
+                }
+            }
+        }
+    }
+}
