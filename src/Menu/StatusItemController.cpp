@@ -232,7 +232,11 @@ StatusItemController::StatusItemController(FeedStore *store, QObject *parent) : 
         }
     });
     connect(store_, &FeedStore::heartbeatChanged, view_, &StatusStreamView::ping);
-    focalDirector_->onChange = [this](const std::optional<Signal> &s) { applyFocal(s); };
+    focalDirector_->onChange = [this](const std::optional<Signal> &s) {
+        applyFocal(s);
+        if (s && onTakeover)
+            onTakeover(*s);
+    };
     // No look at the (still empty) list here: the director's first look must be
     // the initial fetch, whose trades never take the strip over.
     render(store_->preferences().paused);

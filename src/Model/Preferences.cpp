@@ -132,6 +132,8 @@ Preferences load(QSettings &settings)
     p.minTradeUsd = amount(settings, "minTradeUsd", 1000);
     p.focalUsd = amount(settings, "focalUsd", 25000);
     p.paused = flag(settings.value(QStringLiteral("paused")));
+    if (settings.contains(QStringLiteral("notifyTakeovers")))
+        p.notifyTakeovers = flag(settings.value(QStringLiteral("notifyTakeovers")));
     return p;
 }
 
@@ -149,6 +151,7 @@ void save(const Preferences &prefs, QSettings &settings)
     settings.setValue(QStringLiteral("minTradeUsd"), prefs.minTradeUsd);
     settings.setValue(QStringLiteral("focalUsd"), prefs.focalUsd);
     settings.setValue(QStringLiteral("paused"), prefs.paused);
+    settings.setValue(QStringLiteral("notifyTakeovers"), prefs.notifyTakeovers);
 }
 
 QString autostartPath()

@@ -12,6 +12,7 @@ struct Preferences {
     double minTradeUsd = 1000;
     bool paused = false;
     double focalUsd = 25000;
+    bool notifyTakeovers = true; // a desktop notification when a trade takes the ticker over
 
     static const Preferences &defaults();
     // A kind missing from the map is shown.

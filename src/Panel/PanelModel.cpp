@@ -573,6 +573,20 @@ bool PanelModel::setPaused(bool paused)
     return store_->updatePreferences(next);
 }
 
+bool PanelModel::notifyTakeovers() const
+{
+    return !store_ || store_->preferences().notifyTakeovers;
+}
+
+bool PanelModel::setNotifyTakeovers(bool on)
+{
+    if (!store_)
+        return false;
+    Preferences next = store_->preferences();
+    next.notifyTakeovers = on;
+    return store_->updatePreferences(next);
+}
+
 void PanelModel::setLaunchAtLogin(bool on)
 {
     if (setLaunchAtLoginHook)

@@ -65,6 +65,7 @@ class PanelModel : public QObject {
     Q_PROPERTY(QVariantList minimumChips READ minimumChips NOTIFY preferencesChanged)
     Q_PROPERTY(QVariantList focusChips READ focusChips NOTIFY preferencesChanged)
     Q_PROPERTY(bool launchAtLogin READ launchAtLogin NOTIFY launchAtLoginChanged)
+    Q_PROPERTY(bool notifyTakeovers READ notifyTakeovers NOTIFY preferencesChanged)
     Q_PROPERTY(QString versionText READ versionText CONSTANT)
     Q_PROPERTY(QString siteText READ siteText CONSTANT)
 
@@ -115,6 +116,7 @@ public:
     QVariantList minimumChips() const;
     QVariantList focusChips() const;
     bool launchAtLogin() const { return launchAtLogin_; }
+    bool notifyTakeovers() const;
     QString versionText() const;
     QString siteText() const { return QStringLiteral("LARKPIN.APP"); }
 
@@ -135,6 +137,7 @@ public:
     Q_INVOKABLE bool setFocusSize(double usd);
     Q_INVOKABLE bool setPaused(bool paused);
     Q_INVOKABLE void setLaunchAtLogin(bool on);
+    Q_INVOKABLE bool setNotifyTakeovers(bool on);
     // Everything the inspector shows for one signal: "state" (details, blank,
     // failed, loading) and, with details, "wallet", "token", "equity", "links".
     Q_INVOKABLE QVariantMap inspector(const QString &id) const;

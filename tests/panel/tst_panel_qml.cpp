@@ -399,6 +399,13 @@ private Q_SLOTS:
         click(visibleNamed(pauseSwitch, QStringLiteral("toggle")).value(0));
         QVERIFY(!store->preferences().paused);
         QCOMPARE(railPause->property("help").toString(), QStringLiteral("Pause ticker"));
+
+        QQuickItem *notifySwitch = on("notifySwitch").value(0);
+        QVERIFY(notifySwitch);
+        QVERIFY(notifySwitch->property("on").toBool()); // on by default
+        click(visibleNamed(notifySwitch, QStringLiteral("toggle")).value(0));
+        QVERIFY(!store->preferences().notifyTakeovers);
+        QVERIFY(!notifySwitch->property("on").toBool());
         click(on("backButton").value(0));
         QVERIFY(!panel->model()->showSettings());
     }

@@ -126,6 +126,15 @@ Item {
                         on: panel.paused
                         onToggled: (value) => panel.setPaused(value)
                     }
+                    Hairline { width: parent.width }
+                    SwitchRow {
+                        objectName: "notifySwitch"
+                        width: parent.width
+                        title: "Notify on focus alerts"
+                        subtitle: "A desktop notification when a trade takes the ticker over."
+                        on: panel.notifyTakeovers
+                        onToggled: (value) => panel.setNotifyTakeovers(value)
+                    }
                 }
             }
             Hairline { width: parent.width }
