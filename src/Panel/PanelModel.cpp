@@ -478,6 +478,14 @@ QVariantMap PanelModel::detailCard() const
     return {};
 }
 
+void PanelModel::setReduceMotion(bool on)
+{
+    if (reduceMotion_ == on)
+        return;
+    reduceMotion_ = on;
+    Q_EMIT animatedChanged();
+}
+
 void PanelModel::setAnimated(bool on)
 {
     if (animated_ == on)

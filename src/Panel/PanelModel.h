@@ -8,6 +8,7 @@
 #include "Model/Clock.h"
 #include "Model/Signal.h"
 #include "Panel/SignalListModel.h"
+#include "Support/ReducedMotion.h"
 
 #include <QColor>
 #include <QObject>
@@ -40,6 +41,8 @@ class PanelModel : public QObject {
     Q_PROPERTY(QVariantMap detailCard READ detailCard NOTIFY detailCardChanged)
     // Off for still pictures: every transition jumps to its end.
     Q_PROPERTY(bool animated READ animated NOTIFY animatedChanged)
+    // The desktop asks for less motion: slides and springs become short fades.
+    Q_PROPERTY(bool reduceMotion READ reduceMotion NOTIFY animatedChanged)
     // Content
     Q_PROPERTY(QVariantList chips READ chips NOTIFY chipsChanged)
     Q_PROPERTY(bool hasHero READ hasHero NOTIFY heroChanged)
@@ -95,6 +98,8 @@ public:
     QVariantMap detailCard() const;
     bool animated() const { return animated_; }
     void setAnimated(bool on);
+    bool reduceMotion() const { return reduceMotion_; }
+    void setReduceMotion(bool on);
     QVariantList chips() const;
     bool hasHero() const { return !heroes_.isEmpty(); }
     QVariantMap hero() const;
@@ -181,6 +186,7 @@ private:
     bool showSettings_ = false;
     bool bloom_ = false;
     bool animated_ = true;
+    bool reduceMotion_ = ReducedMotion::reduced();
     QString detailCardId_;
     bool launchAtLogin_ = false;
     int detailRevision_ = 0;

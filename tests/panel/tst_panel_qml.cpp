@@ -409,6 +409,24 @@ private Q_SLOTS:
         click(on("backButton").value(0));
         QVERIFY(!panel->model()->showSettings());
     }
+
+    // With less motion asked for, the settings page does not slide in: it
+    // stands in place from the first frame and only fades.
+    void settingsFadeWithReducedMotion()
+    {
+        open();
+        panel->model()->setAnimated(true);
+        panel->model()->setReduceMotion(true);
+        click(on("settingsButton").value(0));
+        QVERIFY(QTest::qWaitFor([&] { return !on("settingsView").isEmpty(); }, 1000));
+        QQuickItem *page = on("settingsView").value(0);
+        QCOMPARE(page->x(), 0.0);
+        QVERIFY(QTest::qWaitFor([&] { return page->opacity() == 1.0; }, 2000));
+        click(on("backButton").value(0));
+        QCOMPARE(page->x(), 0.0);
+        QVERIFY(QTest::qWaitFor([&] { return !page->isVisible(); }, 2000));
+        panel->model()->setReduceMotion(false);
+    }
 };
 
 QTEST_MAIN(PanelQmlTest)

@@ -58,7 +58,7 @@ Item {
                     opacity: panel.hasHero ? 1 : 0
                     y: panel.hasHero ? 0 : -14
                     Behavior on opacity { enabled: panel.animated; NumberAnimation { duration: hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: hud.glideCurve } }
-                    Behavior on y { enabled: panel.animated; SpringAnimation { spring: hud.snapSpring; damping: hud.snapDamping; epsilon: 0.25 } }
+                    Behavior on y { enabled: panel.animated && !panel.reduceMotion; SpringAnimation { spring: hud.snapSpring; damping: hud.snapDamping; epsilon: 0.25 } }
                     HeroCard {
                         objectName: "heroCard"
                         width: parent.width
@@ -241,12 +241,13 @@ Item {
         objectName: "settingsView"
         width: parent.width
         height: parent.height
-        visible: panel.showSettings || slide.running
-        x: panel.showSettings ? 0 : width
+        visible: panel.showSettings || slide.running || fade.running
+        // With less motion asked for, the page only fades.
+        x: panel.showSettings || panel.reduceMotion ? 0 : width
         opacity: panel.showSettings ? 1 : 0
         onBack: panel.showSettings = false
-        Behavior on x { enabled: panel.animated; SpringAnimation { id: slide; spring: hud.snapSpring; damping: hud.snapDamping; epsilon: 0.25 } }
-        Behavior on opacity { enabled: panel.animated; NumberAnimation { duration: hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: hud.glideCurve } }
+        Behavior on x { enabled: panel.animated && !panel.reduceMotion; SpringAnimation { id: slide; spring: hud.snapSpring; damping: hud.snapDamping; epsilon: 0.25 } }
+        Behavior on opacity { enabled: panel.animated; NumberAnimation { id: fade; duration: hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: hud.glideCurve } }
         Rectangle {
             anchors.fill: parent
             radius: 14

@@ -138,7 +138,7 @@ Item {
             x: 52
             width: parent.width - x
             height: active && item ? item.implicitHeight + 14 : 0
-            Behavior on height { enabled: panel.animated; SpringAnimation { spring: hud.snapSpring; damping: hud.snapDamping; epsilon: 0.25 } }
+            Behavior on height { enabled: panel.animated && !panel.reduceMotion; SpringAnimation { spring: hud.snapSpring; damping: hud.snapDamping; epsilon: 0.25 } }
             sourceComponent: Item {
                 implicitHeight: inspectorView.implicitHeight
                 InspectorView {

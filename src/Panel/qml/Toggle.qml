@@ -21,7 +21,7 @@ Item {
         y: 2
         x: toggle.on ? toggle.width - width - 2 : 2
         color: toggle.on ? hud.abyss : hud.ink
-        Behavior on x { enabled: panel.animated; SpringAnimation { spring: hud.snapSpring; damping: hud.snapDamping } }
+        Behavior on x { enabled: panel.animated && !panel.reduceMotion; SpringAnimation { spring: hud.snapSpring; damping: hud.snapDamping } }
     }
     MouseArea {
         anchors.fill: parent
