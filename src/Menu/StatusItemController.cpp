@@ -2,6 +2,7 @@
 
 #include "Feed/FeedStore.h"
 #include "Menu/FocalDirector.h"
+#include "Menu/MenuLook.h"
 #include "Menu/Paint.h"
 #include "Menu/StatusStreamView.h"
 
@@ -307,6 +308,7 @@ void StatusItemController::ensureTray()
                 openPanel();
         });
         trayMenu_ = new QMenu();
+        MenuLook::apply(trayMenu_);
         connect(trayMenu_, &QMenu::aboutToShow, this, [this] {
             trayMenu_->clear();
             QMenu *fresh = buildMenu();
@@ -366,6 +368,7 @@ QString StatusItemController::statusLine(LinkState link, int whales, int spikes,
 QMenu *StatusItemController::buildMenu()
 {
     auto *menu = new QMenu();
+    MenuLook::apply(menu);
     const FeedFilter kinds[] = {FeedFilter::of(SignalKind::whale), FeedFilter::of(SignalKind::spike),
                                 FeedFilter::of(SignalKind::stocks)};
     QAction *status = menu->addAction(statusLine(store_->link(), store_->count(kinds[0]),
