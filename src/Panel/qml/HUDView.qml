@@ -9,6 +9,8 @@ Item {
     width: 400
     height: 620
     focus: true
+    Accessible.role: Accessible.Pane
+    Accessible.name: "Larkpin"
     // The last key the panel saw (Escape never gets here: the window takes it).
     property int lastKey: 0
     Keys.onPressed: (event) => { lastKey = event.key }
@@ -137,6 +139,20 @@ Item {
                 model: panel.stream
                 boundsBehavior: Flickable.StopAtBounds
                 cacheBuffer: 200
+                // Tab lands on the stream; Up/Down move through it, Return or
+                // Space opens or closes the current row.
+                activeFocusOnTab: true
+                keyNavigationEnabled: true
+                highlightFollowsCurrentItem: false
+                Accessible.role: Accessible.List
+                Accessible.name: "Stream"
+                Keys.onPressed: (event) => {
+                    if ((event.key === Qt.Key_Return || event.key === Qt.Key_Enter || event.key === Qt.Key_Space)
+                            && currentItem) {
+                        panel.toggle(currentItem.signalId)
+                        event.accepted = true
+                    }
+                }
                 function reveal(row) {
                     if (row >= 0 && row < count)
                         positionViewAtIndex(row, ListView.Beginning)

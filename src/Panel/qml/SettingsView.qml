@@ -164,6 +164,15 @@ Item {
                     Item {
                         id: site
                         objectName: "siteLink"
+                        activeFocusOnTab: true
+                        Accessible.role: Accessible.Link
+                        Accessible.name: panel.siteText
+                        Accessible.focusable: true
+                        Accessible.onPressAction: panel.openSite()
+                        Keys.onReturnPressed: panel.openSite()
+                        Keys.onEnterPressed: panel.openSite()
+                        Keys.onSpacePressed: panel.openSite()
+                        FocusRing { ringRadius: 4 }
                         anchors.verticalCenter: parent.verticalCenter
                         width: siteRow.implicitWidth
                         height: siteRow.implicitHeight + 8

@@ -14,6 +14,13 @@ Item {
     readonly property color accent: hud.kindColour(kind)
 
     implicitHeight: stack.implicitHeight + 16
+    Accessible.role: Accessible.ListItem
+    Accessible.name: [kindName(kind), ticker, body, figure, meta].filter((s) => s !== "").join(", ")
+    Accessible.selectable: true
+    Accessible.selected: isOpen
+    Accessible.onPressAction: panel.toggle(signalId)
+    readonly property bool keyboardCurrent: ListView.isCurrentItem && ListView.view && ListView.view.activeFocus
+    function kindName(k) { return k === "whale" ? "Whale" : k === "spike" ? "Spike" : k === "stocks" ? "Stock" : k }
     opacity: isOpen || hovering ? 1.0 : 0.72
     Behavior on opacity { enabled: panel.animated; NumberAnimation { duration: hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: hud.glideCurve } }
 
@@ -22,6 +29,16 @@ Item {
         anchors.fill: parent
         color: row.isOpen ? hud.alpha(hud.raised, 0.7) : row.hovering ? hud.alpha(hud.raised, 0.45) : "transparent"
         Behavior on color { enabled: panel.animated; ColorAnimation { duration: hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: hud.glideCurve } }
+    }
+    Rectangle {
+        objectName: "focusRing"
+        anchors.fill: parent
+        anchors.margins: 1
+        radius: 4
+        color: "transparent"
+        border.width: 1.5
+        border.color: hud.lark
+        visible: row.keyboardCurrent
     }
 
     Column {
