@@ -1,5 +1,6 @@
 #include "AppDelegate.h"
 
+#include "Desktop/Notifier.h"
 #include "Feed/FeedStore.h"
 #include "Menu/StatusItemController.h"
 #include "Panel/PanelController.h"
@@ -8,6 +9,7 @@
 #include "Support/Log.h"
 
 #include <QCoreApplication>
+#include <QDesktopServices>
 #include <QEventLoop>
 #include <QTimer>
 
@@ -20,6 +22,8 @@ AppDelegate::~AppDelegate()
     applicationWillTerminate();
     // The views observe the store: they go first.
     statusItem_.reset();
+    notifier_.reset();
+    notifications_.reset();
     panel_.reset();
 }
 
@@ -50,6 +54,18 @@ bool AppDelegate::applicationDidFinishLaunching()
     panel_ = std::make_unique<PanelController>(store_.get());
     statusItem_ = std::make_unique<StatusItemController>(store_.get());
     statusItem_->onToggle = [this] { togglePanel(); };
+
+    notifications_ = std::make_unique<FreedesktopNotifications>();
+    notifications_->openUrl = [](const QUrl &url) { QDesktopServices::openUrl(url); };
+    FeedStore *store = store_.get();
+    notifier_ = std::make_unique<TakeoverNotifier>(
+        [store] { return store->preferences().notifyTakeovers; },
+        [store](const QString &id) -> std::optional<QUrl> {
+            const auto it = store->details().constFind(id);
+            return it == store->details().constEnd() ? std::nullopt : it->links.chart;
+        },
+        [this](const DesktopNotification &n) { notifications_->show(n); });
+    statusItem_->onTakeover = [this](const Signal &s) { notifier_->takeover(s); };
     store_->start();
     return true;
 }

@@ -10,6 +10,8 @@
 class FeedStore;
 class PanelController;
 class StatusItemController;
+class TakeoverNotifier;
+class FreedesktopNotifications;
 
 class AppDelegate : public QObject {
     Q_OBJECT
@@ -43,5 +45,7 @@ private:
     std::unique_ptr<FeedStore> store_;
     std::unique_ptr<StatusItemController> statusItem_;
     std::unique_ptr<PanelController> panel_;
+    std::unique_ptr<FreedesktopNotifications> notifications_;
+    std::unique_ptr<TakeoverNotifier> notifier_;
     bool terminated_ = false;
 };

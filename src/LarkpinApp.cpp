@@ -1,20 +1,21 @@
 // Entry point: a top-bar-only application with no main window and no taskbar
-// entry. One instance per user session; a second launch asks the first to open
-// its panel and exits.
+// entry. The command line is read before any application object exists, so
+// --help, --version and the no-display answer work on a bare terminal. One
+// instance per graphical session; a second launch hands its request (open the
+// panel, or quit) to the first and exits.
 
 #include "AppDelegate.h"
 #include "BuildConfig.h"
+#include "Desktop/CommandLine.h"
+#include "Desktop/SingleInstance.h"
 #include "Menu/StatusItemController.h"
 
 #include <QApplication>
-#include <QCryptographicHash>
-#include <QLocalServer>
-#include <QLocalSocket>
 #include <QSocketNotifier>
-#include <QStandardPaths>
 
 #include <csignal>
 #include <cstdio>
+#include <memory>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -27,8 +28,8 @@ void onTerminationSignal(int)
     [[maybe_unused]] auto written = ::write(signalPipe[1], &byte, 1);
 }
 
-// Ctrl-C and SIGTERM end the event loop normally, so the socket still gets
-// its close frame on the way out.
+// Ctrl-C, SIGTERM and SIGHUP (the session ending) end the event loop
+// normally, so the socket still gets its close frame on the way out.
 void installSignalHandlers(QCoreApplication &app)
 {
     if (::socketpair(AF_UNIX, SOCK_STREAM, 0, signalPipe) != 0)
@@ -46,40 +47,82 @@ void installSignalHandlers(QCoreApplication &app)
     action.sa_flags = SA_RESTART;
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGTERM, &action, nullptr);
+    sigaction(SIGHUP, &action, nullptr);
 }
 
-// One instance per user session: keyed by the user and the settings folder,
-// so a test run with its own XDG_CONFIG_HOME never talks to the real app.
-QString instanceName()
+void printLine(FILE *stream, const QString &line)
 {
-    const QByteArray home = QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation).toUtf8();
-    const QByteArray key = QCryptographicHash::hash(home, QCryptographicHash::Sha1).toHex().left(10);
-    return QStringLiteral("larkpin-") + QString::number(::getuid()) + QLatin1Char('-') +
-           QString::fromLatin1(key);
+    std::fprintf(stream, "%s\n", qUtf8Printable(line));
 }
 
-// True when another instance took the request; this process should then exit.
-bool handOverToRunningInstance()
+void describeApplication()
 {
-    QLocalSocket socket;
-    socket.connectToServer(instanceName());
-    if (!socket.waitForConnected(300))
-        return false;
-    socket.write("open\n");
-    socket.waitForBytesWritten(300);
-    socket.disconnectFromServer();
-    return true;
+    QCoreApplication::setOrganizationName(QStringLiteral("Larkpin"));
+    QCoreApplication::setApplicationName(QStringLiteral("Larkpin"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(LARKPIN_VERSION));
+}
+
+// --quit, or --open / a plain launch without a display: only a running
+// instance can act, and no GUI object is needed to reach it.
+int talkToRunningInstance(int argc, char *argv[], const CommandLine::Options &options,
+                          const QProcessEnvironment &env)
+{
+    QCoreApplication core(argc, argv);
+    describeApplication();
+    const SingleInstance instance(env);
+    if (options.quit) {
+        if (instance.send(SingleInstance::Request::Quit)) {
+            std::fprintf(stderr, "[Larkpin] asked the running instance to quit\n");
+            return 0;
+        }
+        std::fprintf(stderr, "larkpin: no running instance in this session\n");
+        return 1;
+    }
+    if (instance.send(SingleInstance::Request::Open)) {
+        std::fprintf(stderr, "[Larkpin] already running; asked it to open its panel\n");
+        return 0;
+    }
+    printLine(stderr, CommandLine::noDisplayMessage());
+    return 1;
 }
 } // namespace
 
 int main(int argc, char *argv[])
 {
-    const bool snapshotMode = qEnvironmentVariableIsSet("LARKPIN_SNAPSHOT");
+    const QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    QStringList arguments;
+    for (int i = 0; i < argc; ++i)
+        arguments << QString::fromLocal8Bit(argv[i]);
+    const CommandLine::Options options = CommandLine::parse(arguments, env);
+
+    switch (options.action) {
+    case CommandLine::Options::Action::Error:
+        std::fprintf(stderr, "larkpin: %s\nTry 'larkpin --help'.\n", qUtf8Printable(options.error));
+        return 2;
+    case CommandLine::Options::Action::Help: {
+        // The help text names the program from the application object.
+        QCoreApplication core(argc, argv);
+        describeApplication();
+        std::fputs(qUtf8Printable(CommandLine::helpText()), stdout);
+        return 0;
+    }
+    case CommandLine::Options::Action::Version:
+        printLine(stdout, CommandLine::versionText());
+        return 0;
+    case CommandLine::Options::Action::Run:
+        break;
+    }
+
+    const bool snapshotMode = options.snapshot;
     if (snapshotMode) {
+        // AppDelegate reads the directory from the environment.
+        qputenv("LARKPIN_SNAPSHOT", options.snapshotDir.toLocal8Bit());
         // Pictures need no screen: render off screen unless told otherwise.
         if (!qEnvironmentVariableIsSet("QT_QPA_PLATFORM"))
             qputenv("QT_QPA_PLATFORM", "offscreen");
     } else {
+        if (options.quit || !CommandLine::hasDisplay(env))
+            return talkToRunningInstance(argc, argv, options, env);
         StatusItemController::preferXcbOnWayland();
         // The strip is a few thousand pixels redrawn a dozen times per flip.
         // Through shared memory every frame ends in a round trip to the X
@@ -90,40 +133,37 @@ int main(int argc, char *argv[])
     }
 
     QApplication app(argc, argv);
-    QApplication::setOrganizationName(QStringLiteral("Larkpin"));
-    QApplication::setApplicationName(QStringLiteral("Larkpin"));
-    QApplication::setApplicationVersion(QStringLiteral(LARKPIN_VERSION));
+    describeApplication();
     QApplication::setDesktopFileName(QStringLiteral("larkpin"));
     QApplication::setQuitOnLastWindowClosed(false);
 
-    QLocalServer instanceServer;
+    std::unique_ptr<SingleInstance> instance;
     if (!snapshotMode) {
-        if (handOverToRunningInstance()) {
+        instance = std::make_unique<SingleInstance>(env);
+        if (instance->send(SingleInstance::Request::Open)) {
             std::fprintf(stderr, "[Larkpin] already running; asked it to open its panel\n");
             return 0;
         }
-        QLocalServer::removeServer(instanceName());
-        instanceServer.setSocketOptions(QLocalServer::UserAccessOption);
-        instanceServer.listen(instanceName());
+        if (!instance->claim() && instance->send(SingleInstance::Request::Open)) {
+            // Another launch won the race for the name between the two steps.
+            std::fprintf(stderr, "[Larkpin] already running; asked it to open its panel\n");
+            return 0;
+        }
     }
 
     installSignalHandlers(app);
 
     AppDelegate delegate;
-    QObject::connect(&instanceServer, &QLocalServer::newConnection, &delegate, [&] {
-        while (QLocalSocket *peer = instanceServer.nextPendingConnection()) {
-            QObject::connect(peer, &QLocalSocket::readyRead, &delegate, [peer, &delegate] {
-                if (peer->readAll().startsWith("open"))
-                    delegate.openPanel();
-                peer->disconnectFromServer();
-            });
-            QObject::connect(peer, &QLocalSocket::disconnected, peer, &QObject::deleteLater);
-        }
-    });
+    if (instance) {
+        instance->onOpen = [&delegate] { delegate.openPanel(); };
+        instance->onQuit = [] { QCoreApplication::quit(); };
+    }
     QObject::connect(&app, &QCoreApplication::aboutToQuit, &delegate,
                      [&delegate] { delegate.applicationWillTerminate(); });
 
     if (!delegate.applicationDidFinishLaunching())
         return 1;
+    if (options.open)
+        delegate.openPanel();
     return app.exec();
 }

@@ -78,6 +78,11 @@ void FeedStore::wireClient()
             return;
         self->log(QStringLiteral("link → ") + LinkStates::caseName(state));
         if (self->link_ != state) {
+            if (state == LinkState::down || state == LinkState::polling)
+                Log::trouble(lcLink(), QStringLiteral("link to the tape service is ") +
+                                         LinkStates::caseName(state) +
+                                         (state == LinkState::polling ? QStringLiteral(": the socket failed, polling")
+                                                                      : QStringLiteral(": retrying")));
             self->link_ = state;
             Q_EMIT self->linkChanged();
         }

@@ -78,6 +78,8 @@ void TarnwickClient::log(const QString &message) const
     // Log::write flattens control characters, so wire text cannot split a line.
     if (verbose_)
         Log::write("tw", message);
+    else if (Log::isTrouble(message))
+        Log::trouble(lcLink(), message); // failures reach the journal without the trace
 }
 
 // MARK: REST

@@ -2,6 +2,7 @@
 
 #include "Feed/FeedStore.h"
 #include "Menu/FocalDirector.h"
+#include "Menu/MenuLook.h"
 #include "Menu/Paint.h"
 #include "Menu/StatusStreamView.h"
 
@@ -233,7 +234,11 @@ StatusItemController::StatusItemController(FeedStore *store, QObject *parent) : 
         }
     });
     connect(store_, &FeedStore::heartbeatChanged, view_, &StatusStreamView::ping);
-    focalDirector_->onChange = [this](const std::optional<Signal> &s) { applyFocal(s); };
+    focalDirector_->onChange = [this](const std::optional<Signal> &s) {
+        applyFocal(s);
+        if (s && onTakeover)
+            onTakeover(*s);
+    };
     // No look at the (still empty) list here: the director's first look must be
     // the initial fetch, whose trades never take the strip over.
     render(store_->preferences().paused);
@@ -304,6 +309,7 @@ void StatusItemController::ensureTray()
                 openPanel();
         });
         trayMenu_ = new QMenu();
+        MenuLook::apply(trayMenu_);
         connect(trayMenu_, &QMenu::aboutToShow, this, [this] {
             trayMenu_->clear();
             QMenu *fresh = buildMenu();
@@ -363,6 +369,7 @@ QString StatusItemController::statusLine(LinkState link, int whales, int spikes,
 QMenu *StatusItemController::buildMenu()
 {
     auto *menu = new QMenu();
+    MenuLook::apply(menu);
     const FeedFilter kinds[] = {FeedFilter::of(SignalKind::whale), FeedFilter::of(SignalKind::spike),
                                 FeedFilter::of(SignalKind::stocks)};
     QAction *status = menu->addAction(statusLine(store_->link(), store_->count(kinds[0]),

@@ -38,6 +38,8 @@ public:
     ~StatusItemController() override;
 
     std::function<void()> onToggle;
+    // A signal just took the ticker over (the notifier listens).
+    std::function<void(const Signal &)> onTakeover;
 
     void render(bool paused);
     void applyFocal(const std::optional<Signal> &signal);

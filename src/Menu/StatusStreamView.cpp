@@ -2,6 +2,7 @@
 
 #include "Menu/Paint.h"
 #include "Support/Format.h"
+#include "Support/ReducedMotion.h"
 
 #include <QPainter>
 #include <QTimer>
@@ -111,7 +112,7 @@ double devicePixelRatioOf(const QPainter &p)
 }
 } // namespace
 
-StatusStreamView::StatusStreamView(QWidget *parent) : QWidget(parent)
+StatusStreamView::StatusStreamView(QWidget *parent) : QWidget(parent), reduceMotion_(ReducedMotion::reduced())
 {
     setAttribute(Qt::WA_TransparentForMouseEvents); // clicks belong to the strip
     clock_.start();
@@ -199,9 +200,15 @@ void StatusStreamView::flip()
     redrawRow(true);
 }
 
+void StatusStreamView::setReduceMotion(bool on)
+{
+    reduceMotion_ = on;
+    QWidget::update();
+}
+
 void StatusStreamView::redrawRow(bool animated)
 {
-    if (animated) {
+    if (animated && !reduceMotion_) {
         flipStarted_ = now();
         pump(flipDuration + 0.08);
     } else {
@@ -271,7 +278,7 @@ void StatusStreamView::snap(const std::optional<Focal> &focal)
     pump(0.75);
     // The figure counts up faster than the pump draws: its own 60 Hz ticks,
     // only for as long as it rolls.
-    if (focal->usd)
+    if (focal->usd && !reduceMotion_)
         rollTimer_->start();
     QWidget::update();
 }
@@ -303,6 +310,8 @@ void StatusStreamView::detachBlurAfterFade()
 
 double StatusStreamView::laneMixAt(double t) const
 {
+    if (reduceMotion_)
+        return laneMixTo_;
     const double k = easeInOut((t - laneMixStarted_) / laneFade);
     return laneMixFrom_ + (laneMixTo_ - laneMixFrom_) * k;
 }
@@ -475,7 +484,11 @@ void StatusStreamView::paintFocal(QPainter &p, const QSizeF &size, double t) con
         return;
     const double h = size.height();
     double opacity, scaleBy = 1, dy = 0;
-    if (focal_) {
+    if (reduceMotion_ && !focal_)
+        return; // gone at once
+    if (focal_ && reduceMotion_) {
+        opacity = 1; // the landed frame from the start
+    } else if (focal_) {
         const double since = t - rollStarted_;
         opacity = replaced_ ? 1 : std::clamp(since / focalFadeIn, 0.0, 1.0);
         if (replaced_)
@@ -491,7 +504,8 @@ void StatusStreamView::paintFocal(QPainter &p, const QSizeF &size, double t) con
     // The figure counts up to the trade's size, keeping the size's own shape.
     std::optional<QString> figure;
     if (shown->usd) {
-        const double k = 1 - std::pow(1 - std::clamp((t - rollStarted_) / rollDuration, 0.0, 1.0), 3);
+        const double k = reduceMotion_ ? 1.0
+                                       : 1 - std::pow(1 - std::clamp((t - rollStarted_) / rollDuration, 0.0, 1.0), 3);
         figure = Format::usd(*shown->usd * (focal_ ? k : 1.0), *shown->usd);
     }
     const double scale = devicePixelRatioOf(p);

@@ -49,6 +49,11 @@ public:
     void redrawRow(bool animated);
     void setDark(bool dark);
     bool isDark() const { return dark_; }
+    // Less motion, as the desktop asks: rows flip without sliding, a takeover
+    // stands at its final frame at once (no entrance, no growing blur, no
+    // counting figure). Starts from the desktop's setting.
+    void setReduceMotion(bool on);
+    bool reduceMotion() const { return reduceMotion_; }
     void ping();
     void flip();
 
@@ -99,6 +104,7 @@ private:
     std::optional<StreamSegment> flipFrom_;
     bool paused_ = false;
     bool dark_ = true;
+    bool reduceMotion_ = false;
     LinkState link_ = LinkState::connecting;
     double flipStarted_ = -10;
     double pingStarted_ = -10;

@@ -192,6 +192,8 @@ Preferences load(QSettings &settings)
     p.mutedTokens = nameList(settings.value(QStringLiteral("mutedTokens")));
     p.mutedWallets = nameList(settings.value(QStringLiteral("mutedWallets")));
     p.watchedWallets = nameList(settings.value(QStringLiteral("watchedWallets")));
+    if (settings.contains(QStringLiteral("notifyTakeovers")))
+        p.notifyTakeovers = flag(settings.value(QStringLiteral("notifyTakeovers")));
     return p;
 }
 
@@ -213,6 +215,7 @@ void save(const Preferences &prefs, QSettings &settings)
     settings.setValue(QStringLiteral("mutedTokens"), prefs.mutedTokens);
     settings.setValue(QStringLiteral("mutedWallets"), prefs.mutedWallets);
     settings.setValue(QStringLiteral("watchedWallets"), prefs.watchedWallets);
+    settings.setValue(QStringLiteral("notifyTakeovers"), prefs.notifyTakeovers);
 }
 
 QString autostartPath()

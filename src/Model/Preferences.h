@@ -15,6 +15,7 @@ struct Preferences {
     double minTradeUsd = 1000;
     bool paused = false;
     double focalUsd = 25000;
+    bool notifyTakeovers = true; // a desktop notification when a trade takes the ticker over
 
     // Mute and watch. Tokens by symbol (no "$"), wallets by handle (no "@");
     // each list sorted, without repeats, at most maxListed entries.

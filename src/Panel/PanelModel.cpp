@@ -494,6 +494,14 @@ QVariantMap PanelModel::detailCard() const
     return {};
 }
 
+void PanelModel::setReduceMotion(bool on)
+{
+    if (reduceMotion_ == on)
+        return;
+    reduceMotion_ = on;
+    Q_EMIT animatedChanged();
+}
+
 void PanelModel::setAnimated(bool on)
 {
     if (animated_ == on)
@@ -590,6 +598,20 @@ bool PanelModel::setPaused(bool paused)
         return false;
     Preferences next = store_->preferences();
     next.paused = paused;
+    return store_->updatePreferences(next);
+}
+
+bool PanelModel::notifyTakeovers() const
+{
+    return !store_ || store_->preferences().notifyTakeovers;
+}
+
+bool PanelModel::setNotifyTakeovers(bool on)
+{
+    if (!store_)
+        return false;
+    Preferences next = store_->preferences();
+    next.notifyTakeovers = on;
     return store_->updatePreferences(next);
 }
 

@@ -8,6 +8,7 @@
 #include "Model/Clock.h"
 #include "Model/Signal.h"
 #include "Panel/SignalListModel.h"
+#include "Support/ReducedMotion.h"
 
 #include <QColor>
 #include <QObject>
@@ -41,6 +42,8 @@ class PanelModel : public QObject {
     Q_PROPERTY(QVariantMap detailCard READ detailCard NOTIFY detailCardChanged)
     // Off for still pictures: every transition jumps to its end.
     Q_PROPERTY(bool animated READ animated NOTIFY animatedChanged)
+    // The desktop asks for less motion: slides and springs become short fades.
+    Q_PROPERTY(bool reduceMotion READ reduceMotion NOTIFY animatedChanged)
     // Content
     Q_PROPERTY(QVariantList chips READ chips NOTIFY chipsChanged)
     Q_PROPERTY(bool hasHero READ hasHero NOTIFY heroChanged)
@@ -66,6 +69,7 @@ class PanelModel : public QObject {
     Q_PROPERTY(QVariantList minimumChips READ minimumChips NOTIFY preferencesChanged)
     Q_PROPERTY(QVariantList focusChips READ focusChips NOTIFY preferencesChanged)
     Q_PROPERTY(bool launchAtLogin READ launchAtLogin NOTIFY launchAtLoginChanged)
+    Q_PROPERTY(bool notifyTakeovers READ notifyTakeovers NOTIFY preferencesChanged)
     Q_PROPERTY(QString versionText READ versionText CONSTANT)
     Q_PROPERTY(QString siteText READ siteText CONSTANT)
     // Mute and watch: the settings lists ({kind: token|wallet|watch, name,
@@ -100,6 +104,8 @@ public:
     QVariantMap detailCard() const;
     bool animated() const { return animated_; }
     void setAnimated(bool on);
+    bool reduceMotion() const { return reduceMotion_; }
+    void setReduceMotion(bool on);
     QVariantList chips() const;
     bool hasHero() const { return !heroes_.isEmpty(); }
     QVariantMap hero() const;
@@ -121,6 +127,7 @@ public:
     QVariantList minimumChips() const;
     QVariantList focusChips() const;
     bool launchAtLogin() const { return launchAtLogin_; }
+    bool notifyTakeovers() const;
     QString versionText() const;
     QString siteText() const { return QStringLiteral("LARKPIN.APP"); }
 
@@ -158,6 +165,7 @@ public:
     static constexpr int undoMs = 6000;
     QTimer *undoTimer() const { return undoTimer_; }
 
+    Q_INVOKABLE bool setNotifyTakeovers(bool on);
     // Everything the inspector shows for one signal: "state" (details, blank,
     // failed, loading) and, with details, "wallet", "token", "equity", "links".
     Q_INVOKABLE QVariantMap inspector(const QString &id) const;
@@ -203,6 +211,7 @@ private:
     bool showSettings_ = false;
     bool bloom_ = false;
     bool animated_ = true;
+    bool reduceMotion_ = ReducedMotion::reduced();
     QString detailCardId_;
     bool launchAtLogin_ = false;
     int detailRevision_ = 0;

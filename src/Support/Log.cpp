@@ -1,8 +1,14 @@
 #include "Support/Log.h"
 
+#include <QDateTime>
+#include <QHash>
+#include <QMutex>
 #include <QTime>
 
 #include <unistd.h>
+
+Q_LOGGING_CATEGORY(lcLink, "larkpin.link", QtWarningMsg)
+Q_LOGGING_CATEGORY(lcInput, "larkpin.input", QtWarningMsg)
 
 namespace Log {
 
@@ -36,6 +42,40 @@ void write(const char *tag, const QString &message)
             break;
         done += n;
     }
+}
+
+bool isTrouble(const QString &traceLine)
+{
+    return traceLine.contains(QLatin1String("FAILED")) || traceLine.contains(QLatin1String("UNDECODABLE")) ||
+           traceLine.contains(QLatin1String(" over "));
+}
+
+void trouble(const QLoggingCategory &category, const QString &message)
+{
+    if (enabledByEnvironment() || !category.isWarningEnabled())
+        return;
+    struct Window {
+        qint64 start = 0;
+        int count = 0;
+    };
+    static QMutex lock;
+    static QHash<QByteArray, Window> windows;
+    const QMutexLocker locked(&lock);
+    Window &w = windows[QByteArray(category.categoryName())];
+    const qint64 now = QDateTime::currentMSecsSinceEpoch();
+    if (now - w.start >= 60000)
+        w = Window{now, 0};
+    if (++w.count > troubleBurst + 1)
+        return;
+    if (w.count == troubleBurst + 1) {
+        QMessageLogger(nullptr, 0, nullptr, category.categoryName()).warning().noquote()
+            << "more of the same in the next minute held back";
+        return;
+    }
+    // The same flattening as the trace: a line of wire text stays one line.
+    QString flat = formatLine("", message, QString());
+    flat = flat.mid(4).chopped(1); // drop the empty clock and " [] ", and the newline
+    QMessageLogger(nullptr, 0, nullptr, category.categoryName()).warning().noquote() << flat;
 }
 
 } // namespace Log

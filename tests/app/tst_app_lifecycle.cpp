@@ -1,27 +1,42 @@
 // The real larkpin binary in normal mode (off screen): one instance per
-// session, and quitting closes the feed socket with 1001 before it exits.
+// graphical session over a private D-Bus session bus (and over the local
+// socket when there is no bus), --open/--quit reaching the running instance,
+// and SIGTERM/SIGHUP/--quit all closing the feed socket with 1001 before exit 0.
 
 #include "TarnwickSim.h"
 
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
 #include <QDir>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QTest>
 
 #include <csignal>
+#include <memory>
 
 class AppLifecycle : public QObject {
     Q_OBJECT
 
     QTemporaryDir home_;
+    QProcess bus_;
+    QString busAddress_;
+    std::unique_ptr<tarnwick::SimServer> sim_;
 
-    QProcessEnvironment environment(quint16 port) const
+    // display: the session the launch belongs to (the app runs off screen, so
+    // DISPLAY only keys the instance). busAddress empty: no session bus at all.
+    QProcessEnvironment environment(const QString &display, const QString &busAddress) const
     {
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(QStringLiteral("LARKPIN_SERVICE"), QStringLiteral("127.0.0.1:") + QString::number(port));
+        env.insert(QStringLiteral("LARKPIN_SERVICE"), QStringLiteral("127.0.0.1:") + QString::number(sim_->port()));
         env.remove(QStringLiteral("LARKPIN_SNAPSHOT"));
         env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
         env.insert(QStringLiteral("XDG_CONFIG_HOME"), home_.path());
+        env.insert(QStringLiteral("DISPLAY"), display);
+        env.remove(QStringLiteral("WAYLAND_DISPLAY"));
+        env.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"),
+                   busAddress.isEmpty() ? QStringLiteral("unix:path=") + home_.filePath(QStringLiteral("no-bus"))
+                                        : busAddress);
         return env;
     }
 
@@ -30,38 +45,131 @@ class AppLifecycle : public QObject {
         return QDir(qEnvironmentVariable("LARKPIN_BIN_DIR")).filePath(QStringLiteral("larkpin"));
     }
 
+    // Runs a short-lived launch to the end; returns its exit code, stderr in *err.
+    int runToEnd(const QProcessEnvironment &env, const QStringList &args, QString *err)
+    {
+        QProcess p;
+        p.setProcessEnvironment(env);
+        p.start(binary(), args);
+        if (!p.waitForFinished(10000)) {
+            p.kill();
+            p.waitForFinished();
+            return -1;
+        }
+        *err = QString::fromUtf8(p.readAllStandardError());
+        return p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
+    }
+
+    bool startFirst(QProcess &first, const QProcessEnvironment &env, int handshakes)
+    {
+        first.setProcessEnvironment(env);
+        first.start(binary(), {});
+        return first.waitForStarted(5000) &&
+               QTest::qWaitFor([&] { return sim_->handshakesCompleted() >= handshakes; }, 20000);
+    }
+
+    bool endedCleanly(QProcess &p)
+    {
+        return QTest::qWaitFor([&] { return p.state() == QProcess::NotRunning; }, 10000) &&
+               p.exitStatus() == QProcess::NormalExit && p.exitCode() == 0;
+    }
+
+    QStringList larkpinNamesOnBus() const
+    {
+        QDBusConnection probe = QDBusConnection::connectToBus(busAddress_, QStringLiteral("probe"));
+        QStringList names;
+        if (probe.isConnected())
+            for (const QString &n : probe.interface()->registeredServiceNames().value())
+                if (n.startsWith(QLatin1String("org.larkpin.Larkpin.")))
+                    names << n;
+        return names;
+    }
+
 private Q_SLOTS:
-    void secondLaunchHandsOverAndQuitClosesTheSocket()
+    void initTestCase()
     {
         QVERIFY(home_.isValid());
+        bus_.start(QStringLiteral("dbus-daemon"), {QStringLiteral("--session"), QStringLiteral("--nofork"),
+                                                   QStringLiteral("--print-address")});
+        if (!bus_.waitForStarted(5000))
+            QSKIP("dbus-daemon is not installed; the D-Bus cases need a private session bus");
+        QVERIFY(QTest::qWaitFor([&] { return bus_.canReadLine(); }, 5000));
+        busAddress_ = QString::fromUtf8(bus_.readLine()).trimmed();
+        QVERIFY(!busAddress_.isEmpty());
+    }
+
+    void init()
+    {
         tarnwick::SimOptions options;
         options.port = 0;
         options.ratePerMinute = 60;
-        tarnwick::SimServer sim(options);
+        sim_ = std::make_unique<tarnwick::SimServer>(options);
         QString error;
-        QVERIFY2(sim.start(&error), qPrintable(error));
+        QVERIFY2(sim_->start(&error), qPrintable(error));
+    }
 
+    void cleanup() { sim_.reset(); }
+
+    void cleanupTestCase()
+    {
+        bus_.terminate();
+        bus_.waitForFinished(3000);
+    }
+
+    // The same session, reached over the bus or, without one, the local
+    // socket: the second launch hands over and never goes on the wire.
+    void secondLaunchHandsOver_data()
+    {
+        QTest::addColumn<bool>("withBus");
+        QTest::newRow("session bus") << true;
+        QTest::newRow("no bus: local socket") << false;
+    }
+    void secondLaunchHandsOver()
+    {
+        QFETCH(bool, withBus);
+        const QProcessEnvironment env = environment(QStringLiteral(":51"), withBus ? busAddress_ : QString());
         QProcess first;
-        first.setProcessEnvironment(environment(sim.port()));
-        first.start(binary(), {});
-        QVERIFY(first.waitForStarted(5000));
-        QVERIFY2(QTest::qWaitFor([&] { return sim.handshakesCompleted() >= 1; }, 20000),
-                 qPrintable(QString::fromUtf8(first.readAllStandardError())));
+        QVERIFY2(startFirst(first, env, 1), qPrintable(QString::fromUtf8(first.readAllStandardError())));
+        if (withBus)
+            QVERIFY(QTest::qWaitFor([&] { return larkpinNamesOnBus().size() == 1; }, 5000));
 
-        QProcess second;
-        second.setProcessEnvironment(environment(sim.port()));
-        second.start(binary(), {});
-        QVERIFY(QTest::qWaitFor([&] { return second.state() == QProcess::NotRunning; }, 10000));
-        QCOMPARE(second.exitCode(), 0);
-        QVERIFY(QString::fromUtf8(second.readAllStandardError()).contains(QStringLiteral("already running")));
+        QString err;
+        QCOMPARE(runToEnd(env, {}, &err), 0);
+        QVERIFY2(err.contains(QStringLiteral("already running")), qPrintable(err));
+        QCOMPARE(runToEnd(env, {QStringLiteral("--open")}, &err), 0);
+        QVERIFY2(err.contains(QStringLiteral("already running")), qPrintable(err));
         QCOMPARE(first.state(), QProcess::Running);
-        QCOMPARE(sim.handshakesCompleted(), 1); // the second never went on the wire
+        QCOMPARE(sim_->handshakesCompleted(), 1);
+
+        // --quit goes through the same door and ends it the graceful way.
+        QCOMPARE(runToEnd(env, {QStringLiteral("--quit")}, &err), 0);
+        QVERIFY(endedCleanly(first));
+        QVERIFY(QTest::qWaitFor([&] { return sim_->closeCodesReceived().contains(1001); }, 3000));
+        if (withBus)
+            QVERIFY(QTest::qWaitFor([&] { return larkpinNamesOnBus().isEmpty(); }, 5000));
+
+        // Nothing left to quit.
+        QCOMPARE(runToEnd(env, {QStringLiteral("--quit")}, &err), 1);
+        QVERIFY2(err.contains(QStringLiteral("no running instance")), qPrintable(err));
+    }
+
+    // A launch on another display of the same user (same bus, same settings)
+    // is another session: it runs its own instance. Each ends on a signal
+    // (SIGTERM, and SIGHUP as at logout) with its close frame and exit 0.
+    void otherDisplayRunsItsOwnInstance()
+    {
+        QProcess first, second;
+        QVERIFY(startFirst(first, environment(QStringLiteral(":51"), busAddress_), 1));
+        QVERIFY2(startFirst(second, environment(QStringLiteral(":52.0"), busAddress_), 2),
+                 qPrintable(QString::fromUtf8(second.readAllStandardError())));
+        QCOMPARE(first.state(), QProcess::Running);
+        QCOMPARE(larkpinNamesOnBus().size(), 2);
 
         ::kill(pid_t(first.processId()), SIGTERM);
-        QVERIFY(QTest::qWaitFor([&] { return first.state() == QProcess::NotRunning; }, 10000));
-        QCOMPARE(first.exitStatus(), QProcess::NormalExit);
-        QCOMPARE(first.exitCode(), 0);
-        QVERIFY(QTest::qWaitFor([&] { return sim.closeCodesReceived().contains(1001); }, 3000));
+        ::kill(pid_t(second.processId()), SIGHUP);
+        QVERIFY(endedCleanly(first));
+        QVERIFY(endedCleanly(second));
+        QVERIFY(QTest::qWaitFor([&] { return sim_->closeCodesReceived().count(1001) == 2; }, 3000));
     }
 };
 

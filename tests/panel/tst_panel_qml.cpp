@@ -440,9 +440,17 @@ private Q_SLOTS:
         click(visibleNamed(pauseSwitch, QStringLiteral("toggle")).value(0));
         QVERIFY(!store->preferences().paused);
         QCOMPARE(railPause->property("help").toString(), QStringLiteral("Pause ticker"));
+
+        QQuickItem *notifySwitch = on("notifySwitch").value(0);
+        QVERIFY(notifySwitch);
+        QVERIFY(notifySwitch->property("on").toBool()); // on by default
+        click(visibleNamed(notifySwitch, QStringLiteral("toggle")).value(0));
+        QVERIFY(!store->preferences().notifyTakeovers);
+        QVERIFY(!notifySwitch->property("on").toBool());
         click(on("backButton").value(0));
         QVERIFY(!panel->model()->showSettings());
     }
+
     // New signals arrive in sight at the top of a list left at its top, even
     // when a change removes and adds rows at once; a list the user scrolled
     // keeps the row they were reading.
@@ -725,6 +733,24 @@ private Q_SLOTS:
         QVERIFY2(alphaAt(midX, below + 2) > alphaAt(midX, below + m - 3), "the shadow fades outwards");
         QVERIFY(alphaAt(midX, below + 2) > 20);
         QCOMPARE(alphaAt(0, 0), 0);
+    }
+
+    // With less motion asked for, the settings page does not slide in: it
+    // stands in place from the first frame and only fades.
+    void settingsFadeWithReducedMotion()
+    {
+        open();
+        panel->model()->setAnimated(true);
+        panel->model()->setReduceMotion(true);
+        click(on("settingsButton").value(0));
+        QVERIFY(QTest::qWaitFor([&] { return !on("settingsView").isEmpty(); }, 1000));
+        QQuickItem *page = on("settingsView").value(0);
+        QCOMPARE(page->x(), 0.0);
+        QVERIFY(QTest::qWaitFor([&] { return page->opacity() == 1.0; }, 2000));
+        click(on("backButton").value(0));
+        QCOMPARE(page->x(), 0.0);
+        QVERIFY(QTest::qWaitFor([&] { return !page->isVisible(); }, 2000));
+        panel->model()->setReduceMotion(false);
     }
 };
 

@@ -12,6 +12,17 @@ Item {
 
     implicitWidth: fills ? row.implicitWidth : row.implicitWidth + 22
     implicitHeight: row.implicitHeight + 14
+    activeFocusOnTab: visible && enabled
+    Accessible.role: Accessible.Button
+    Accessible.name: title
+    Accessible.focusable: true
+    Accessible.onPressAction: action.clicked()
+    Keys.onPressed: (event) => {
+        if (event.key === Qt.Key_Return || event.key === Qt.Key_Enter || event.key === Qt.Key_Space) {
+            action.clicked()
+            event.accepted = true
+        }
+    }
 
     Rectangle {
         anchors.fill: parent
@@ -44,6 +55,7 @@ Item {
             colour: action.primary ? hud.abyss : action.accent
         }
     }
+    FocusRing {}
     MouseArea {
         id: mouse
         anchors.fill: parent

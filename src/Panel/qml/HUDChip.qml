@@ -10,6 +10,19 @@ Item {
 
     implicitWidth: row.implicitWidth + 18
     implicitHeight: row.implicitHeight + 10
+    activeFocusOnTab: visible && enabled
+    Accessible.role: Accessible.RadioButton
+    Accessible.name: trailing !== "" ? label + " " + trailing : label
+    Accessible.checkable: true
+    Accessible.checked: selected
+    Accessible.focusable: true
+    Accessible.onPressAction: chip.clicked()
+    Keys.onPressed: (event) => {
+        if (event.key === Qt.Key_Return || event.key === Qt.Key_Enter || event.key === Qt.Key_Space) {
+            chip.clicked()
+            event.accepted = true
+        }
+    }
 
     Rectangle {
         anchors.fill: parent
@@ -42,6 +55,7 @@ Item {
             opacity: 0.5
         }
     }
+    FocusRing {}
     MouseArea {
         id: mouse
         anchors.fill: parent

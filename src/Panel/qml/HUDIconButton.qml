@@ -10,6 +10,17 @@ Item {
 
     implicitWidth: 24
     implicitHeight: 24
+    activeFocusOnTab: visible && enabled
+    Accessible.role: Accessible.Button
+    Accessible.name: help !== "" ? help : systemName
+    Accessible.focusable: true
+    Accessible.onPressAction: button.clicked()
+    Keys.onPressed: (event) => {
+        if (event.key === Qt.Key_Return || event.key === Qt.Key_Enter || event.key === Qt.Key_Space) {
+            button.clicked()
+            event.accepted = true
+        }
+    }
 
     Rectangle {
         anchors.fill: parent
@@ -25,6 +36,7 @@ Item {
         size: 10.5
         colour: button.active ? hud.lark : button.hovering ? hud.ink : hud.ink2
     }
+    FocusRing { ringRadius: button.width / 2 - 2 }
     MouseArea {
         id: mouse
         anchors.fill: parent

@@ -9,6 +9,8 @@ Item {
     width: 400
     height: 620
     focus: true
+    Accessible.role: Accessible.Pane
+    Accessible.name: "Larkpin"
     // The last key the panel saw (Escape never gets here: the window takes it).
     property int lastKey: 0
     Keys.onPressed: (event) => { lastKey = event.key }
@@ -87,7 +89,7 @@ Item {
                     opacity: panel.hasHero ? 1 : 0
                     y: panel.hasHero ? 0 : -14
                     Behavior on opacity { enabled: panel.animated; NumberAnimation { duration: hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: hud.glideCurve } }
-                    Behavior on y { enabled: panel.animated; SpringAnimation { spring: hud.snapSpring; damping: hud.snapDamping; epsilon: 0.25 } }
+                    Behavior on y { enabled: panel.animated && !panel.reduceMotion; SpringAnimation { spring: hud.snapSpring; damping: hud.snapDamping; epsilon: 0.25 } }
                     HeroCard {
                         objectName: "heroCard"
                         width: parent.width
@@ -224,6 +226,20 @@ Item {
                     if (target !== contentY)
                         contentY = target
                 }
+                // Tab lands on the stream; Up/Down move through it, Return or
+                // Space opens or closes the current row.
+                activeFocusOnTab: true
+                keyNavigationEnabled: true
+                highlightFollowsCurrentItem: false
+                Accessible.role: Accessible.List
+                Accessible.name: "Stream"
+                Keys.onPressed: (event) => {
+                    if ((event.key === Qt.Key_Return || event.key === Qt.Key_Enter || event.key === Qt.Key_Space)
+                            && currentItem) {
+                        panel.toggle(currentItem.signalId)
+                        event.accepted = true
+                    }
+                }
                 delegate: StreamRow {
                     id: streamRow
                     onIsOpenChanged: if (isOpen) Qt.callLater(stream.keepInView, streamRow)
@@ -326,12 +342,13 @@ Item {
         objectName: "settingsView"
         width: parent.width
         height: parent.height
-        visible: panel.showSettings || slide.running
-        x: panel.showSettings ? 0 : width
+        visible: panel.showSettings || slide.running || fade.running
+        // With less motion asked for, the page only fades.
+        x: panel.showSettings || panel.reduceMotion ? 0 : width
         opacity: panel.showSettings ? 1 : 0
         onBack: panel.showSettings = false
-        Behavior on x { enabled: panel.animated; SpringAnimation { id: slide; spring: hud.snapSpring; damping: hud.snapDamping; epsilon: 0.25 } }
-        Behavior on opacity { enabled: panel.animated; NumberAnimation { duration: hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: hud.glideCurve } }
+        Behavior on x { enabled: panel.animated && !panel.reduceMotion; SpringAnimation { id: slide; spring: hud.snapSpring; damping: hud.snapDamping; epsilon: 0.25 } }
+        Behavior on opacity { enabled: panel.animated; NumberAnimation { id: fade; duration: hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: hud.glideCurve } }
         Rectangle {
             anchors.fill: parent
             radius: 14

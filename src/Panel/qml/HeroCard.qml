@@ -155,7 +155,7 @@ Item {
             clip: true
             width: parent.width
             height: active && item ? item.implicitHeight : 0
-            Behavior on height { enabled: panel.animated; SpringAnimation { spring: hud.snapSpring; damping: hud.snapDamping; epsilon: 0.25 } }
+            Behavior on height { enabled: panel.animated && !panel.reduceMotion; SpringAnimation { spring: hud.snapSpring; damping: hud.snapDamping; epsilon: 0.25 } }
             sourceComponent: Column {
                 spacing: 12
                 topPadding: 4

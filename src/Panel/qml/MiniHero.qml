@@ -9,6 +9,17 @@ Item {
     readonly property bool hovering: mouse.containsMouse
     readonly property color accent: hud.kindColour(kind)
     implicitHeight: 54
+    activeFocusOnTab: visible
+    Accessible.role: Accessible.Button
+    Accessible.name: headline
+    Accessible.focusable: true
+    Accessible.onPressAction: panel.toggle(mini.signalId)
+    Keys.onPressed: (event) => {
+        if (event.key === Qt.Key_Return || event.key === Qt.Key_Enter || event.key === Qt.Key_Space) {
+            panel.toggle(mini.signalId)
+            event.accepted = true
+        }
+    }
     // A new card drops in from the top.
     opacity: 0
     transform: Translate { id: drop; y: -10 }
@@ -60,6 +71,7 @@ Item {
             color: hud.ink2
         }
     }
+    FocusRing { ringRadius: 8 }
     MouseArea {
         id: mouse
         anchors.fill: parent

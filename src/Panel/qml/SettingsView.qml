@@ -127,6 +127,15 @@ Item {
                         on: panel.paused
                         onToggled: (value) => panel.setPaused(value)
                     }
+                    Hairline { width: parent.width }
+                    SwitchRow {
+                        objectName: "notifySwitch"
+                        width: parent.width
+                        title: "Notify on focus alerts"
+                        subtitle: "A desktop notification when a trade takes the ticker over."
+                        on: panel.notifyTakeovers
+                        onToggled: (value) => panel.setNotifyTakeovers(value)
+                    }
                 }
                 SettingsSection {
                     id: listedSection
@@ -180,6 +189,15 @@ Item {
                     Item {
                         id: site
                         objectName: "siteLink"
+                        activeFocusOnTab: true
+                        Accessible.role: Accessible.Link
+                        Accessible.name: panel.siteText
+                        Accessible.focusable: true
+                        Accessible.onPressAction: panel.openSite()
+                        Keys.onReturnPressed: panel.openSite()
+                        Keys.onEnterPressed: panel.openSite()
+                        Keys.onSpacePressed: panel.openSite()
+                        FocusRing { ringRadius: 4 }
                         anchors.verticalCenter: parent.verticalCenter
                         width: siteRow.implicitWidth
                         height: siteRow.implicitHeight + 8

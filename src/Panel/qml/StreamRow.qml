@@ -18,6 +18,13 @@ Item {
     readonly property string bodyLine: hud.oneLine(body)
 
     implicitHeight: stack.implicitHeight + 16
+    Accessible.role: Accessible.ListItem
+    Accessible.name: [kindName(kind), ticker, body, figure, meta].filter((s) => s !== "").join(", ")
+    Accessible.selectable: true
+    Accessible.selected: isOpen
+    Accessible.onPressAction: panel.toggle(signalId)
+    readonly property bool keyboardCurrent: ListView.isCurrentItem && ListView.view && ListView.view.activeFocus
+    function kindName(k) { return k === "whale" ? "Whale" : k === "spike" ? "Spike" : k === "stocks" ? "Stock" : k }
     opacity: isOpen || hovering ? 1.0 : 0.72
     Behavior on opacity { enabled: panel.animated; NumberAnimation { duration: hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: hud.glideCurve } }
 
@@ -26,6 +33,16 @@ Item {
         anchors.fill: parent
         color: row.isOpen ? hud.alpha(hud.raised, 0.7) : row.hovering ? hud.alpha(hud.raised, 0.45) : "transparent"
         Behavior on color { enabled: panel.animated; ColorAnimation { duration: hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: hud.glideCurve } }
+    }
+    Rectangle {
+        objectName: "focusRing"
+        anchors.fill: parent
+        anchors.margins: 1
+        radius: 4
+        color: "transparent"
+        border.width: 1.5
+        border.color: hud.lark
+        visible: row.keyboardCurrent
     }
 
     // The whole summary band takes the click, padding included: everything
@@ -153,7 +170,7 @@ Item {
             x: 52
             width: parent.width - x
             height: active && item ? item.implicitHeight + 14 : 0
-            Behavior on height { enabled: panel.animated; SpringAnimation { spring: hud.snapSpring; damping: hud.snapDamping; epsilon: 0.25 } }
+            Behavior on height { enabled: panel.animated && !panel.reduceMotion; SpringAnimation { spring: hud.snapSpring; damping: hud.snapDamping; epsilon: 0.25 } }
             sourceComponent: Item {
                 implicitHeight: inspectorView.implicitHeight
                 InspectorView {

@@ -40,6 +40,8 @@ Item {
         anchors.right: parent.right
         anchors.verticalCenter: parent.verticalCenter
         on: switchRow.on
+        Accessible.name: switchRow.title
+        Accessible.description: switchRow.subtitle
         onToggled: (value) => switchRow.toggled(value)
     }
 }

@@ -7,6 +7,19 @@ Item {
     signal toggled(bool on)
     implicitWidth: 38 * 0.85
     implicitHeight: 22 * 0.85
+    activeFocusOnTab: visible && enabled
+    Accessible.role: Accessible.CheckBox
+    Accessible.checkable: true
+    Accessible.checked: on
+    Accessible.focusable: true
+    Accessible.onPressAction: toggle.toggled(!toggle.on)
+    Accessible.onToggleAction: toggle.toggled(!toggle.on)
+    Keys.onPressed: (event) => {
+        if (event.key === Qt.Key_Return || event.key === Qt.Key_Enter || event.key === Qt.Key_Space) {
+            toggle.toggled(!toggle.on)
+            event.accepted = true
+        }
+    }
 
     Rectangle {
         anchors.fill: parent
@@ -21,8 +34,9 @@ Item {
         y: 2
         x: toggle.on ? toggle.width - width - 2 : 2
         color: toggle.on ? hud.abyss : hud.ink
-        Behavior on x { enabled: panel.animated; SpringAnimation { spring: hud.snapSpring; damping: hud.snapDamping } }
+        Behavior on x { enabled: panel.animated && !panel.reduceMotion; SpringAnimation { spring: hud.snapSpring; damping: hud.snapDamping } }
     }
+    FocusRing { ringRadius: toggle.height / 2 - 2 }
     MouseArea {
         anchors.fill: parent
         cursorShape: Qt.PointingHandCursor

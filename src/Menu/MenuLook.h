@@ -1,0 +1,10 @@
+#pragma once
+// The strip's and the tray's menus in the panel's dark look, whatever the
+// widget style and the desktop's palette are: a light Fusion menu under a dark
+// bar looks like another program's.
+
+class QMenu;
+
+namespace MenuLook {
+void apply(QMenu *menu);
+} // namespace MenuLook

@@ -1,0 +1,225 @@
+// The panel for a screen reader and the keyboard: every interactive item in
+// the accessibility tree has a role and a name (an item that takes clicks
+// without one fails the walk), Tab walks the controls with a visible focus
+// ring, Space/Return act, Escape closes, arrows move through the stream.
+
+#include "Panel/PanelController.h"
+#include "Panel/PanelModel.h"
+#include "PanelTestSupport.h"
+
+#include <QAccessible>
+#include <QQuickItem>
+#include <QQuickWindow>
+#include <QSettings>
+#include <QTest>
+
+#include <memory>
+
+namespace {
+QList<QQuickItem *> allItems(QQuickItem *root)
+{
+    QList<QQuickItem *> out;
+    if (root) {
+        out << root;
+        for (QQuickItem *child : root->childItems())
+            out += allItems(child);
+    }
+    return out;
+}
+
+bool shownOnScreen(QQuickItem *item)
+{
+    for (QQuickItem *i = item; i; i = i->parentItem())
+        if (!i->isVisible() || i->opacity() == 0)
+            return false;
+    return item->width() > 0 && item->height() > 0;
+}
+
+bool interactiveRole(QAccessible::Role role)
+{
+    switch (role) {
+    case QAccessible::Button:
+    case QAccessible::CheckBox:
+    case QAccessible::RadioButton:
+    case QAccessible::Link:
+    case QAccessible::ListItem:
+    case QAccessible::PageTab:
+    case QAccessible::MenuItem: return true;
+    default: return false;
+    }
+}
+
+// An item that offers a click: a MouseArea showing the pointing hand. (The
+// panel's passive areas, a hover blocker and a backdrop, show none.)
+bool takesClicks(QQuickItem *item)
+{
+    return QByteArray(item->metaObject()->className()).startsWith("QQuickMouseArea") && item->isEnabled() &&
+           item->property("cursorShape").toInt() == Qt::PointingHandCursor;
+}
+
+QString describe(QQuickItem *item)
+{
+    QStringList chain;
+    for (QQuickItem *i = item; i && chain.size() < 4; i = i->parentItem())
+        chain << (i->objectName().isEmpty() ? QString::fromLatin1(i->metaObject()->className()) : i->objectName());
+    return chain.join(QStringLiteral(" < "));
+}
+} // namespace
+
+class PanelAccessibilityTest : public QObject {
+    Q_OBJECT
+
+    TestClock clock;
+    std::unique_ptr<FeedStore> store;
+    std::unique_ptr<PanelController> panel;
+
+    QQuickItem *root() const { return panel->rootItem(); }
+
+    void open()
+    {
+        QList<TwFill> fills;
+        for (int i = 0; i < 6; ++i)
+            fills << whaleFill(100 + i, clock.t - 30 * (6 - i), 1500.0 + 100 * i, QStringLiteral("w%1").arg(i),
+                               QStringLiteral("T%1").arg(i));
+        store->ingest(fills);
+        panel->show(QRect(900, 0, 24, 24));
+        QVERIFY(panel->rootItem());
+        QVERIFY(QTest::qWaitForWindowExposed(panel->window()));
+        panel->model()->setAnimated(false);
+    }
+
+    // Every shown item that takes clicks is, or sits inside, an accessible
+    // control with a name. Returns the offenders.
+    QStringList unnamedControls()
+    {
+        QStringList offenders;
+        for (QQuickItem *item : allItems(root())) {
+            if (!takesClicks(item) || !shownOnScreen(item))
+                continue;
+            // The control is the click area's parent or an item a few levels up
+            // (a stream row holds its clickable line in a column).
+            bool named = false;
+            int up = 0;
+            for (QQuickItem *i = item->parentItem(); i && !named && up < 3; i = i->parentItem(), ++up) {
+                QAccessibleInterface *iface = QAccessible::queryAccessibleInterface(i);
+                if (iface && interactiveRole(iface->role()))
+                    named = !iface->text(QAccessible::Name).trimmed().isEmpty();
+            }
+            if (!named)
+                offenders << describe(item);
+        }
+        return offenders;
+    }
+
+private Q_SLOTS:
+    void init()
+    {
+        QSettings(QStringLiteral("Larkpin"), QStringLiteral("Larkpin")).clear();
+        clock = TestClock{};
+        store = unreachableStore(clock);
+        store->setPreferences(Preferences::defaults());
+        panel = std::make_unique<PanelController>(store.get());
+    }
+    void cleanup()
+    {
+        panel.reset();
+        store.reset();
+    }
+
+    void everyControlHasANameAndRole_data()
+    {
+        QTest::addColumn<bool>("settings");
+        QTest::newRow("stream") << false;
+        QTest::newRow("settings") << true;
+    }
+    void everyControlHasANameAndRole()
+    {
+        QFETCH(bool, settings);
+        open();
+        if (settings)
+            panel->model()->setShowSettings(true);
+        QTest::qWait(50);
+        const QStringList offenders = unnamedControls();
+        QVERIFY2(offenders.isEmpty(), qPrintable(offenders.join(QStringLiteral("\n"))));
+
+        // And the tree is not empty: a reader sees the controls.
+        int controls = 0;
+        for (QQuickItem *item : allItems(root()))
+            if (QAccessibleInterface *iface = QAccessible::queryAccessibleInterface(item))
+                controls += shownOnScreen(item) && interactiveRole(iface->role());
+        QVERIFY2(controls >= 5, qPrintable(QString::number(controls)));
+    }
+
+    // Tab reaches several controls, each showing its ring while focused.
+    void tabWalksTheControls()
+    {
+        open();
+        panel->window()->requestActivate();
+        QSet<QQuickItem *> reached;
+        for (int i = 0; i < 12; ++i) {
+            QTest::keyClick(panel->window(), Qt::Key_Tab);
+            QQuickItem *focused = panel->window()->activeFocusItem();
+            if (!focused || focused == root())
+                continue;
+            reached.insert(focused);
+            bool ring = false;
+            for (QQuickItem *child : focused->childItems())
+                ring = ring || (child->isVisible() && child->objectName() == QLatin1String("focusRing"));
+            QVERIFY2(ring, qPrintable(describe(focused)));
+        }
+        QVERIFY2(reached.size() >= 4, qPrintable(QString::number(reached.size())));
+    }
+
+    // Space on the focused switch flips it, as a click would.
+    void spaceFlipsASwitch()
+    {
+        open();
+        panel->model()->setShowSettings(true);
+        panel->window()->requestActivate();
+        QQuickItem *toggle = nullptr;
+        for (QQuickItem *item : allItems(root()))
+            if (item->objectName() == QLatin1String("notifySwitch"))
+                for (QQuickItem *child : allItems(item))
+                    if (child->objectName() == QLatin1String("toggle"))
+                        toggle = child;
+        QVERIFY(toggle);
+        toggle->forceActiveFocus(Qt::TabFocusReason);
+        QTest::keyClick(panel->window(), Qt::Key_Space);
+        QVERIFY(!store->preferences().notifyTakeovers);
+        QTest::keyClick(panel->window(), Qt::Key_Return);
+        QVERIFY(store->preferences().notifyTakeovers);
+    }
+
+    // Down/Up move through the stream once it has the focus; Return opens
+    // the current row; Escape closes the panel.
+    void arrowsReturnAndEscape()
+    {
+        open();
+        panel->window()->requestActivate();
+        QQuickItem *list = nullptr;
+        for (QQuickItem *item : allItems(root()))
+            if (item->objectName() == QLatin1String("streamList"))
+                list = item;
+        QVERIFY(list);
+        list->forceActiveFocus(Qt::TabFocusReason);
+        QCOMPARE(list->property("currentIndex").toInt(), 0);
+        QVERIFY(list->property("count").toInt() >= 3);
+        QTest::keyClick(panel->window(), Qt::Key_Down);
+        QTest::keyClick(panel->window(), Qt::Key_Down);
+        QCOMPARE(list->property("currentIndex").toInt(), 2);
+        QTest::keyClick(panel->window(), Qt::Key_Up);
+        QCOMPARE(list->property("currentIndex").toInt(), 1);
+        QQuickItem *current = qvariant_cast<QQuickItem *>(list->property("currentItem"));
+        QVERIFY(current);
+        if (qEnvironmentVariableIsSet("LARKPIN_A11Y_PNG")) // the ring on the current row, to look at
+            panel->window()->grabWindow().save(qEnvironmentVariable("LARKPIN_A11Y_PNG"));
+        QTest::keyClick(panel->window(), Qt::Key_Return);
+        QCOMPARE(panel->model()->openId(), current->property("signalId").toString());
+
+        QTest::keyClick(panel->window(), Qt::Key_Escape);
+        QVERIFY(QTest::qWaitFor([&] { return !panel->isVisible(); }, 2000));
+    }
+};
+
+QTEST_MAIN(PanelAccessibilityTest)
+#include "tst_panel_accessibility.moc"
