@@ -235,9 +235,7 @@ StatusItemController::StatusItemController(FeedStore *store, QObject *parent) : 
 
     strip_->winId(); // the native window, so the dock hints are there before it is mapped
     X11Desktop::markDock(strip_->windowHandle());
-    place();
-    strip_->show();
-    X11Desktop::reassertDock(strip_->windowHandle());
+    applyStripMode();
     // A compositor that ignores positions shows where the strip really went
     // only once it is mapped.
     QTimer::singleShot(800, this, &StatusItemController::checkPlacement);
@@ -248,6 +246,7 @@ StatusItemController::StatusItemController(FeedStore *store, QObject *parent) : 
     };
     connect(store_, &FeedStore::signalsChanged, this, considerAndRender);
     connect(store_, &FeedStore::preferencesChanged, this, considerAndRender);
+    connect(store_, &FeedStore::preferencesChanged, this, &StatusItemController::applyStripMode);
     connect(store_, &FeedStore::telemetryChanged, this, [this] {
         // The rail is drawn apart from the row, so a new rail never cuts a flip short.
         if (store_->telemetry().rail != view_->rail())
@@ -315,10 +314,36 @@ bool StatusItemController::stripShown() const
     return strip_ && strip_->isVisible();
 }
 
+bool StatusItemController::stripWanted() const
+{
+    return !store_->preferences().trayOnly && !(positionsIgnored_ && tray_);
+}
+
+void StatusItemController::applyStripMode()
+{
+    const bool wanted = stripWanted();
+    if (wanted == strip_->isVisible())
+        return;
+    if (wanted) {
+        asked_ = QRect(); // placed afresh: the work area may have changed meanwhile
+        place();
+        strip_->show();
+        X11Desktop::reassertDock(strip_->windowHandle());
+        return;
+    }
+    strip_->hide();
+    if (!reserved_.isEmpty()) {
+        X11Desktop::reserve(strip_->windowHandle(), QRect()); // give the row back
+        reserved_ = QRect();
+    }
+    if (!tray_)
+        Log::write("Larkpin", QStringLiteral("no strip and no tray yet: launch Larkpin again to open its panel"));
+}
+
 void StatusItemController::place()
 {
     QScreen *screen = QGuiApplication::primaryScreen();
-    if (!screen || !strip_)
+    if (!screen || !strip_ || !stripWanted())
         return;
     const QRect reserved = screen->geometry().contains(reserved_.topLeft()) ? reserved_ : QRect();
     const QRect place = stripGeometry(screen->geometry(), screen->availableGeometry(), reserved);
@@ -355,7 +380,7 @@ void StatusItemController::checkPlacement()
     reserved_ = QRect();
     if (tray_) {
         Log::write("Larkpin", QStringLiteral("the window manager does not place the strip; running from the tray"));
-        strip_->hide();
+        applyStripMode();
     } else {
         Log::write("Larkpin", QStringLiteral("the window manager does not place the strip and there is no tray; "
                                              "keeping the strip where it landed"));
@@ -415,10 +440,9 @@ void StatusItemController::ensureTray()
         });
         tray_->setContextMenu(trayMenu_);
         tray_->setToolTip(tooltip(*store_));
-        if (positionsIgnored_ && strip_->isVisible()) {
+        if (positionsIgnored_ && strip_->isVisible())
             Log::write("Larkpin", QStringLiteral("a tray appeared; running from the tray"));
-            strip_->hide();
-        }
+        applyStripMode();
     }
     if (!tray_->isVisible())
         tray_->show();

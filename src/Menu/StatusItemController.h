@@ -106,6 +106,8 @@ public:
 private:
     friend class TickerStrip;
     void ensureTray();
+    bool stripWanted() const;
+    void applyStripMode(); // shows or hides the strip as the settings and the desktop allow
     void place();
     void checkPlacement();
     void refreshTrayMenu();

@@ -132,6 +132,7 @@ Preferences load(QSettings &settings)
     p.minTradeUsd = amount(settings, "minTradeUsd", 1000);
     p.focalUsd = amount(settings, "focalUsd", 25000);
     p.paused = flag(settings.value(QStringLiteral("paused")));
+    p.trayOnly = flag(settings.value(QStringLiteral("trayOnly")));
     return p;
 }
 
@@ -149,6 +150,7 @@ void save(const Preferences &prefs, QSettings &settings)
     settings.setValue(QStringLiteral("minTradeUsd"), prefs.minTradeUsd);
     settings.setValue(QStringLiteral("focalUsd"), prefs.focalUsd);
     settings.setValue(QStringLiteral("paused"), prefs.paused);
+    settings.setValue(QStringLiteral("trayOnly"), prefs.trayOnly);
 }
 
 QString autostartPath()

@@ -12,6 +12,7 @@ struct Preferences {
     double minTradeUsd = 1000;
     bool paused = false;
     double focalUsd = 25000;
+    bool trayOnly = false; // no strip: the tray icon (or a corner) is Larkpin's only place
 
     static const Preferences &defaults();
     // A kind missing from the map is shown.

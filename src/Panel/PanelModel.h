@@ -29,6 +29,7 @@ class PanelModel : public QObject {
     Q_PROPERTY(QColor linkColour READ linkColour NOTIFY linkChanged)
     Q_PROPERTY(bool linkAlive READ linkAlive NOTIFY linkChanged)
     Q_PROPERTY(bool paused READ paused NOTIFY preferencesChanged)
+    Q_PROPERTY(bool trayOnly READ trayOnly NOTIFY preferencesChanged)
     Q_PROPERTY(QString pauseSymbol READ pauseSymbol NOTIFY preferencesChanged)
     Q_PROPERTY(QString pauseHelp READ pauseHelp NOTIFY preferencesChanged)
     // Navigation
@@ -85,6 +86,7 @@ public:
     QColor linkColour() const;
     bool linkAlive() const;
     bool paused() const;
+    bool trayOnly() const;
     QString pauseSymbol() const;
     QString pauseHelp() const;
     QString openId() const { return openId_; }
@@ -134,6 +136,7 @@ public:
     Q_INVOKABLE bool setMinimumSize(double usd);
     Q_INVOKABLE bool setFocusSize(double usd);
     Q_INVOKABLE bool setPaused(bool paused);
+    Q_INVOKABLE bool setTrayOnly(bool on);
     Q_INVOKABLE void setLaunchAtLogin(bool on);
     // Everything the inspector shows for one signal: "state" (details, blank,
     // failed, loading) and, with details, "wallet", "token", "equity", "links".

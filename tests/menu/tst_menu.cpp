@@ -14,7 +14,9 @@
 
 #include <QAction>
 #include <QMenu>
+#include <QGuiApplication>
 #include <QPainter>
+#include <QScreen>
 #include <QTest>
 
 class MenuTest : public QObject {
@@ -491,9 +493,22 @@ private Q_SLOTS:
         QCOMPARE(toggles, 1);
     }
 
-    void panelAnchorWithoutStripOrTray()
+    void trayOnlyHidesTheStripAndAnchorsAtTheCorner()
     {
         QCOMPARE(StatusItemController::cornerAnchor(QRect(0, 28, 1920, 1052)), QRect(1919, 28, 1, 1));
+        auto store = quietStore();
+        StatusItemController item(store.get());
+        QVERIFY(item.stripShown());
+        QCOMPARE(item.anchorRect().size(), item.strip()->size());
+        Preferences prefs = store->preferences();
+        prefs.trayOnly = true;
+        store->updatePreferences(prefs);
+        QVERIFY(!item.stripShown());
+        QCOMPARE(item.anchorRect(),
+                 StatusItemController::cornerAnchor(QGuiApplication::primaryScreen()->availableGeometry()));
+        prefs.trayOnly = false;
+        store->updatePreferences(prefs);
+        QVERIFY(item.stripShown());
     }
 
     // The radar usually answers before the tape: nothing that arrives before

@@ -126,6 +126,15 @@ Item {
                         on: panel.paused
                         onToggled: (value) => panel.setPaused(value)
                     }
+                    Hairline { width: parent.width }
+                    SwitchRow {
+                        objectName: "trayOnlySwitch"
+                        width: parent.width
+                        title: "Tray icon only"
+                        subtitle: "No ticker strip at the top of the screen."
+                        on: panel.trayOnly
+                        onToggled: (value) => panel.setTrayOnly(value)
+                    }
                 }
             }
             Hairline { width: parent.width }
