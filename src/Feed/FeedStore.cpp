@@ -53,6 +53,7 @@ FeedStore::~FeedStore()
     client_->onLink = nullptr;
     client_->onLatency = nullptr;
     client_->onFrame = nullptr;
+    client_->onBackfill = nullptr;
 }
 
 void FeedStore::log(const QString &message) const
@@ -92,6 +93,12 @@ void FeedStore::wireClient()
             return;
         auto &latency = self->window_.latencyMs;
         latency = latency ? ms * 0.3 + *latency * 0.7 : ms;
+    };
+    client_->onBackfill = [self] {
+        if (self && !self->backfilled_) {
+            self->backfilled_ = true;
+            Q_EMIT self->backfillArrived();
+        }
     };
     client_->onFrame = [self] {
         if (!self)

@@ -82,6 +82,8 @@ public:
     int telemetryTickCount() const { return window_.tickCount(); }
     bool pruneTimerActive() const;
     double now() const { return now_(); }
+    // The tape's first backfill has been answered (delivered or failed).
+    bool backfilled() const { return backfilled_; }
 
 Q_SIGNALS:
     void signalsChanged();
@@ -94,6 +96,7 @@ Q_SIGNALS:
     void detailsChanged();
     void loadingDetailChanged();
     void failedDetailChanged();
+    void backfillArrived();
 
 private:
     // The implementer owns everything below.
@@ -136,6 +139,7 @@ private:
     int pruneIntervalMs_ = 15000;
     QTimer *pruneTimer_ = nullptr;
     bool verbose_ = false;
+    bool backfilled_ = false;
 
     QList<Signal> signals_;
     LinkState link_ = LinkState::connecting;

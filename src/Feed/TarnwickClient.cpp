@@ -328,10 +328,14 @@ void TarnwickClient::start()
     connectSocket();
     const quint64 generation = generation_;
     tape(200, this, [this, generation](std::optional<QList<TwFill>> fills, QString) {
-        if (!fills || generation != generation_)
+        if (generation != generation_)
             return;
-        std::reverse(fills->begin(), fills->end());
-        deliver(std::move(*fills), false);
+        if (fills) {
+            std::reverse(fills->begin(), fills->end());
+            deliver(std::move(*fills), false);
+        }
+        if (onBackfill)
+            onBackfill();
     });
 }
 

@@ -48,6 +48,7 @@ public:
     std::function<void(LinkState)> onLink;
     std::function<void(double)> onLatency; // REST round trip in ms
     std::function<void()> onFrame;
+    std::function<void()> onBackfill; // after start()'s backfill, delivered or failed
 
     // Enrichment tables (no network).
     const TwTrader *trader(const QString &handle) const;

@@ -39,7 +39,7 @@ void FocalDirector::consider(const QList<Signal> &list, double threshold, const 
 
     // Whatever is there at the first call came in bulk from the initial fetch.
     if (!warmedUp_) {
-        warmedUp_ = true;
+        warmedUp_ = !warmUpHeld_;
         return;
     }
 

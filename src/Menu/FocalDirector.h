@@ -33,6 +33,11 @@ public:
 
     const std::optional<Signal> &current() const { return current_; }
     bool isWarmedUp() const { return warmedUp_; }
+    // The app's first answers do not all come at once: while held, every call
+    // only records what is there, and the warm-up ends at the first call
+    // after the release.
+    void holdWarmUp() { warmUpHeld_ = true; }
+    void releaseWarmUp() { warmUpHeld_ = false; }
     bool releasePending() const;
 
     // Called with the new focal signal, or with none when the takeover ends.
@@ -43,6 +48,7 @@ private:
 
     QSet<QString> seen_;
     bool warmedUp_ = false;
+    bool warmUpHeld_ = false;
     QTimer *releaseTask_ = nullptr;
     std::optional<Signal> current_;
     Clock now_;

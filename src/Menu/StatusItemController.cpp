@@ -5,6 +5,8 @@
 #include "Menu/MenuLook.h"
 #include "Menu/Paint.h"
 #include "Menu/StatusStreamView.h"
+#include "Menu/X11Desktop.h"
+#include "Support/Log.h"
 
 #include <QAction>
 #include <QCoreApplication>
@@ -19,8 +21,8 @@
 #include <QSystemTrayIcon>
 #include <QTimer>
 
-// The strip itself: owns the clicks (the stream view is transparent to them)
-// and can be dragged; it remembers where it was put.
+// The strip itself: owns the clicks (the stream view is transparent to them).
+// Its place is the desktop's to decide, so it is not dragged around.
 class TickerStrip : public QWidget {
 public:
     explicit TickerStrip(StatusItemController *owner)
@@ -31,10 +33,14 @@ public:
         setAttribute(Qt::WA_ShowWithoutActivating);
         setAttribute(Qt::WA_X11DoNotAcceptFocus);
         setAttribute(Qt::WA_TranslucentBackground);
+        // A window that never takes focus is never active: without this Qt
+        // shows it no tooltip at all.
+        setAttribute(Qt::WA_AlwaysShowToolTips);
         setFixedSize(StatusItemController::itemWidth, StatusItemController::defaultBarHeight);
     }
 
     QColor bar{24, 25, 29}; // the desktop bar's colour, when it could be read
+    bool rounded = true;    // false while no compositor blends the corners
 
 protected:
     void paintEvent(QPaintEvent *) override
@@ -42,18 +48,20 @@ protected:
         // Every frame of the ticker repaints the strip beneath it (the strip is
         // translucent at its corners), so its face is drawn once and reused.
         const qreal scale = devicePixelRatioF();
-        if (faceSize_ != size() || face_.devicePixelRatio() != scale || faceBar_ != bar) {
+        if (faceSize_ != size() || face_.devicePixelRatio() != scale || faceBar_ != bar ||
+            faceRounded_ != rounded) {
             face_ = clearImage(size(), scale);
             faceSize_ = size();
             QPainter fp(&face_);
-            StatusItemController::paintStrip(fp, size(), bar);
+            StatusItemController::paintStrip(fp, size(), bar, rounded);
             faceBar_ = bar;
+            faceRounded_ = rounded;
         }
         QPainter p(this);
         p.drawImage(QPointF(0, 0), face_);
     }
     // A new desktop theme or palette usually comes with a new bar colour, and
-    // is the moment to look rather than waiting for the next slow check.
+    // is the moment to look rather than waiting for the next check.
     bool event(QEvent *e) override
     {
         if (e->type() == QEvent::ThemeChange || e->type() == QEvent::PaletteChange ||
@@ -61,29 +69,9 @@ protected:
             owner_->followBarColour(true);
         return QWidget::event(e);
     }
-    void mousePressEvent(QMouseEvent *e) override
-    {
-        pressAt_ = e->globalPosition().toPoint();
-        startPos_ = pos();
-        dragged_ = false;
-    }
-    void mouseMoveEvent(QMouseEvent *e) override
-    {
-        if (!(e->buttons() & Qt::LeftButton))
-            return;
-        const QPoint delta = e->globalPosition().toPoint() - pressAt_;
-        if (delta.manhattanLength() > 4)
-            dragged_ = true;
-        if (dragged_)
-            move(startPos_ + delta);
-    }
     void mouseReleaseEvent(QMouseEvent *e) override
     {
-        if (dragged_) {
-            QSettings().setValue(QStringLiteral("stripPosition"), pos());
-            owner_->followBarColour(true); // it may sit on another bar now
-            return;
-        }
+        owner_->trayClicked_ = false;
         owner_->handleClick(e->button(), e->globalPosition().toPoint());
     }
 
@@ -92,8 +80,7 @@ private:
     QImage face_;
     QSize faceSize_;
     QColor faceBar_;
-    QPoint pressAt_, startPos_;
-    bool dragged_ = false;
+    bool faceRounded_ = true;
 };
 
 namespace {
@@ -115,35 +102,56 @@ QColor markInk(bool dark)
 }
 } // namespace
 
-int StatusItemController::barHeight(const QRect &screen, const QRect &available)
+int StatusItemController::topInset(const QRect &screen, const QRect &available, const QRect &reserved)
 {
-    const int top = available.top() - screen.top();
-    const int bottom = screen.bottom() - available.bottom();
-    const int h = top > 0 ? top : bottom;
-    // A bar too thin for the 17-point pill, or no bar at all, gets the usual height.
+    // The work area's top is ours when it ends exactly where our own
+    // reservation does: the bar (if any) is what lies above the strip.
+    if (!reserved.isEmpty() && screen.contains(reserved.topLeft()) && available.top() == reserved.bottom() + 1)
+        return reserved.top() - screen.top();
+    return std::max(0, available.top() - screen.top());
+}
+
+int StatusItemController::barHeight(const QRect &screen, const QRect &available, const QRect &reserved)
+{
+    const int h = topInset(screen, available, reserved);
+    // A bar too thin for the 17-point pill, or no top bar at all, gets the usual height.
     return h >= 17 && h <= 64 ? h : defaultBarHeight;
 }
 
-QRect StatusItemController::stripGeometry(const QRect &screen, const QRect &available)
+QRect StatusItemController::stripGeometry(const QRect &screen, const QRect &available, const QRect &reserved)
 {
-    const int h = barHeight(screen, available);
-    return QRect(available.right() + 1 - itemWidth, available.top(), itemWidth, h);
+    const int top = screen.top() + topInset(screen, available, reserved);
+    const int right = std::min(screen.right(), available.right());
+    return QRect(right + 1 - itemWidth, top, itemWidth, barHeight(screen, available, reserved));
 }
 
-std::optional<QColor> StatusItemController::sampleBarColour(QScreen *screen)
+QRect StatusItemController::barSample(const QRect &screen, const QRect &available, const QRect &strip)
 {
-    if (!screen)
+    const int top = strip.top() - screen.top();
+    if (top > 0)
+        return QRect(strip.left(), screen.top(), strip.width(), top);
+    if (available.bottom() < screen.bottom())
+        return QRect(strip.left(), available.bottom() + 1, strip.width(), screen.bottom() - available.bottom());
+    return {};
+}
+
+bool StatusItemController::placedAsAsked(const QRect &asked, const QRect &landed)
+{
+    return (asked.topLeft() - landed.topLeft()).manhattanLength() <= 4;
+}
+
+QRect StatusItemController::cornerAnchor(const QRect &available)
+{
+    return QRect(available.right(), available.top(), 1, 1);
+}
+
+std::optional<QColor> StatusItemController::sampleBarColour(QScreen *screen, const QRect &region)
+{
+    if (!screen || region.isEmpty())
         return std::nullopt;
-    const QRect g = screen->geometry(), a = screen->availableGeometry();
-    QRect bar;
-    if (a.top() > g.top())
-        bar = QRect(g.left(), g.top(), g.width(), a.top() - g.top());
-    else if (a.bottom() < g.bottom())
-        bar = QRect(g.left(), a.bottom() + 1, g.width(), g.bottom() - a.bottom());
-    else
-        return std::nullopt;
-    const QImage shot =
-        screen->grabWindow(0, bar.x() - g.x(), bar.y() - g.y(), bar.width(), bar.height()).toImage();
+    const QRect g = screen->geometry();
+    const QImage shot = screen->grabWindow(0, region.x() - g.x(), region.y() - g.y(), region.width(), region.height())
+                            .toImage();
     if (shot.isNull())
         return std::nullopt;
     // Icons and clock text are a small part of a bar: the mean is its background.
@@ -160,13 +168,14 @@ bool StatusItemController::isDarkColour(const QColor &colour)
     return y < 0.5;
 }
 
-void StatusItemController::paintStrip(QPainter &p, const QSizeF &size, const QColor &bar)
+void StatusItemController::paintStrip(QPainter &p, const QSizeF &size, const QColor &bar, bool rounded)
 {
     p.setRenderHint(QPainter::Antialiasing);
     QColor background = bar;
     background.setAlpha(255);
     QPainterPath bg;
-    bg.addRoundedRect(QRectF(QPointF(0, 0), size), 6, 6);
+    const double radius = rounded ? 6 : 0;
+    bg.addRoundedRect(QRectF(QPointF(0, 0), size), radius, radius);
     p.fillPath(bg, background);
     paintMark(p, QRectF(4, size.height() / 2 - 6, markWidth, 12), markInk(isDarkColour(background)));
 }
@@ -196,22 +205,41 @@ StatusItemController::StatusItemController(FeedStore *store, QObject *parent) : 
     view_ = new StatusStreamView(strip_);
     // The director ages trades on the store's clock, the one their times were taken on.
     focalDirector_ = new FocalDirector([store] { return store->now(); }, FocalDirector::holdMs, this);
-
-    QRect place(QPoint(0, 0), QSize(itemWidth, defaultBarHeight));
-    if (QScreen *screen = QGuiApplication::primaryScreen())
-        place = stripGeometry(screen->geometry(), screen->availableGeometry());
-    strip_->setFixedSize(place.size());
-    view_->setGeometry(4 + markWidth + 5, 0, itemWidth - (4 + markWidth + 5) - 4, place.height());
-    const QVariant saved = QSettings().value(QStringLiteral("stripPosition"));
-    if (saved.canConvert<QPoint>()) {
-        const QPoint p = saved.toPoint();
-        for (QScreen *s : QGuiApplication::screens())
-            if (s->availableGeometry().contains(QRect(p, place.size())))
-                place.moveTopLeft(p);
+    // Whatever comes before the tape's own backfill (the radar often answers
+    // first) is part of the start, not news: the warm-up lasts until then.
+    if (!store_->backfilled()) {
+        focalDirector_->holdWarmUp();
+        connect(store_, &FeedStore::backfillArrived, this, [this] {
+            focalDirector_->releaseWarmUp();
+            focalDirector_->consider(store_->signalList(), store_->preferences().focalUsd, store_->watchedHandles());
+        });
     }
-    strip_->move(place.topLeft());
-    followBarColour();
-    strip_->show();
+
+    // Work-area and screen changes come in bursts (a panel starting sets its
+    // strut, then resizes): one placement after the burst.
+    placeTask_ = new QTimer(this);
+    placeTask_->setSingleShot(true);
+    placeTask_->setInterval(150);
+    connect(placeTask_, &QTimer::timeout, this, &StatusItemController::place);
+    const auto watch = [this](QScreen *screen) {
+        connect(screen, &QScreen::availableGeometryChanged, placeTask_, qOverload<>(&QTimer::start));
+        connect(screen, &QScreen::geometryChanged, placeTask_, qOverload<>(&QTimer::start));
+    };
+    for (QScreen *screen : QGuiApplication::screens())
+        watch(screen);
+    connect(qGuiApp, &QGuiApplication::screenAdded, this, [this, watch](QScreen *screen) {
+        watch(screen);
+        placeTask_->start();
+    });
+    connect(qGuiApp, &QGuiApplication::screenRemoved, placeTask_, qOverload<>(&QTimer::start));
+    connect(qGuiApp, &QGuiApplication::primaryScreenChanged, placeTask_, qOverload<>(&QTimer::start));
+
+    strip_->winId(); // the native window, so the dock hints are there before it is mapped
+    X11Desktop::markDock(strip_->windowHandle());
+    applyStripMode();
+    // A compositor that ignores positions shows where the strip really went
+    // only once it is mapped.
+    QTimer::singleShot(800, this, &StatusItemController::checkPlacement);
 
     auto considerAndRender = [this] {
         focalDirector_->consider(store_->signalList(), store_->preferences().focalUsd,
@@ -220,12 +248,14 @@ StatusItemController::StatusItemController(FeedStore *store, QObject *parent) : 
     };
     connect(store_, &FeedStore::signalsChanged, this, considerAndRender);
     connect(store_, &FeedStore::preferencesChanged, this, considerAndRender);
+    connect(store_, &FeedStore::preferencesChanged, this, &StatusItemController::applyStripMode);
     connect(store_, &FeedStore::telemetryChanged, this, [this] {
         // The rail is drawn apart from the row, so a new rail never cuts a flip short.
         if (store_->telemetry().rail != view_->rail())
             view_->setRail(store_->telemetry().rail);
     });
     connect(store_, &FeedStore::linkChanged, this, [this] {
+        refreshTrayMenu();
         if (store_->link() != view_->linkState()) {
             view_->setLinkState(store_->link());
             view_->applyLinkColour();
@@ -241,7 +271,31 @@ StatusItemController::StatusItemController(FeedStore *store, QObject *parent) : 
     };
     // No look at the (still empty) list here: the director's first look must be
     // the initial fetch, whose trades never take the strip over.
+
+    // The tray menu exists, whole, before any tray does: a StatusNotifierItem
+    // host reads the exported menu once, when the icon appears.
+    trayMenu_ = new QMenu();
+    MenuLook::apply(trayMenu_);
+    trayStatus_ = trayMenu_->addAction(QString());
+    trayStatus_->setEnabled(false);
+    trayMenu_->addSeparator();
+    connect(trayMenu_->addAction(QStringLiteral("Open Larkpin")), &QAction::triggered, this,
+            &StatusItemController::openPanel);
+    trayPause_ = trayMenu_->addAction(QString());
+    connect(trayPause_, &QAction::triggered, this, &StatusItemController::togglePause);
+    trayMenu_->addSeparator();
+    QAction *quit = trayMenu_->addAction(QStringLiteral("Quit Larkpin"));
+    connect(quit, &QAction::triggered, qApp, &QCoreApplication::quit, Qt::QueuedConnection);
     render(store_->preferences().paused);
+
+    // The bar's shade is looked at every few seconds (a small grab of the bar
+    // above the strip), so a light/dark switch shows within seconds.
+    barWatch_ = new QTimer(this);
+    barWatch_->setInterval(3000);
+    barWatch_->setTimerType(Qt::CoarseTimer);
+    connect(barWatch_, &QTimer::timeout, this, [this] { followBarColour(true); });
+    followBarColour(true);
+    barWatch_->start();
 
     // A tray may appear after we start, or its host may restart: keep looking.
     trayWatch_ = new QTimer(this);
@@ -262,17 +316,99 @@ QWidget *StatusItemController::strip() const
     return strip_;
 }
 
+bool StatusItemController::stripShown() const
+{
+    return strip_ && strip_->isVisible();
+}
+
+bool StatusItemController::stripWanted() const
+{
+    return !store_->preferences().trayOnly && !(positionsIgnored_ && tray_);
+}
+
+void StatusItemController::applyStripMode()
+{
+    const bool wanted = stripWanted();
+    if (wanted == strip_->isVisible())
+        return;
+    if (wanted) {
+        asked_ = QRect(); // placed afresh: the work area may have changed meanwhile
+        place();
+        strip_->show();
+        X11Desktop::reassertDock(strip_->windowHandle());
+        return;
+    }
+    strip_->hide();
+    if (!reserved_.isEmpty()) {
+        X11Desktop::reserve(strip_->windowHandle(), QRect()); // give the row back
+        reserved_ = QRect();
+    }
+    if (!tray_)
+        Log::write("Larkpin", QStringLiteral("no strip and no tray yet: launch Larkpin again to open its panel"));
+}
+
+void StatusItemController::place()
+{
+    QScreen *screen = QGuiApplication::primaryScreen();
+    if (!screen || !strip_ || !stripWanted())
+        return;
+    const QRect reserved = screen->geometry().contains(reserved_.topLeft()) ? reserved_ : QRect();
+    const QRect place = stripGeometry(screen->geometry(), screen->availableGeometry(), reserved);
+    const bool rounded = X11Desktop::compositorRunning();
+    if (strip_->rounded != rounded) {
+        strip_->rounded = rounded;
+        strip_->update();
+    }
+    if (place == asked_)
+        return;
+    asked_ = place;
+    strip_->setFixedSize(place.size());
+    view_->setGeometry(4 + markWidth + 5, 0, itemWidth - (4 + markWidth + 5) - 4, place.height());
+    strip_->move(place.topLeft());
+    if (X11Desktop::active() && !positionsIgnored_) {
+        reserved_ = place;
+        X11Desktop::reserve(strip_->windowHandle(), place);
+    }
+    followBarColour(true); // it may sit under another bar now
+}
+
+void StatusItemController::checkPlacement()
+{
+    if (!strip_ || !strip_->isVisible())
+        return;
+    const QRect landed(strip_->mapToGlobal(QPoint(0, 0)), strip_->size());
+    // Native Wayland never tells a client where its window is; a compositor
+    // that ignores positions puts it top-left or mid-screen.
+    const bool wayland = QGuiApplication::platformName().startsWith(QLatin1String("wayland"));
+    if (!wayland && placedAsAsked(asked_, landed))
+        return;
+    positionsIgnored_ = true;
+    X11Desktop::reserve(strip_->windowHandle(), QRect()); // reserving a row where we are not would only waste it
+    reserved_ = QRect();
+    if (tray_) {
+        Log::write("Larkpin", QStringLiteral("the window manager does not place the strip; running from the tray"));
+        applyStripMode();
+    } else {
+        Log::write("Larkpin", QStringLiteral("the window manager does not place the strip and there is no tray; "
+                                             "keeping the strip where it landed"));
+    }
+}
+
 void StatusItemController::followBarColour(bool now)
 {
     if (!strip_ || !view_)
         return; // a palette event while the strip is still being built
-    // Reading the screen is cheap but not free; theme changes and moves ask
-    // at once, the slow check only catches what sent no event.
+    // Theme changes and the few-second check ask at once; anything else at
+    // most every two minutes.
     if (!now && barSampled_.isValid() && barSampled_.elapsed() < 120000)
         return;
     barSampled_.start();
-    const std::optional<QColor> bar = sampleBarColour(strip_->screen());
-    if (bar) {
+    QScreen *screen = strip_->screen();
+    const QRect strip = asked_.isEmpty() ? QRect(strip_->pos(), strip_->size()) : asked_;
+    const std::optional<QColor> bar =
+        screen ? sampleBarColour(screen, barSample(screen->geometry(), screen->availableGeometry(), strip))
+               : std::nullopt;
+    if (bar && *bar != strip_->bar) {
         strip_->bar = *bar;
         strip_->update();
     }
@@ -294,7 +430,6 @@ void StatusItemController::applyFocal(const std::optional<Signal> &signal)
 
 void StatusItemController::ensureTray()
 {
-    followBarColour();
     if (!QSystemTrayIcon::isSystemTrayAvailable()) {
         // Look often at first (a tray host often starts just after us), then
         // back off to once a minute: a desktop without a tray stays that way.
@@ -305,26 +440,36 @@ void StatusItemController::ensureTray()
         trayDark_ = isDarkColour(strip_->bar);
         tray_ = new QSystemTrayIcon(QIcon(QPixmap::fromImage(trayMark(*trayDark_))), this);
         connect(tray_, &QSystemTrayIcon::activated, this, [this](QSystemTrayIcon::ActivationReason reason) {
-            if (reason == QSystemTrayIcon::Trigger)
+            if (reason == QSystemTrayIcon::Trigger) {
+                trayClicked_ = true;
                 openPanel();
-        });
-        trayMenu_ = new QMenu();
-        MenuLook::apply(trayMenu_);
-        connect(trayMenu_, &QMenu::aboutToShow, this, [this] {
-            trayMenu_->clear();
-            QMenu *fresh = buildMenu();
-            for (QAction *a : fresh->actions()) {
-                a->setParent(trayMenu_);
-                trayMenu_->addAction(a);
             }
-            delete fresh;
         });
         tray_->setContextMenu(trayMenu_);
         tray_->setToolTip(tooltip(*store_));
+        if (positionsIgnored_ && strip_->isVisible())
+            Log::write("Larkpin", QStringLiteral("a tray appeared; running from the tray"));
+        applyStripMode();
     }
     if (!tray_->isVisible())
         tray_->show();
     trayWatch_->setInterval(30000);
+}
+
+void StatusItemController::refreshTrayMenu()
+{
+    if (!trayMenu_)
+        return;
+    const FeedFilter kinds[] = {FeedFilter::of(SignalKind::whale), FeedFilter::of(SignalKind::spike),
+                                FeedFilter::of(SignalKind::stocks)};
+    const QString status = statusLine(store_->link(), store_->count(kinds[0]), store_->count(kinds[1]),
+                                      store_->count(kinds[2]));
+    // Only real changes: each one is a layout update sent to the tray host.
+    if (trayStatus_->text() != status)
+        trayStatus_->setText(status);
+    const QString pause = pauseTitle(store_->preferences().paused);
+    if (trayPause_->text() != pause)
+        trayPause_->setText(pause);
 }
 
 void StatusItemController::render(bool paused)
@@ -334,9 +479,11 @@ void StatusItemController::render(bool paused)
         rows.append(StreamSegment{s.kind, s.line});
     view_->update(rows, paused);
     const QString tip = tooltip(*store_);
-    strip_->setToolTip(tip);
-    if (tray_)
+    if (strip_->toolTip() != tip)
+        strip_->setToolTip(tip);
+    if (tray_ && tray_->toolTip() != tip)
         tray_->setToolTip(tip);
+    refreshTrayMenu();
 }
 
 QString StatusItemController::tooltip(const FeedStore &store)
@@ -414,5 +561,15 @@ void StatusItemController::togglePause()
 
 QRect StatusItemController::anchorRect() const
 {
-    return strip_ ? QRect(strip_->mapToGlobal(QPoint(0, 0)), strip_->size()) : QRect();
+    if (trayClicked_ && tray_ && tray_->isVisible()) {
+        const QRect icon = tray_->geometry(); // empty when the host does not say
+        if (!icon.isEmpty())
+            return icon;
+    }
+    if (stripShown())
+        return QRect(strip_->mapToGlobal(QPoint(0, 0)), strip_->size());
+    if (tray_ && tray_->isVisible() && !tray_->geometry().isEmpty())
+        return tray_->geometry();
+    QScreen *screen = QGuiApplication::primaryScreen();
+    return screen ? cornerAnchor(screen->availableGeometry()) : QRect();
 }

@@ -1,7 +1,11 @@
 #pragma once
 // The application's top-bar presence on Linux: a small frameless strip at the
-// top-right of the screen showing the ticker, and a tray icon where the desktop
-// has a tray. Both toggle the panel on a left click and offer the same menu.
+// top-right of the screen, just under the desktop's top bar, showing the
+// ticker, and a tray icon where the desktop has a tray. Both toggle the panel
+// on a left click and offer the same menu. On X11 the strip is a dock that
+// reserves its own row, so maximized windows end below it. Where the strip
+// cannot be placed (a compositor that ignores positions) and a tray exists,
+// the app runs from the tray alone.
 
 #include "Feed/LinkState.h"
 
@@ -20,6 +24,7 @@ class FeedStore;
 class FocalDirector;
 class QPainter;
 class QScreen;
+class QAction;
 class QMenu;
 class QSystemTrayIcon;
 class QTimer;
@@ -47,8 +52,14 @@ public:
     void openPanel();
     void togglePause();
     QMenu *buildMenu(); // a fresh menu each time; the caller owns it
-    // Where the panel should hang from: the strip's global geometry.
+    // The tray's menu: complete from creation (a StatusNotifierItem host reads
+    // it once, before anyone opens it) and kept current. Exists without a tray.
+    QMenu *trayMenu() const { return trayMenu_; }
+    // Where the panel should hang from: the tray icon after a click on it when
+    // the host says where it is, else the strip, else the top-right corner.
     QRect anchorRect() const;
+    // False in tray-only mode.
+    bool stripShown() const;
     StatusStreamView *view() const { return view_; }
     FocalDirector *focalDirector() const { return focalDirector_; }
     QWidget *strip() const;
@@ -69,20 +80,39 @@ public:
     // Where the desktop's bar is and what colour it is. The strip takes the
     // bar's height (24 when there is no bar to measure) and sits at the top-right
     // of the area the bar leaves free.
-    static int barHeight(const QRect &screen, const QRect &available);
-    static QRect stripGeometry(const QRect &screen, const QRect &available);
+    // Only a top bar counts: a bottom bar leaves the strip its usual height at
+    // the top. `reserved` is the strip's own reservation in effect (empty when
+    // none): a work area that ends exactly at it is the strip's own doing.
+    static int topInset(const QRect &screen, const QRect &available, const QRect &reserved = {});
+    static int barHeight(const QRect &screen, const QRect &available, const QRect &reserved = {});
+    static QRect stripGeometry(const QRect &screen, const QRect &available, const QRect &reserved = {});
+    // The part of the screen the bar colour is read from: the top bar above the
+    // strip, or a bottom bar at the same columns; empty without a bar.
+    static QRect barSample(const QRect &screen, const QRect &available, const QRect &strip);
+    // A window manager honoured the position when the strip landed within a
+    // few pixels of it.
+    static bool placedAsAsked(const QRect &asked, const QRect &landed);
+    // The panel's anchor when nothing on screen says where Larkpin is: the
+    // top-right corner of the work area.
+    static QRect cornerAnchor(const QRect &available);
     // The bar's colour read off the screen; none where the screen cannot be read.
-    static std::optional<QColor> sampleBarColour(QScreen *screen);
+    static std::optional<QColor> sampleBarColour(QScreen *screen, const QRect &region);
     static bool isDarkColour(const QColor &colour);
     // The strip as drawn on a bar of the given colour: background and brand mark
     // (the stream view draws over it from x = 22).
-    static void paintStrip(QPainter &p, const QSizeF &size, const QColor &bar);
+    // Square corners where no compositor blends the translucent ones.
+    static void paintStrip(QPainter &p, const QSizeF &size, const QColor &bar, bool rounded = true);
     // The tray's monochrome mark, light on a dark panel and dark on a light one.
     static QImage trayMark(bool darkPanel, int size = 32);
 
 private:
     friend class TickerStrip;
     void ensureTray();
+    bool stripWanted() const;
+    void applyStripMode(); // shows or hides the strip as the settings and the desktop allow
+    void place();
+    void checkPlacement();
+    void refreshTrayMenu();
     // Re-reads the bar's colour; without `now`, at most every two minutes.
     void followBarColour(bool now = false);
 
@@ -95,4 +125,12 @@ private:
     QPointer<QSystemTrayIcon> tray_;
     QTimer *trayWatch_ = nullptr;
     QMenu *trayMenu_ = nullptr;
+    QAction *trayStatus_ = nullptr;
+    QAction *trayPause_ = nullptr;
+    QTimer *placeTask_ = nullptr;
+    QTimer *barWatch_ = nullptr;
+    QRect asked_;    // where the strip was last put
+    QRect reserved_; // the strip's reservation in effect
+    bool positionsIgnored_ = false;
+    bool trayClicked_ = false; // the last click came from the tray icon
 };

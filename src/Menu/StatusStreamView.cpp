@@ -536,7 +536,9 @@ void StatusStreamView::paintAt(QPainter &p, const QSizeF &size, double t) const
     p.setRenderHint(QPainter::Antialiasing);
     p.setRenderHint(QPainter::SmoothPixmapTransform);
     const double h = size.height();
-    const double dotX = size.width() - 5;
+    // Far enough from the edge that the ping's ring at its widest (radius
+    // pingRingMax plus half its pen) stays whole inside the view.
+    const double dotX = size.width() - pingRingMax - 1;
 
     const double laneOpacity = laneOpacityAt(t);
     const double blur = blurRadiusAt(t);
@@ -579,7 +581,7 @@ void StatusStreamView::paintAt(QPainter &p, const QSizeF &size, double t) const
         ring.setAlphaF(float(0.55 * (1 - k)));
         p.setPen(QPen(ring, 1));
         p.setBrush(Qt::NoBrush);
-        const double r = 2.5 * (1 + 2.4 * k); // scale 1 -> 3.4
+        const double r = 2.5 + (pingRingMax - 2.5) * k;
         p.drawEllipse(QPointF(dotX, h / 2), r, r);
     }
     // The dot is in every frame: a small image per colour and pixel phase

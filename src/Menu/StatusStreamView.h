@@ -34,6 +34,7 @@ public:
     static constexpr double railStep = 19.0;
     static constexpr double dimmedOpacity = 0.3;
     static constexpr double focalBlurRadius = 2.2;
+    static constexpr double pingRingMax = 6.5; // the ring's outer radius, from the dot's 2.5
 
     explicit StatusStreamView(QWidget *parent = nullptr);
 

@@ -194,6 +194,7 @@ Preferences load(QSettings &settings)
     p.watchedWallets = nameList(settings.value(QStringLiteral("watchedWallets")));
     if (settings.contains(QStringLiteral("notifyTakeovers")))
         p.notifyTakeovers = flag(settings.value(QStringLiteral("notifyTakeovers")));
+    p.trayOnly = flag(settings.value(QStringLiteral("trayOnly")));
     return p;
 }
 
@@ -216,6 +217,7 @@ void save(const Preferences &prefs, QSettings &settings)
     settings.setValue(QStringLiteral("mutedWallets"), prefs.mutedWallets);
     settings.setValue(QStringLiteral("watchedWallets"), prefs.watchedWallets);
     settings.setValue(QStringLiteral("notifyTakeovers"), prefs.notifyTakeovers);
+    settings.setValue(QStringLiteral("trayOnly"), prefs.trayOnly);
 }
 
 QString autostartPath()

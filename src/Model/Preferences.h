@@ -29,6 +29,7 @@ struct Preferences {
     static bool isListable(const QString &name);
     // Adds or removes `name`, keeping the list's order and bounds; says whether it changed.
     static bool setListed(QStringList &list, const QString &name, bool on);
+    bool trayOnly = false; // no strip: the tray icon (or a corner) is Larkpin's only place
 
     static const Preferences &defaults();
     // A kind missing from the map is shown.

@@ -28,7 +28,9 @@ bool fades()
 }
 void setWindowOpacity(QWindow *window, double opacity)
 {
-    if (fades())
+    // Wayland has no window opacity: its plugin only warns, on every frame.
+    static const bool opacityWorks = !QGuiApplication::platformName().startsWith(QLatin1String("wayland"));
+    if (fades() && opacityWorks)
         window->setOpacity(opacity);
 }
 } // namespace
@@ -106,7 +108,11 @@ QPoint PanelController::placement(const QRect &anchor, const QRect &available)
     int x = anchor.x() + anchor.width() - width + 10;
     x = std::max(x, available.left() + 8);
     x = std::min(x, available.x() + available.width() - width - 8); // the right margin wins
-    const int y = anchor.y() + anchor.height() + 6;
+    // An anchor in the lower half (a tray icon in a bottom bar) opens the
+    // panel above it; either way it stays inside the work area.
+    const bool below = anchor.center().y() < available.center().y();
+    int y = below ? anchor.y() + anchor.height() + 6 : anchor.y() - 6 - height;
+    y = std::max(available.top(), std::min(y, available.y() + available.height() - height));
     return {x, y};
 }
 

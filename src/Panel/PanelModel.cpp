@@ -592,6 +592,20 @@ bool PanelModel::setFocusSize(double usd)
     return store_->updatePreferences(next);
 }
 
+bool PanelModel::trayOnly() const
+{
+    return store_ && store_->preferences().trayOnly;
+}
+
+bool PanelModel::setTrayOnly(bool on)
+{
+    if (!store_)
+        return false;
+    Preferences next = store_->preferences();
+    next.trayOnly = on;
+    return store_->updatePreferences(next);
+}
+
 bool PanelModel::setPaused(bool paused)
 {
     if (!store_)

@@ -31,6 +31,7 @@ class PanelModel : public QObject {
     Q_PROPERTY(QColor linkColour READ linkColour NOTIFY linkChanged)
     Q_PROPERTY(bool linkAlive READ linkAlive NOTIFY linkChanged)
     Q_PROPERTY(bool paused READ paused NOTIFY preferencesChanged)
+    Q_PROPERTY(bool trayOnly READ trayOnly NOTIFY preferencesChanged)
     Q_PROPERTY(QString pauseSymbol READ pauseSymbol NOTIFY preferencesChanged)
     Q_PROPERTY(QString pauseHelp READ pauseHelp NOTIFY preferencesChanged)
     // Navigation
@@ -95,6 +96,7 @@ public:
     QColor linkColour() const;
     bool linkAlive() const;
     bool paused() const;
+    bool trayOnly() const;
     QString pauseSymbol() const;
     QString pauseHelp() const;
     QString openId() const { return openId_; }
@@ -147,6 +149,7 @@ public:
     Q_INVOKABLE bool setMinimumSize(double usd);
     Q_INVOKABLE bool setFocusSize(double usd);
     Q_INVOKABLE bool setPaused(bool paused);
+    Q_INVOKABLE bool setTrayOnly(bool on);
     Q_INVOKABLE void setLaunchAtLogin(bool on);
     // Mute and watch. menuEntries lists what the context menu of one signal
     // offers ({action, title}, the pending undo first); runMenuAction does one.

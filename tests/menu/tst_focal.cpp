@@ -118,6 +118,38 @@ private Q_SLOTS:
         QCOMPARE(changes, takesOver ? seq("w") : QStringList());
     }
 
+    // A held warm-up records every list until it is released; the first
+    // list after the release still only warms up.
+    void heldWarmUp_data()
+    {
+        QTest::addColumn<Steps>("beforeRelease");
+        QTest::addColumn<Steps>("afterRelease");
+        QTest::addColumn<QStringList>("expected");
+        const Signal radar = trade("radar", 4e5, 72, 10, SignalKind::spike), tape = trade("tape", 9e4);
+        QTest::newRow("radar first, then the backfill")
+            << Steps{{{radar}}, {{tape, radar}}} << Steps{{{tape, radar}}, {{trade("live", 3e4), tape, radar}}}
+            << seq("live");
+        QTest::newRow("backfill list seen at the release")
+            << Steps{{{radar}}} << Steps{{{tape, radar}}, {{tape, radar}}} << seq("");
+        QTest::newRow("nothing before the release") << Steps{} << Steps{{{}}, {{tape}}} << seq("tape");
+    }
+    void heldWarmUp()
+    {
+        QFETCH(Steps, beforeRelease);
+        QFETCH(Steps, afterRelease);
+        QFETCH(QStringList, expected);
+        auto d = director();
+        d->holdWarmUp();
+        for (const Step &s : beforeRelease)
+            d->consider(s.list, s.threshold);
+        QVERIFY(!d->isWarmedUp());
+        QVERIFY(changes.isEmpty());
+        d->releaseWarmUp();
+        for (const Step &s : afterRelease)
+            d->consider(s.list, s.threshold);
+        QCOMPARE(changes, expected);
+    }
+
     void holdEndsTheTakeoverAndReplacementRestartsIt()
     {
         auto d = director(1000);

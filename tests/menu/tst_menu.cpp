@@ -9,11 +9,14 @@
 #include "Menu/StatusItemController.h"
 #include "Menu/StatusStreamView.h"
 #include "Menu/StreamComposer.h"
+#include "Menu/X11Desktop.h"
 #include "Support/Theme.h"
 
 #include <QAction>
 #include <QMenu>
+#include <QGuiApplication>
 #include <QPainter>
+#include <QScreen>
 #include <QTest>
 
 class MenuTest : public QObject {
@@ -261,6 +264,30 @@ private Q_SLOTS:
         QTest::newRow("2x, odd bar half a point down") << 2.0 << QPointF(0, 0.5);
         QTest::newRow("1x, quarter pixels") << 1.0 << QPointF(0.25, 0.75);
     }
+    // Drawn onto a wider canvas, nothing of the ping's ring may fall right of
+    // or above/below the view: the window would cut it into a "C".
+    void pingRingStaysInside()
+    {
+        StatusStreamView view;
+        view.ping();
+        const double start = view.now();
+        for (double age : {0.05, 0.15, 0.3, 0.45, 0.6}) {
+            QImage img(QSize(120, 64), QImage::Format_ARGB32_Premultiplied);
+            img.setDevicePixelRatio(2);
+            img.fill(Qt::transparent);
+            QPainter p(&img);
+            p.translate(10, 4);
+            view.paintAt(p, QSizeF(40, 24), start + age);
+            p.end();
+            for (int y = 0; y < img.height(); ++y)
+                for (int x = 0; x < img.width(); ++x) {
+                    const bool inside = x >= 20 && x < 100 && y >= 8 && y < 56;
+                    if (!inside && qAlpha(img.pixel(x, y)))
+                        QFAIL(qPrintable(QStringLiteral("ring outside at age %1: %2,%3").arg(age).arg(x).arg(y)));
+                }
+        }
+    }
+
     void linkDotLandsWhereTheCircleWould()
     {
         QFETCH(double, scale);
@@ -285,9 +312,9 @@ private Q_SLOTS:
             p.translate(offset);
             p.setPen(Qt::NoPen);
             p.setBrush(toQColor(Theme::amber)); // connecting
-            p.drawEllipse(QPointF(35, 12), 2.5, 2.5);
+            p.drawEllipse(QPointF(40 - StatusStreamView::pingRingMax - 1, 12), 2.5, 2.5);
         }
-        const QRect dot(int(30 * scale), int(6 * scale), int(10 * scale), int(12 * scale));
+        const QRect dot(int(28 * scale), int(6 * scale), int(10 * scale), int(12 * scale));
         int worst = 0;
         for (int y = dot.top(); y <= dot.bottom(); ++y)
             for (int x = dot.left(); x <= dot.right(); ++x) {
@@ -298,28 +325,98 @@ private Q_SLOTS:
         QVERIFY2(worst <= 3, qPrintable(QString::number(worst)));
     }
 
+    // `reserved` is the strip's own reservation in effect, which the window
+    // manager has already taken out of the work area.
     void stripPlacement_data()
     {
         QTest::addColumn<QRect>("screen");
         QTest::addColumn<QRect>("available");
+        QTest::addColumn<QRect>("reserved");
         QTest::addColumn<QRect>("strip");
-        QTest::newRow("top bar 32") << QRect(0, 0, 1920, 1080) << QRect(0, 32, 1920, 1048)
-                                    << QRect(1920 - 196, 32, 196, 32);
-        QTest::newRow("no bar") << QRect(0, 0, 1280, 800) << QRect(0, 0, 1280, 800)
+        const QRect hd(0, 0, 1920, 1080);
+        QTest::newRow("top bar 32: just under it, its height")
+            << hd << QRect(0, 32, 1920, 1048) << QRect() << QRect(1920 - 196, 32, 196, 32);
+        QTest::newRow("no bar") << QRect(0, 0, 1280, 800) << QRect(0, 0, 1280, 800) << QRect()
                                 << QRect(1280 - 196, 0, 196, 24);
-        QTest::newRow("bottom bar 40")
-            << QRect(0, 0, 1280, 800) << QRect(0, 0, 1280, 760) << QRect(1280 - 196, 0, 196, 40);
+        QTest::newRow("bottom bar 44 only: usual height at the top")
+            << QRect(0, 0, 1280, 800) << QRect(0, 0, 1280, 756) << QRect() << QRect(1280 - 196, 0, 196, 24);
         QTest::newRow("dock on the left, bar on top, second screen")
-            << QRect(1920, 0, 2560, 1440) << QRect(1990, 27, 2490, 1413) << QRect(4480 - 196, 27, 196, 27);
+            << QRect(1920, 0, 2560, 1440) << QRect(1990, 27, 2490, 1413) << QRect()
+            << QRect(4480 - 196, 27, 196, 27);
         QTest::newRow("a bar too thin for the pill")
-            << QRect(0, 0, 800, 600) << QRect(0, 10, 800, 590) << QRect(800 - 196, 10, 196, 24);
+            << QRect(0, 0, 800, 600) << QRect(0, 10, 800, 590) << QRect() << QRect(800 - 196, 10, 196, 24);
+        QTest::newRow("own reservation under a 28 px bar: stays put")
+            << hd << QRect(0, 56, 1920, 1024) << QRect(1724, 28, 196, 28) << QRect(1724, 28, 196, 28);
+        QTest::newRow("own reservation, no bar: stays put")
+            << hd << QRect(0, 24, 1920, 1056) << QRect(1724, 0, 196, 24) << QRect(1724, 0, 196, 24);
+        QTest::newRow("late panel taller than the strip: moves under it")
+            << hd << QRect(0, 30, 1920, 1050) << QRect(1724, 0, 196, 24) << QRect(1724, 30, 196, 30);
+        QTest::newRow("panel gone: the work area no longer ends at the strip")
+            << hd << QRect(0, 0, 1920, 1080) << QRect(1724, 28, 196, 28) << QRect(1724, 0, 196, 24);
+        QTest::newRow("screen grew: follows the new right edge")
+            << QRect(0, 0, 2560, 1440) << QRect(0, 24, 2560, 1416) << QRect(1724, 0, 196, 24)
+            << QRect(2560 - 196, 0, 196, 24);
+        QTest::newRow("reservation on another screen is not ours here")
+            << QRect(1920, 0, 1280, 1024) << QRect(1920, 24, 1280, 1000) << QRect(1724, 0, 196, 24)
+            << QRect(3200 - 196, 24, 196, 24);
     }
     void stripPlacement()
     {
         QFETCH(QRect, screen);
         QFETCH(QRect, available);
+        QFETCH(QRect, reserved);
         QFETCH(QRect, strip);
-        QCOMPARE(StatusItemController::stripGeometry(screen, available), strip);
+        QCOMPARE(StatusItemController::stripGeometry(screen, available, reserved), strip);
+    }
+
+    void barSample_data()
+    {
+        QTest::addColumn<QRect>("available");
+        QTest::addColumn<QRect>("strip");
+        QTest::addColumn<QRect>("sample");
+        QTest::newRow("top bar above the strip")
+            << QRect(0, 56, 1920, 1024) << QRect(1724, 28, 196, 28) << QRect(1724, 0, 196, 28);
+        QTest::newRow("bottom bar only") << QRect(0, 24, 1920, 1012) << QRect(1724, 0, 196, 24)
+                                         << QRect(1724, 1036, 196, 44);
+        QTest::newRow("no bar") << QRect(0, 24, 1920, 1056) << QRect(1724, 0, 196, 24) << QRect();
+    }
+    void barSample()
+    {
+        QFETCH(QRect, available);
+        QFETCH(QRect, strip);
+        QFETCH(QRect, sample);
+        QCOMPARE(StatusItemController::barSample(QRect(0, 0, 1920, 1080), available, strip), sample);
+    }
+
+    // _NET_WM_STRUT_PARTIAL: left, right, top, bottom, then each edge's span.
+    void strut_data()
+    {
+        QTest::addColumn<QRect>("root");
+        QTest::addColumn<QRect>("strip");
+        QTest::addColumn<QList<uint>>("strut");
+        const QList<uint> none(12, 0);
+        QTest::newRow("under a 28 px bar") << QRect(0, 0, 1920, 1080) << QRect(1724, 28, 196, 28)
+                                           << QList<uint>{0, 0, 56, 0, 0, 0, 0, 0, 1724, 1919, 0, 0};
+        QTest::newRow("right screen of two") << QRect(0, 0, 3840, 1080) << QRect(3644, 0, 196, 24)
+                                             << QList<uint>{0, 0, 24, 0, 0, 0, 0, 0, 3644, 3839, 0, 0};
+        QTest::newRow("withdrawn") << QRect(0, 0, 1920, 1080) << QRect() << none;
+        QTest::newRow("off the root") << QRect(0, 0, 1920, 1080) << QRect(4000, 0, 196, 24) << none;
+    }
+    void strut()
+    {
+        QFETCH(QRect, root);
+        QFETCH(QRect, strip);
+        QFETCH(QList<uint>, strut);
+        const auto got = X11Desktop::topStrut(root, strip);
+        QCOMPARE(QList<uint>(got.begin(), got.end()), strut);
+    }
+
+    void placedAsAsked()
+    {
+        const QRect asked(1724, 28, 196, 28);
+        QVERIFY(StatusItemController::placedAsAsked(asked, asked.translated(2, 2)));
+        QVERIFY(!StatusItemController::placedAsAsked(asked, QRect(0, 0, 196, 28)));      // top-left
+        QVERIFY(!StatusItemController::placedAsAsked(asked, QRect(862, 526, 196, 28))); // centred
     }
 
     void trayMarkIsMonochromeForThePanel()
@@ -367,12 +464,86 @@ private Q_SLOTS:
         QCOMPARE(toggles, 2);
     }
 
+    // A StatusNotifierItem host reads the exported menu once, when the icon
+    // appears: the menu is whole from the start and follows the store.
+    void trayMenuIsWholeBeforeItIsShown()
+    {
+        auto store = quietStore();
+        StatusItemController item(store.get());
+        int toggles = 0;
+        item.onToggle = [&] { ++toggles; };
+        const auto texts = [&] {
+            QStringList out;
+            for (QAction *a : item.trayMenu()->actions())
+                out << (a->isSeparator() ? QStringLiteral("--") : a->text());
+            return out;
+        };
+        QCOMPARE(texts(), (QStringList{QStringLiteral("Connecting…"), QStringLiteral("--"),
+                                       QStringLiteral("Open Larkpin"), QStringLiteral("Pause ticker"),
+                                       QStringLiteral("--"), QStringLiteral("Quit Larkpin")}));
+        QVERIFY(!item.trayMenu()->actions().first()->isEnabled());
+
+        store->client().onLink(LinkState::live);
+        store->ingest(QList<TwFill>{fill(1, 90000), fill(2, 60000)});
+        QCOMPARE(texts().first(), QStringLiteral("2 WHALE"));
+        item.trayMenu()->actions().at(3)->trigger();
+        QVERIFY(store->preferences().paused);
+        QCOMPARE(texts().at(3), QStringLiteral("Resume ticker"));
+        item.trayMenu()->actions().at(2)->trigger();
+        QCOMPARE(toggles, 1);
+    }
+
+    void trayOnlyHidesTheStripAndAnchorsAtTheCorner()
+    {
+        QCOMPARE(StatusItemController::cornerAnchor(QRect(0, 28, 1920, 1052)), QRect(1919, 28, 1, 1));
+        auto store = quietStore();
+        StatusItemController item(store.get());
+        QVERIFY(item.stripShown());
+        QCOMPARE(item.anchorRect().size(), item.strip()->size());
+        Preferences prefs = store->preferences();
+        prefs.trayOnly = true;
+        store->updatePreferences(prefs);
+        QVERIFY(!item.stripShown());
+        QCOMPARE(item.anchorRect(),
+                 StatusItemController::cornerAnchor(QGuiApplication::primaryScreen()->availableGeometry()));
+        prefs.trayOnly = false;
+        store->updatePreferences(prefs);
+        QVERIFY(item.stripShown());
+    }
+
+    // The radar usually answers before the tape: nothing that arrives before
+    // the backfill, nor the backfill itself, takes the ticker over.
+    void warmUpHoldsUntilTheBackfill()
+    {
+        auto store = quietStore();
+        StatusItemController item(store.get());
+        TwRadar pile;
+        pile.token = QStringLiteral("TokenPILE");
+        pile.symbol = QStringLiteral("PILE");
+        pile.buyers = 9;
+        pile.firstTs = clock - 10;
+        pile.usdIn = 400000;
+        store->ingest(QList<TwRadar>{pile});
+        QVERIFY(!store->signalList().isEmpty());
+        QVERIFY(!item.view()->focal());
+        store->ingest(QList<TwFill>{fill(1, 90000)}); // the backfill's trades
+        QVERIFY(!item.view()->focal());
+        store->client().onBackfill();
+        QVERIFY(store->backfilled());
+        QVERIFY(!item.view()->focal());
+        QVERIFY(item.focalDirector()->isWarmedUp());
+        store->ingest(QList<TwFill>{fill(2, 40000)}); // the first live trade
+        QVERIFY(item.view()->focal());
+        QCOMPARE(item.view()->focal()->usd, std::optional<double>(40000));
+    }
+
     void aLargeTradeTakesTheStripOver()
     {
         auto store = quietStore();
         StatusItemController item(store.get());
         QCOMPARE(item.strip()->toolTip(), QStringLiteral("Larkpin"));
         store->ingest(QList<TwFill>{fill(1, 90000)}); // arrives with the first fetch
+        store->client().onBackfill();
         QVERIFY(!item.view()->focal());
         store->ingest(QList<TwFill>{fill(2, 5000)}); // under the 25 000 threshold
         QVERIFY(!item.view()->focal());

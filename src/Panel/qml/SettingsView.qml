@@ -136,6 +136,15 @@ Item {
                         on: panel.notifyTakeovers
                         onToggled: (value) => panel.setNotifyTakeovers(value)
                     }
+                    Hairline { width: parent.width }
+                    SwitchRow {
+                        objectName: "trayOnlySwitch"
+                        width: parent.width
+                        title: "Tray icon only"
+                        subtitle: "No ticker strip at the top of the screen."
+                        on: panel.trayOnly
+                        onToggled: (value) => panel.setTrayOnly(value)
+                    }
                 }
                 SettingsSection {
                     id: listedSection
