@@ -4,6 +4,7 @@
 #include "Panel/PanelModel.h"
 #include "Panel/PanelQml.h"
 #include "Panel/PanelStyle.h"
+#include "Support/Log.h"
 
 #include <QCursor>
 #include <QEasingCurve>
@@ -12,13 +13,78 @@
 #include <QQmlContext>
 #include <QQmlEngine>
 #include <QQuickItem>
+#include <QSGRendererInterface>
 #include <QScreen>
 #include <QTimer>
 #include <QVariantAnimation>
 
 #include <limits>
 
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
+#ifdef Q_OS_LINUX
+#include <QFile>
+#include <sys/mman.h>
+#endif
+
 namespace {
+// A line per opening, closing and release for scripts/measure, with the
+// figure a user feels: how long an opening took to its first frame.
+void note(const QString &what)
+{
+    static const bool log = Log::enabledByEnvironment();
+    if (log)
+        Log::write("Larkpin", QStringLiteral("panel → ") + what);
+}
+
+// Only the panel runs the code of Qt Quick and QML and reads the panel's
+// fonts; once it is released those pages would stay resident until the
+// machine ran short of memory (the kernel's own hint, MADV_PAGEOUT, leaves
+// pages any other process maps). A read-only mapping with no page of its own
+// (no copy a write or a relocation made) holds exactly what is in the file,
+// so dropping it loses nothing: the next opening reads it back from the page
+// cache. Anything writable, or with a private copy, is left alone.
+void giveBackPanelPages()
+{
+#ifdef Q_OS_LINUX
+    QFile smaps(QStringLiteral("/proc/self/smaps"));
+    if (!smaps.open(QIODevice::ReadOnly))
+        return;
+    static const char *const panelOnly[] = {"libQt6Quick", "libQt6Qml", "libqtquick", "libquick",
+                                           "libqmlplugin", "libqtqml", ".otf", ".ttf"};
+    quintptr from = 0, to = 0;
+    bool candidate = false;
+    // Bounded: a process has a few thousand mappings of some 25 lines each.
+    // (No atEnd(): a /proc file says it is empty.)
+    for (int n = 0; n < 400000; ++n) {
+        const QByteArray line = smaps.readLine(4096);
+        if (line.isEmpty())
+            break;
+        // A mapping's first line starts "from-to perms"; its fields start "Name:".
+        const qsizetype space = line.indexOf(' ');
+        const bool header = space > 0 && line.left(space).contains('-') && !line.left(space).endsWith(':');
+        if (header) {
+            const QList<QByteArray> f = line.simplified().split(' ');
+            candidate = false;
+            if (f.size() < 6 || !f[5].startsWith('/') || f[1].contains('w'))
+                continue;
+            for (const char *name : panelOnly)
+                candidate = candidate || f[5].contains(name);
+            const QList<QByteArray> range = f[0].split('-');
+            bool ok1 = false, ok2 = false;
+            from = range.value(0).toULongLong(&ok1, 16);
+            to = range.value(1).toULongLong(&ok2, 16);
+            candidate = candidate && ok1 && ok2 && to > from;
+        } else if (candidate && line.startsWith("Anonymous:")) {
+            candidate = false;
+            if (line.mid(10).trimmed().split(' ').value(0) == "0")
+                ::madvise(reinterpret_cast<void *>(from), to - from, MADV_DONTNEED);
+        }
+    }
+#endif
+}
+
 // Headless platforms draw no windows: they fade nothing and say so on every frame.
 bool fades()
 {
@@ -58,10 +124,39 @@ bool HUDWindow::event(QEvent *event)
     return QQuickWindow::event(event);
 }
 
-PanelController::PanelController(FeedStore *store, QObject *parent)
-    : QObject(parent), store_(store), engine_(std::make_unique<QQmlEngine>()),
-      window_(std::make_unique<HUDWindow>())
+PanelController::PanelController(FeedStore *store, QObject *parent) : QObject(parent), store_(store)
 {
+    animation_ = new QVariantAnimation(this);
+    animation_->setStartValue(0.0);
+    animation_->setEndValue(1.0);
+    releaseTimer_.setSingleShot(true);
+    releaseTimer_.setInterval(defaultReleaseMs);
+    connect(&releaseTimer_, &QTimer::timeout, this, &PanelController::release);
+}
+
+PanelController::~PanelController()
+{
+    animation_->stop();
+    teardown();
+    window_.reset(); // before the engine its items came from
+    engine_.reset();
+}
+
+void PanelController::chooseGraphicsApi()
+{
+    static const bool chosen = [] {
+        if (!qEnvironmentVariableIsSet("QT_QUICK_BACKEND") && !qEnvironmentVariableIsSet("QSG_RHI_BACKEND"))
+            QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
+        return true;
+    }();
+    Q_UNUSED(chosen);
+}
+
+void PanelController::create()
+{
+    chooseGraphicsApi();
+    engine_ = std::make_unique<QQmlEngine>();
+    window_ = std::make_unique<HUDWindow>();
     PanelQml::configureEngine(*engine_, window_->devicePixelRatio());
     // Where a compositor runs, the window is larger than the panel by a
     // transparent margin its soft shadow falls into.
@@ -91,16 +186,32 @@ PanelController::PanelController(FeedStore *store, QObject *parent)
         if (open_ && wasActive_)
             close();
     });
-
-    animation_ = new QVariantAnimation(this);
-    animation_->setStartValue(0.0);
-    animation_->setEndValue(1.0);
+    connect(window_.get(), &QQuickWindow::frameSwapped, this, [this] {
+        if (!awaitingFrame_)
+            return;
+        awaitingFrame_ = false;
+        note(QStringLiteral("shown in %1 ms").arg(double(openedAt_.nsecsElapsed()) / 1e6, 0, 'f', 1));
+        Q_EMIT shown();
+    });
 }
 
-PanelController::~PanelController()
+void PanelController::release()
 {
-    animation_->stop();
+    if (open_ || !window_)
+        return;
     teardown();
+    // The window takes its scene graph with it; the engine its compiled
+    // components, image provider and JavaScript heap.
+    window_.reset();
+    engine_.reset();
+#ifdef __GLIBC__
+    // What was freed sits in the allocator's free lists otherwise, still
+    // counted as resident; hand the pages back.
+    malloc_trim(0);
+#endif
+    giveBackPanelPages();
+    note(QStringLiteral("released"));
+    Q_EMIT released();
 }
 
 QPoint PanelController::placement(const QRect &anchor, const QRect &available)
@@ -127,10 +238,15 @@ void PanelController::show(const QRect &requested)
     const QRect available = screen ? screen->availableGeometry() : QRect(0, 0, width, height);
     target_ = placement(anchor, available);
 
+    openedAt_.start();
+    releaseTimer_.stop();
     ++generation_;
     open_ = true;
     wasActive_ = false;
+    awaitingFrame_ = true;
     teardown(); // a reopening during the fade starts from a new tree too
+    if (!window_)
+        create();
     build();
 
     animation_->stop();
@@ -170,6 +286,7 @@ void PanelController::close()
     connect(animation_, &QVariantAnimation::valueChanged, this,
             [this, from](const QVariant &v) { setWindowOpacity(window_.get(), from * (1 - v.toDouble())); });
     animation_->start();
+    note(QStringLiteral("closed"));
     Q_EMIT closed();
 
     QTimer::singleShot(teardownMs, Qt::PreciseTimer, this, [this, g] {
@@ -178,13 +295,14 @@ void PanelController::close()
             return;
         window_->hide();
         teardown();
+        releaseTimer_.start();
         Q_EMIT tornDown();
     });
 }
 
 bool PanelController::isVisible() const
 {
-    return open_ && window_->isVisible();
+    return open_ && window_ && window_->isVisible();
 }
 
 double PanelController::secondsSinceClosed() const

@@ -1,8 +1,11 @@
 #pragma once
 // The floating panel: one frameless, translucent, always-on-top Qt Quick
-// window, reused for every opening. Each opening builds a fresh HUDView tree
-// (so its navigation state starts cleared); each closing fades out and,
-// 0.22 s later, tears the tree down unless the panel was reopened meanwhile.
+// window. Nothing of Qt Quick exists until the first opening: the engine and
+// the window are built then, and given back once the panel has stayed closed
+// for releaseDelay(), so a panel nobody looks at costs nothing. Each opening
+// builds a fresh HUDView tree (so its navigation state starts cleared) from
+// the store, which holds everything the panel shows; each closing fades out
+// and, 0.22 s later, tears the tree down unless the panel was reopened.
 
 #include <QElapsedTimer>
 #include <QObject>
@@ -10,6 +13,7 @@
 #include <QQuickItem>
 #include <QQuickWindow>
 #include <QRect>
+#include <QTimer>
 
 #include <functional>
 #include <memory>
@@ -40,9 +44,18 @@ public:
     static constexpr int fadeOutMs = 100;
     static constexpr int teardownMs = 220;
     static constexpr int slideDistance = 8;
+    // Long enough that closing and reopening within a glance keeps the window
+    // warm; short enough that a panel opened once an hour costs nothing between.
+    static constexpr int defaultReleaseMs = 30000;
 
     explicit PanelController(FeedStore *store, QObject *parent = nullptr);
     ~PanelController() override;
+
+    // The scene graph the panel draws with, asked for once before the first
+    // Qt Quick window exists: the software one unless the environment names
+    // another (QT_QUICK_BACKEND, QSG_RHI_BACKEND). A software panel loads no
+    // GL driver at all, and measured lighter at the same frame cost.
+    static void chooseGraphicsApi();
 
     // Opens under `anchor` (global, top-down coordinates); an empty anchor
     // means under the mouse pointer.
@@ -54,21 +67,34 @@ public:
     double secondsSinceClosed() const;
     qint64 generation() const { return generation_; }
 
+    // How long the panel stays closed before its engine and window go.
+    void setReleaseDelay(int ms) { releaseTimer_.setInterval(ms); }
+    int releaseDelay() const { return releaseTimer_.interval(); }
+    // The engine and the window exist (from the first opening until a release).
+    bool isCreated() const { return window_ != nullptr; }
+
     // Top-left of the panel for an anchor inside an available screen area.
     static QPoint placement(const QRect &anchor, const QRect &available);
 
     // For tests.
     QQuickWindow *window() const { return window_.get(); }
+    QQmlEngine *engine() const { return engine_.get(); }
     QQuickItem *rootItem() const { return root_; }
     PanelModel *model() const { return model_; }
     QPoint targetPosition() const { return target_; }
 
 Q_SIGNALS:
     void opened();
+    // The first frame of an opening is on screen.
+    void shown();
     void closed();
     void tornDown();
+    // The engine and the window are gone.
+    void released();
 
 private:
+    void create();
+    void release();
     void build();
     void teardown();
 
@@ -76,12 +102,15 @@ private:
     std::unique_ptr<QQmlEngine> engine_;
     std::unique_ptr<HUDWindow> window_;
     QVariantAnimation *animation_ = nullptr;
+    QTimer releaseTimer_;
     QPointer<QQuickItem> root_;
     QPointer<PanelModel> model_;
     QElapsedTimer closedAt_;
+    QElapsedTimer openedAt_;
     qint64 generation_ = 0;
     bool open_ = false;
     bool wasActive_ = false;
+    bool awaitingFrame_ = false;
     QPoint target_;
     int margin_ = 0; // the shadow's band around the panel, in the window
 };
