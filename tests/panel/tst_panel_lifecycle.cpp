@@ -1,0 +1,178 @@
+// When the panel's engine and window exist: not before the first opening,
+// not after it has stayed closed for its release delay. What it shows comes
+// from the store, so an opening after a release shows the same rows.
+
+#include "Panel/PanelController.h"
+#include "Panel/PanelModel.h"
+#include "PanelTestSupport.h"
+
+#include <QGuiApplication>
+#include <QPointer>
+#include <QQmlEngine>
+#include <QQuickItem>
+#include <QQuickWindow>
+#include <QSGRendererInterface>
+#include <QSettings>
+#include <QSignalSpy>
+#include <QTest>
+
+#include <memory>
+
+namespace {
+int quickWindows()
+{
+    int n = 0;
+    for (QWindow *w : QGuiApplication::allWindows())
+        n += qobject_cast<QQuickWindow *>(w) != nullptr;
+    return n;
+}
+
+// The signal ids of the rows on screen, top to bottom.
+QStringList rowsShown(QQuickItem *item)
+{
+    QStringList out;
+    if (!item || !item->isVisible())
+        return out;
+    const QString id = item->property("signalId").toString();
+    if (!id.isEmpty() && item->height() > 0)
+        out << id;
+    for (QQuickItem *child : item->childItems())
+        out += rowsShown(child);
+    return out;
+}
+} // namespace
+
+class PanelLifecycleTest : public QObject {
+    Q_OBJECT
+
+    TestClock clock;
+    std::unique_ptr<FeedStore> store;
+    std::unique_ptr<PanelController> panel;
+
+    void open()
+    {
+        panel->show(QRect(900, 0, 24, 24));
+        QVERIFY(panel->rootItem());
+        QVERIFY(QTest::qWaitForWindowExposed(panel->window()));
+    }
+
+    // Closes and waits for the tree to go (the window and engine may stay).
+    void closeAndTearDown()
+    {
+        QSignalSpy torn(panel.get(), &PanelController::tornDown);
+        panel->close();
+        QVERIFY(torn.wait(2000));
+    }
+
+private Q_SLOTS:
+    void init()
+    {
+        QSettings(QStringLiteral("Larkpin"), QStringLiteral("Larkpin")).clear();
+        clock = TestClock{};
+        store = unreachableStore(clock);
+        store->setPreferences(Preferences::defaults());
+        QList<TwFill> fills;
+        for (int i = 0; i < 5; ++i)
+            fills << whaleFill(100 + i, clock.t - 30 * (5 - i), 3000.0 * (i + 1), QStringLiteral("w%1").arg(i),
+                               QStringLiteral("T%1").arg(i));
+        store->ingest(fills);
+        panel = std::make_unique<PanelController>(store.get());
+    }
+    void cleanup()
+    {
+        panel.reset();
+        store.reset();
+        QCOMPARE(quickWindows(), 0);
+    }
+
+    void nothingOfQtQuickUntilTheFirstOpening()
+    {
+        QVERIFY(!panel->isCreated());
+        QVERIFY(!panel->window());
+        QVERIFY(!panel->engine());
+        QCOMPARE(quickWindows(), 0);
+        QVERIFY(!panel->isVisible());
+        panel->close(); // closing a panel never opened builds nothing either
+        QVERIFY(!panel->isCreated());
+
+        open();
+        QVERIFY(panel->isCreated());
+        QVERIFY(panel->engine());
+        QCOMPARE(quickWindows(), 1);
+        if (qEnvironmentVariableIsEmpty("QT_QUICK_BACKEND") && qEnvironmentVariableIsEmpty("QSG_RHI_BACKEND"))
+            QCOMPARE(panel->window()->rendererInterface()->graphicsApi(), QSGRendererInterface::Software);
+    }
+
+    // Whether a reopening finds the same window depends on when it comes:
+    // during the fade or before the release delay it does; after, it gets
+    // a new one, and the old window and engine are gone.
+    void reopening_data()
+    {
+        QTest::addColumn<int>("releaseMs");
+        QTest::addColumn<bool>("waitForTeardown");
+        QTest::addColumn<bool>("waitForRelease");
+        QTest::addColumn<bool>("sameWindow");
+        QTest::newRow("during the fade") << 60000 << false << false << true;
+        QTest::newRow("closed, before the release delay") << 60000 << true << false << true;
+        QTest::newRow("closed, reopened with the release due") << 300 << true << false << true;
+        QTest::newRow("after the release") << 50 << true << true << false;
+        QTest::newRow("no delay at all") << 0 << true << true << false;
+    }
+    void reopening()
+    {
+        QFETCH(int, releaseMs);
+        QFETCH(bool, waitForTeardown);
+        QFETCH(bool, waitForRelease);
+        QFETCH(bool, sameWindow);
+        panel->setReleaseDelay(releaseMs);
+        open();
+        // Rows lay out over the first frames: wait for them.
+        QTRY_COMPARE(rowsShown(panel->rootItem()).size(), 5);
+        const QStringList before = rowsShown(panel->rootItem());
+        const QPointer<QQuickWindow> window = panel->window();
+        const QPointer<QQmlEngine> engine = panel->engine();
+
+        QSignalSpy released(panel.get(), &PanelController::released);
+        if (waitForTeardown)
+            closeAndTearDown();
+        else
+            panel->close();
+        if (waitForRelease) {
+            QVERIFY(released.count() == 1 || released.wait(2000));
+            QVERIFY(!panel->isCreated());
+            QVERIFY(window.isNull());
+            QVERIFY(engine.isNull());
+            QCOMPARE(quickWindows(), 0);
+        }
+
+        open();
+        QCOMPARE(panel->window() == window.data(), sameWindow);
+        QTRY_COMPARE(rowsShown(panel->rootItem()), before);
+        // Open again: no release comes while it is open, however long.
+        QTest::qWait(releaseMs + 100);
+        QVERIFY(panel->isCreated());
+        QCOMPARE(released.count(), waitForRelease ? 1 : 0);
+    }
+
+    // The store moves on while the panel is released; the next opening shows
+    // where it is now, not where it was.
+    void anOpeningAfterARelease_showsTheStoreAsItIsNow()
+    {
+        panel->setReleaseDelay(0);
+        open();
+        QTRY_COMPARE(rowsShown(panel->rootItem()).size(), 5);
+        const QStringList before = rowsShown(panel->rootItem());
+        QSignalSpy released(panel.get(), &PanelController::released);
+        closeAndTearDown();
+        QVERIFY(released.count() == 1 || released.wait(2000));
+        store->ingest({whaleFill(200, clock.t - 1, 90000.0, QStringLiteral("late"), QStringLiteral("LATE"))});
+        open();
+        QTRY_COMPARE(rowsShown(panel->rootItem()).size(), before.size() + 1);
+        const QStringList after = rowsShown(panel->rootItem());
+        for (const QString &id : before)
+            QVERIFY(after.contains(id));
+    }
+};
+
+QTEST_MAIN(PanelLifecycleTest)
+#include "tst_panel_lifecycle.moc"
