@@ -12,6 +12,7 @@
 #include <vector>
 
 namespace {
+constexpr int framePeriodMs = 33;     // the pump's 30 Hz
 constexpr double laneFade = 0.26;     // dimming and blurring of the stream
 constexpr double focalFadeIn = 0.18;  // the focal layer's opacity
 constexpr double focalFadeOut = 0.2;  // after a release
@@ -121,15 +122,28 @@ StatusStreamView::StatusStreamView(QWidget *parent) : QWidget(parent), reduceMot
     flipTimer_->setTimerType(Qt::CoarseTimer); // a little slack lets the system batch wake-ups
     connect(flipTimer_, &QTimer::timeout, this, &StatusStreamView::flip);
     pumpTimer_ = new QTimer(this);
-    pumpTimer_->setInterval(33);
+    pumpTimer_->setInterval(framePeriodMs);
     pumpTimer_->setTimerType(Qt::PreciseTimer);
     connect(pumpTimer_, &QTimer::timeout, this, [this] {
         // The pump outlives the animations by a little; present() draws only
         // what moved since the last frame, so its last ticks cost next to nothing.
         const double t = now();
         present(t);
-        if (t > pumpUntil_)
+        // Once every animation has drawn its settled frame, the rest of the
+        // pump's margin would only wake the process to draw nothing.
+        constexpr int settled = std::numeric_limits<int>::max();
+        const bool still = takeoverSettled_ && presentedFlip_ == settled && presentedPing_ == settled;
+        if (t > pumpUntil_ || still) {
             pumpTimer_->stop();
+            return;
+        }
+        // A ping alone (the link's heartbeat, one per socket frame) is a small
+        // ring in the corner: half the rate is enough for it, and on a quiet
+        // tape those rings are most of what wakes the process. Flips and
+        // takeovers keep the full rate.
+        const int interval = takeoverSettled_ && presentedFlip_ == settled ? 2 * framePeriodMs : framePeriodMs;
+        if (pumpTimer_->interval() != interval)
+            pumpTimer_->setInterval(interval);
     });
     rollTimer_ = new QTimer(this);
     rollTimer_->setInterval(16);
@@ -254,7 +268,9 @@ void StatusStreamView::pump(double seconds)
 {
     pumpUntil_ = std::max(pumpUntil_, now() + seconds);
     if (!pumpTimer_->isActive())
-        pumpTimer_->start();
+        pumpTimer_->start(framePeriodMs);
+    else if (pumpTimer_->interval() != framePeriodMs)
+        pumpTimer_->start(framePeriodMs); // whatever comes now may be a flip: full rate at once
 }
 
 void StatusStreamView::snap(const std::optional<Focal> &focal)

@@ -107,6 +107,8 @@ private:
     QPointer<PanelModel> model_;
     QElapsedTimer closedAt_;
     QElapsedTimer openedAt_;
+    double createMs_ = 0;
+    double buildMs_ = 0;
     qint64 generation_ = 0;
     bool open_ = false;
     bool wasActive_ = false;
