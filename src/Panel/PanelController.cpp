@@ -211,14 +211,20 @@ void PanelController::release()
     // components, image provider and JavaScript heap.
     window_.reset();
     engine_.reset();
+    // Some of it goes by deferred deletion and with the image loader's
+    // thread: give that a moment before counting what is free.
+    QTimer::singleShot(trimDelayMs, this, [this] {
+        if (window_)
+            return; // reopened meanwhile
 #ifdef __GLIBC__
-    // What was freed sits in the allocator's free lists otherwise, still
-    // counted as resident; hand the pages back.
-    malloc_trim(0);
+        // What was freed sits in the allocator's free lists otherwise, still
+        // counted as resident; hand the pages back.
+        malloc_trim(0);
 #endif
-    giveBackPanelPages();
-    note(QStringLiteral("released"));
-    Q_EMIT released();
+        giveBackPanelPages();
+        note(QStringLiteral("released"));
+        Q_EMIT released();
+    });
 }
 
 QPoint PanelController::placement(const QRect &anchor, const QRect &available)

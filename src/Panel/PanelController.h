@@ -47,6 +47,8 @@ public:
     // Long enough that closing and reopening within a glance keeps the window
     // warm; short enough that a panel opened once an hour costs nothing between.
     static constexpr int defaultReleaseMs = 30000;
+    // After the release, before the freed memory is handed back.
+    static constexpr int trimDelayMs = 1000;
 
     explicit PanelController(FeedStore *store, QObject *parent = nullptr);
     ~PanelController() override;
@@ -89,7 +91,7 @@ Q_SIGNALS:
     void shown();
     void closed();
     void tornDown();
-    // The engine and the window are gone.
+    // The engine and the window are gone and their memory handed back.
     void released();
 
 private:
