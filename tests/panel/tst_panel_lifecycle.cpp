@@ -28,8 +28,16 @@ int quickWindows()
     return n;
 }
 
-// The signal ids of the rows on screen, top to bottom.
+// The signal ids of the rows on screen, top to bottom (a row may tag
+// more than one of its items with its id).
+QStringList rowIds(QQuickItem *item);
 QStringList rowsShown(QQuickItem *item)
+{
+    QStringList out = rowIds(item);
+    out.removeDuplicates();
+    return out;
+}
+QStringList rowIds(QQuickItem *item)
 {
     QStringList out;
     if (!item || !item->isVisible())
@@ -38,7 +46,7 @@ QStringList rowsShown(QQuickItem *item)
     if (!id.isEmpty() && item->height() > 0)
         out << id;
     for (QQuickItem *child : item->childItems())
-        out += rowsShown(child);
+        out += rowIds(child);
     return out;
 }
 } // namespace
