@@ -17,6 +17,8 @@ constexpr int tickerCount = 8;
 constexpr int heroCount = 3;
 constexpr double actorWindow = 300;
 constexpr double stockWindow = 900;
+// Far more than a backfill (200) or a poll (60) can bring back.
+constexpr size_t seenFillsKept = 4096;
 } // namespace
 
 std::optional<QUrl> FeedStore::webLink(const std::optional<QString> &text)
@@ -351,7 +353,17 @@ void FeedStore::ingest(const QList<TwFill> &fills)
     if (fills.isEmpty())
         return;
     bool changed = false;
+    const qint64 repeatedBefore = fillsRepeated_;
     for (const TwFill &fill : fills) {
+        // A fill is counted once however it came: the socket and the backfill
+        // race at start, and a wake catches up through REST.
+        if (!seenFills_.insert(fill.id).second) {
+            ++fillsRepeated_;
+            continue;
+        }
+        if (seenFills_.size() > seenFillsKept)
+            seenFills_.erase(seenFills_.begin());
+        ++fillsIngested_;
         window_.append(fill.ts, fill.usd, fill.side == QLatin1String("buy"));
         const TwTrader *trader = client_->trader(fill.handle);
         const TwToken *token = client_->token(fill.token);
@@ -386,6 +398,10 @@ void FeedStore::ingest(const QList<TwFill> &fills)
                 QString::number(made->priority) + QLatin1Char(' ') + made->line.text());
         changed = true;
     }
+    if (verbose_ && fillsRepeated_ > repeatedBefore)
+        log(QStringLiteral("fills ") + QString::number(fillsRepeated_ - repeatedBefore) +
+            QStringLiteral(" seen before, passed over (ingested ") + QString::number(fillsIngested_) +
+            QStringLiteral(", repeated ") + QString::number(fillsRepeated_) + QLatin1Char(')'));
     if (changed) {
         setLastUpdate(now_());
         rebuild();
@@ -454,6 +470,10 @@ void FeedStore::ingest(const QList<TwRadar> &radar)
     for (const TwRadar &entry : radar) {
         const std::optional<Signal> made = SignalRules::signal(entry, now);
         if (!made)
+            continue;
+        // The service answers with two hours of pile-ins; one already past
+        // its expiry would be pruned again at once.
+        if (!(made->expiresAt > now))
             continue;
         const Signal *before = held(made->id);
         if (before && before->line.text() == made->line.text())
