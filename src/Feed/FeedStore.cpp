@@ -354,6 +354,7 @@ void FeedStore::ingest(const QList<TwFill> &fills)
         return;
     bool changed = false;
     const qint64 repeatedBefore = fillsRepeated_;
+    const qint64 ingestedBefore = fillsIngested_;
     for (const TwFill &fill : fills) {
         // A fill is counted once however it came: the socket and the backfill
         // race at start, and a wake catches up through REST.
@@ -398,10 +399,11 @@ void FeedStore::ingest(const QList<TwFill> &fills)
                 QString::number(made->priority) + QLatin1Char(' ') + made->line.text());
         changed = true;
     }
-    if (verbose_ && fillsRepeated_ > repeatedBefore)
-        log(QStringLiteral("fills ") + QString::number(fillsRepeated_ - repeatedBefore) +
-            QStringLiteral(" seen before, passed over (ingested ") + QString::number(fillsIngested_) +
-            QStringLiteral(", repeated ") + QString::number(fillsRepeated_) + QLatin1Char(')'));
+    // The running counts, when a repeat was passed over and at every
+    // hundredth fill, for whoever watches a long run.
+    if (verbose_ && (fillsRepeated_ > repeatedBefore || fillsIngested_ / 100 > ingestedBefore / 100))
+        log(QStringLiteral("fills ingested ") + QString::number(fillsIngested_) + QStringLiteral(", repeated ") +
+            QString::number(fillsRepeated_));
     if (changed) {
         setLastUpdate(now_());
         rebuild();

@@ -487,8 +487,37 @@ void TarnwickClient::connectSocket()
     // closed with 1009 and reconnects under the back-off.
     s->setMaxAllowedIncomingFrameSize(quint64(limits_.maxMessageBytes));
     s->setMaxAllowedIncomingMessageSize(quint64(limits_.maxMessageBytes));
-    s->setReadBufferSize(256 * 1024);
+    // Qt reads a frame only once all of it is buffered: room for the largest
+    // allowed frame and its header, and no more.
+    s->setReadBufferSize(limits_.maxMessageBytes + 1024);
 
+    // Qt checks each frame's announced size, but it gathers the frames of one
+    // message without a bound: the frames are counted here as they come, and
+    // a message that grows past the limit ends its socket.
+    auto counted = std::make_shared<qint64>(0);
+    auto countFrame = [this, s, counted](qint64 size, bool last) {
+        if (socket_ != s || *counted < 0)
+            return;
+        *counted += size;
+        if (*counted > limits_.maxMessageBytes) {
+            *counted = -1; // once
+            log(QStringLiteral("receive FAILED: a message over ") + QString::number(limits_.maxMessageBytes) +
+                QStringLiteral(" bytes, dropped; the socket is closed"));
+            QMetaObject::invokeMethod(
+                this, [this, s] {
+                    if (socket_ == s)
+                        socketDidClose();
+                },
+                Qt::QueuedConnection);
+            return;
+        }
+        if (last)
+            *counted = 0;
+    };
+    connect(s, &QWebSocket::textFrameReceived, this,
+            [countFrame](const QString &frame, bool last) { countFrame(frame.size(), last); });
+    connect(s, &QWebSocket::binaryFrameReceived, this,
+            [countFrame](const QByteArray &frame, bool last) { countFrame(frame.size(), last); });
     connect(s, &QWebSocket::textMessageReceived, this,
             [this, s](const QString &message) { onMessage(s, message.toUtf8(), true); });
     connect(s, &QWebSocket::binaryMessageReceived, this,

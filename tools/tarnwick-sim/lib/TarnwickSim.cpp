@@ -623,13 +623,26 @@ void SimServer::serveRest(QTcpSocket *socket, const QByteArray &target, const QB
     int status = 200;
     QByteArray body;
     if (fault.kind == EndpointFaultKind::SocketFirst && route == QLatin1String("/tape")) {
-        // The live frame wins the race: what the answer holds was on the socket first.
-        emitFills(2);
+        // The live frame wins the race: what the answer holds was on the socket
+        // first. A client opens its socket and asks for the backfill together,
+        // so the frame waits (up to 3 s) for a socket to carry it.
         QPointer<QTcpSocket> guard(socket);
-        QTimer::singleShot(fault.delayMs, this, [this, guard, limit, stocks] {
-            if (guard)
-                reply(guard, 200, QJsonDocument(market_->tape(limit, stocks)).toJson(QJsonDocument::Compact));
-        });
+        auto race = std::make_shared<std::function<void(int)>>();
+        *race = [this, guard, limit, stocks, delay = fault.delayMs, race](int tries) {
+            if (!guard)
+                return;
+            if (sockets_.isEmpty() && tries < 60) {
+                QTimer::singleShot(50, this, [race, tries] { (*race)(tries + 1); });
+                return;
+            }
+            emitFills(2);
+            QTimer::singleShot(delay, this, [this, guard, limit, stocks, race] {
+                if (guard)
+                    reply(guard, 200, QJsonDocument(market_->tape(limit, stocks)).toJson(QJsonDocument::Compact));
+                *race = nullptr; // the last use: ends the cycle of the shared function
+            });
+        };
+        (*race)(0);
         log(QStringLiteral("GET ") + QString::fromLatin1(target) + QStringLiteral(" -> socket first"));
         Q_EMIT requestServed(route, 200);
         return;
