@@ -38,8 +38,9 @@ struct TarnwickTiming {
 // How much the service may send. Both sizes are checked while the bytes
 // arrive: nothing larger is ever held whole.
 struct TarnwickLimits {
-    qint64 maxMessageBytes = 2 * 1024 * 1024; // one socket message (a real frame is a few KB)
-    qint64 maxBodyBytes = 4 * 1024 * 1024;    // one REST answer (the largest, 200 fills, is ~100 KB)
+    // Parsing 1 MiB of JSON takes ~20 ms, a frame or two of the views.
+    qint64 maxMessageBytes = 1024 * 1024; // one socket message (a real frame is a few KB)
+    qint64 maxBodyBytes = 1024 * 1024;    // one REST answer (the largest, 200 fills, is ~100 KB)
     int maxFillsPerFrame = 2000;              // beyond this the oldest of a frame are dropped
 };
 

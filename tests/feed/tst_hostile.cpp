@@ -163,7 +163,7 @@ private Q_SLOTS:
         QVERIFY2(sim_->streamedBytes() < 48 * 1024 * 1024, qPrintable(QString::number(sim_->streamedBytes())));
         QVERIFY2(peakMb() < 160, qPrintable(QString::number(peakMb())));
         const QStringList lines = capture.messages(QStringLiteral("tw"));
-        QCOMPARE(lines.filter(QStringLiteral("receive FAILED: a message over 2097152 bytes, dropped; the socket is closed")).size(), 1);
+        QCOMPARE(lines.filter(QStringLiteral("receive FAILED: a message over 1048576 bytes, dropped; the socket is closed")).size(), 1);
     }
 
     // REST answers over the limit are cut while they arrive; a drip is cut by
@@ -175,12 +175,12 @@ private Q_SLOTS:
         QTest::addColumn<bool>("declared");
         QTest::addColumn<QString>("why");
         QTest::newRow("endless chunked") << int(EndpointFaultKind::Endless) << qint64(0) << false
-                                         << QStringLiteral("answer over the limit of 4194304 bytes");
+                                         << QStringLiteral("answer over the limit of 1048576 bytes");
         QTest::newRow("300 MB, length declared")
             << int(EndpointFaultKind::Huge) << qint64(300) * 1024 * 1024 << true
-            << QStringLiteral("answer of 314572800 bytes is over the limit of 4194304");
+            << QStringLiteral("answer of 314572800 bytes is over the limit of 1048576");
         QTest::newRow("300 MB, chunked") << int(EndpointFaultKind::Huge) << qint64(300) * 1024 * 1024 << false
-                                         << QStringLiteral("answer over the limit of 4194304 bytes");
+                                         << QStringLiteral("answer over the limit of 1048576 bytes");
         QTest::newRow("a byte every 300 ms") << int(EndpointFaultKind::Drip) << qint64(0) << true
                                              << QStringLiteral("no whole answer within 1500 ms");
     }
