@@ -482,9 +482,9 @@ void TarnwickClient::connectSocket()
     auto *s = new QWebSocket(QString(), QWebSocketProtocol::VersionLatest, this);
     socket_ = s;
     awaitingPong_ = false;
-    // Qt refuses a frame whose header announces more, and a message whose
-    // frames add up to more, before reading the payload; the socket is then
-    // closed with 1009 and reconnects under the back-off.
+    // Qt refuses a frame whose header announces more before reading its
+    // payload; the socket is then closed with 1009 and reconnects under the
+    // back-off. (Its message limit only bites once the message is whole.)
     s->setMaxAllowedIncomingFrameSize(quint64(limits_.maxMessageBytes));
     s->setMaxAllowedIncomingMessageSize(quint64(limits_.maxMessageBytes));
     // Qt reads a frame only once all of it is buffered: room for the largest
