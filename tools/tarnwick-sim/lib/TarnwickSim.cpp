@@ -627,19 +627,24 @@ void SimServer::serveRest(QTcpSocket *socket, const QByteArray &target, const QB
         // first. A client opens its socket and asks for the backfill together,
         // so the frame waits (up to 3 s) for a socket to carry it.
         QPointer<QTcpSocket> guard(socket);
+        // Only a waiting timer keeps the attempt alive: nothing is left behind
+        // once the answer is sent or the peer is gone.
         auto race = std::make_shared<std::function<void(int)>>();
-        *race = [this, guard, limit, stocks, delay = fault.delayMs, race](int tries) {
+        std::weak_ptr<std::function<void(int)>> weak = race;
+        *race = [this, guard, limit, stocks, delay = fault.delayMs, weak](int tries) {
             if (!guard)
                 return;
             if (sockets_.isEmpty() && tries < 60) {
-                QTimer::singleShot(50, this, [race, tries] { (*race)(tries + 1); });
+                QTimer::singleShot(50, this, [strong = weak.lock(), tries] {
+                    if (strong)
+                        (*strong)(tries + 1);
+                });
                 return;
             }
             emitFills(2);
-            QTimer::singleShot(delay, this, [this, guard, limit, stocks, race] {
+            QTimer::singleShot(delay, this, [this, guard, limit, stocks] {
                 if (guard)
                     reply(guard, 200, QJsonDocument(market_->tape(limit, stocks)).toJson(QJsonDocument::Compact));
-                *race = nullptr; // the last use: ends the cycle of the shared function
             });
         };
         (*race)(0);
