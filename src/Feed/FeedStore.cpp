@@ -17,6 +17,8 @@ constexpr int tickerCount = 8;
 constexpr int heroCount = 3;
 constexpr double actorWindow = 300;
 constexpr double stockWindow = 900;
+// Far more than a backfill (200) or a poll (60) can bring back.
+constexpr size_t seenFillsKept = 4096;
 } // namespace
 
 std::optional<QUrl> FeedStore::webLink(const std::optional<QString> &text)
@@ -358,7 +360,18 @@ void FeedStore::ingest(const QList<TwFill> &fills)
     if (fills.isEmpty())
         return;
     bool changed = false;
+    const qint64 repeatedBefore = fillsRepeated_;
+    const qint64 ingestedBefore = fillsIngested_;
     for (const TwFill &fill : fills) {
+        // A fill is counted once however it came: the socket and the backfill
+        // race at start, and a wake catches up through REST.
+        if (!seenFills_.insert(fill.id).second) {
+            ++fillsRepeated_;
+            continue;
+        }
+        if (seenFills_.size() > seenFillsKept)
+            seenFills_.erase(seenFills_.begin());
+        ++fillsIngested_;
         window_.append(fill.ts, fill.usd, fill.side == QLatin1String("buy"));
         const TwTrader *trader = client_->trader(fill.handle);
         const TwToken *token = client_->token(fill.token);
@@ -393,6 +406,11 @@ void FeedStore::ingest(const QList<TwFill> &fills)
                 QString::number(made->priority) + QLatin1Char(' ') + made->line.text());
         changed = true;
     }
+    // The running counts, when a repeat was passed over and at every
+    // hundredth fill, for whoever watches a long run.
+    if (verbose_ && (fillsRepeated_ > repeatedBefore || fillsIngested_ / 100 > ingestedBefore / 100))
+        log(QStringLiteral("fills ingested ") + QString::number(fillsIngested_) + QStringLiteral(", repeated ") +
+            QString::number(fillsRepeated_));
     if (changed) {
         setLastUpdate(now_());
         rebuild();
@@ -461,6 +479,10 @@ void FeedStore::ingest(const QList<TwRadar> &radar)
     for (const TwRadar &entry : radar) {
         const std::optional<Signal> made = SignalRules::signal(entry, now);
         if (!made)
+            continue;
+        // The service answers with two hours of pile-ins; one already past
+        // its expiry would be pruned again at once.
+        if (!(made->expiresAt > now))
             continue;
         const Signal *before = held(made->id);
         if (before && before->line.text() == made->line.text())

@@ -80,6 +80,10 @@ public:
     TarnwickClient &client() { return *client_; }
     int heldCount() const { return int(inbox_.size()); }
     int telemetryTickCount() const { return window_.tickCount(); }
+    // Fills taken in once, and fills that came again (a backfill repeating
+    // what the socket already brought) and were passed over.
+    qint64 fillsIngested() const { return fillsIngested_; }
+    qint64 fillsRepeated() const { return fillsRepeated_; }
     bool pruneTimerActive() const;
     double now() const { return now_(); }
     // The tape's first backfill has been answered (delivered or failed).
@@ -164,4 +168,9 @@ private:
     QSet<QString> mutedTokens_;
     QSet<QString> mutedWallets_;
     QSet<QString> watched_;
+    // Ids of the fills taken in lately, bounded; ids rise with time, so the
+    // smallest goes first.
+    std::set<qint64> seenFills_;
+    qint64 fillsIngested_ = 0;
+    qint64 fillsRepeated_ = 0;
 };

@@ -1,6 +1,7 @@
 #include "Feed/TarnwickClient.h"
 
 #include "Feed/Tarnwick.h"
+#include "Feed/WakeWatch.h"
 #include "Support/Log.h"
 
 #include <QElapsedTimer>
@@ -35,6 +36,9 @@ QTimer *makeTimer(QObject *owner, bool singleShot)
 TarnwickClient::TarnwickClient(QObject *parent)
     : TarnwickClient(Tarnwick::httpBase(), Tarnwick::socketURL(), TarnwickTiming{}, systemNow, parent)
 {
+    // The app's client follows the machine's sleep and network; where neither
+    // source exists the watch stays silent.
+    watch(new WakeWatch(WakeWatch::AllSources, this));
 }
 
 TarnwickClient::TarnwickClient(QString httpBase, QString socketURL, TarnwickTiming timing, Clock now,
@@ -52,9 +56,32 @@ TarnwickClient::TarnwickClient(QString httpBase, QString socketURL, TarnwickTimi
     radarTimer_ = makeTimer(this, true); // likewise
     reconnectTimer_ = makeTimer(this, true);
     openWatchdog_ = makeTimer(this, true);
+    handshakeTimer_ = makeTimer(this, true);
+    wakeTimer_ = makeTimer(this, true);
+    backfillTimer_ = makeTimer(this, true);
     // The open watchdog and reconnect wait run on the monotonic clock.
     openWatchdog_->setTimerType(Qt::PreciseTimer);
     reconnectTimer_->setTimerType(Qt::PreciseTimer);
+    connect(wakeTimer_, &QTimer::timeout, this, [this] {
+        if (stopped_)
+            return;
+        ++wakes_;
+        log(QStringLiteral("wake: ") + wakeReason_ + QStringLiteral(", reconnecting now"));
+        reconnectTimer_->stop();
+        if (QWebSocket *s = socket_.data()) {
+            socket_.clear();
+            dropSocket(s);
+        }
+        connectSocket();
+        // Fills of the time asleep: gated, so nothing already seen is repeated.
+        const quint64 generation = generation_;
+        tape(200, this, [this, generation](std::optional<QList<TwFill>> fills, QString) {
+            if (!fills || generation != generation_)
+                return;
+            std::reverse(fills->begin(), fills->end());
+            deliver(std::move(*fills), true);
+        });
+    });
 
     connect(pollTimer_, &QTimer::timeout, this, &TarnwickClient::pollOnce);
     connect(radarTimer_, &QTimer::timeout, this, [this] {
@@ -86,17 +113,67 @@ void TarnwickClient::log(const QString &message) const
 
 void TarnwickClient::fetch(const QString &path, QObject *context, BodyCallback done)
 {
+    // Only the User-Agent is set: nothing is cached, so no cache headers are asked for.
     QNetworkRequest request(QUrl(httpBase_ + path));
     request.setHeader(QNetworkRequest::UserAgentHeader, Tarnwick::userAgent());
-    request.setAttribute(QNetworkRequest::CacheLoadControlAttribute, QNetworkRequest::AlwaysNetwork);
-    request.setAttribute(QNetworkRequest::CacheSaveControlAttribute, false);
     request.setTransferTimeout(timing_.requestTimeoutMs);
     QElapsedTimer clock;
     clock.start();
     QNetworkReply *reply = rest_->get(request);
+    // Qt stops reading the connection while this much is waiting for us, so
+    // a fast sender cannot pile bytes up between two readyRead calls.
+    reply->setReadBufferSize(256 * 1024);
+
+    // The body is taken as it arrives and measured on the way; a body over
+    // the limit or a request over its deadline is cut, logged once and fails.
+    struct Pending {
+        QByteArray body;
+        QString failure;
+    };
+    auto pending = std::make_shared<Pending>();
+    const QString what = path.section(QLatin1Char('?'), 0, 0);
+    const qint64 maxBody = limits_.maxBodyBytes;
+    auto cut = [this, reply, pending, what](const QString &why) {
+        if (!pending->failure.isEmpty())
+            return;
+        pending->failure = why;
+        pending->body.clear();
+        pending->body.squeeze();
+        log(QStringLiteral("GET ") + what + QStringLiteral(" FAILED: ") + why);
+        reply->abort();
+    };
+    connect(reply, &QNetworkReply::metaDataChanged, reply, [reply, cut, maxBody] {
+        const QVariant length = reply->header(QNetworkRequest::ContentLengthHeader);
+        if (length.isValid() && length.toLongLong() > maxBody)
+            cut(QStringLiteral("answer of ") + QString::number(length.toLongLong()) +
+                QStringLiteral(" bytes is over the limit of ") + QString::number(maxBody));
+    });
+    connect(reply, &QNetworkReply::readyRead, reply, [reply, pending, cut, maxBody] {
+        if (!pending->failure.isEmpty())
+            return;
+        const qint64 room = maxBody - pending->body.size();
+        if (reply->bytesAvailable() > room) {
+            cut(QStringLiteral("answer over the limit of ") + QString::number(maxBody) + QStringLiteral(" bytes"));
+            return;
+        }
+        pending->body.append(reply->readAll());
+    });
+    auto *deadline = new QTimer(reply);
+    deadline->setSingleShot(true);
+    const int deadlineMs = timing_.requestDeadlineMs;
+    connect(deadline, &QTimer::timeout, reply, [cut, deadlineMs] {
+        cut(QStringLiteral("no whole answer within ") + QString::number(deadlineMs) + QStringLiteral(" ms"));
+    });
+    deadline->start(deadlineMs);
+
     // The reply is freed even when the context is gone before it finishes.
     connect(reply, &QNetworkReply::finished, reply, &QObject::deleteLater);
-    connect(reply, &QNetworkReply::finished, context ? context : this, [this, reply, clock, done] {
+    connect(reply, &QNetworkReply::finished, context ? context : this,
+            [this, reply, clock, done, pending, maxBody] {
+        if (!pending->failure.isEmpty()) {
+            done(std::nullopt, pending->failure);
+            return;
+        }
         const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
         if (status != 200) {
             // Only exactly 200 carries a body we trust; 204 and 304 fail like 500.
@@ -111,10 +188,16 @@ void TarnwickClient::fetch(const QString &path, QObject *context, BodyCallback d
             done(std::nullopt, reply->errorString());
             return;
         }
+        if (pending->body.size() + reply->bytesAvailable() > maxBody) {
+            done(std::nullopt, QStringLiteral("answer over the limit of ") + QString::number(maxBody) +
+                                   QStringLiteral(" bytes"));
+            return;
+        }
+        pending->body.append(reply->readAll());
         // The round trip counts even when the body turns out not to decode.
         if (onLatency)
             onLatency(double(clock.nsecsElapsed()) / 1000000.0);
-        done(reply->readAll(), QString());
+        done(std::move(pending->body), QString());
     });
 }
 
@@ -326,17 +409,52 @@ void TarnwickClient::start()
         onLink(LinkState::connecting);
     startRadarLoop();
     connectSocket();
+    backfill(0);
+}
+
+void TarnwickClient::backfill(int attempt)
+{
     const quint64 generation = generation_;
-    tape(200, this, [this, generation](std::optional<QList<TwFill>> fills, QString) {
+    tape(200, this, [this, generation, attempt](std::optional<QList<TwFill>> fills, QString error) {
         if (generation != generation_)
             return;
-        if (fills) {
-            std::reverse(fills->begin(), fills->end());
-            deliver(std::move(*fills), false);
+        if (!fills) {
+            // A backfill cut short (a drip, a body over the limit, a failure)
+            // is tried again on the reconnect schedule.
+            const double seconds = (reconnectBaseDelay(attempt + 1) + jitter()) * timing_.reconnectScale;
+            log(QStringLiteral("backfill FAILED: ") + error + QStringLiteral(", again in ") +
+                QString::number(seconds, 'f', 1) + QStringLiteral(" s"));
+            backfillTimer_->disconnect();
+            connect(backfillTimer_, &QTimer::timeout, this, [this, attempt] {
+                if (!stopped_)
+                    backfill(attempt + 1);
+            });
+            backfillTimer_->start(int(seconds * 1000));
+            // The warm-up waits for the backfill, but not for ever: a first
+            // failure ends it as an arrival would.
+            if (onBackfill)
+                onBackfill();
+            return;
         }
+        std::reverse(fills->begin(), fills->end());
+        deliver(std::move(*fills), false);
         if (onBackfill)
             onBackfill();
     });
+}
+
+void TarnwickClient::watch(WakeWatch *watch)
+{
+    connect(watch, &WakeWatch::woke, this, &TarnwickClient::wake);
+}
+
+void TarnwickClient::wake(const QString &reason)
+{
+    if (stopped_)
+        return;
+    wakeReason_ = reason;
+    if (!wakeTimer_->isActive())
+        wakeTimer_->start(250);
 }
 
 void TarnwickClient::stop()
@@ -348,6 +466,9 @@ void TarnwickClient::stop()
     radarTimer_->stop();
     reconnectTimer_->stop();
     openWatchdog_->stop();
+    handshakeTimer_->stop();
+    wakeTimer_->stop();
+    backfillTimer_->stop();
     if (QWebSocket *s = socket_.data()) {
         s->disconnect(this);
         // Let the close frame reach the wire before the object goes.
@@ -367,7 +488,42 @@ void TarnwickClient::connectSocket()
     auto *s = new QWebSocket(QString(), QWebSocketProtocol::VersionLatest, this);
     socket_ = s;
     awaitingPong_ = false;
+    // Qt refuses a frame whose header announces more before reading its
+    // payload; the socket is then closed with 1009 and reconnects under the
+    // back-off. (Its message limit only bites once the message is whole.)
+    s->setMaxAllowedIncomingFrameSize(quint64(limits_.maxMessageBytes));
+    s->setMaxAllowedIncomingMessageSize(quint64(limits_.maxMessageBytes));
+    // Qt reads a frame only once all of it is buffered: room for the largest
+    // allowed frame and its header, and no more.
+    s->setReadBufferSize(limits_.maxMessageBytes + 1024);
 
+    // Qt checks each frame's announced size, but it gathers the frames of one
+    // message without a bound: the frames are counted here as they come, and
+    // a message that grows past the limit ends its socket.
+    auto counted = std::make_shared<qint64>(0);
+    auto countFrame = [this, s, counted](qint64 size, bool last) {
+        if (socket_ != s || *counted < 0)
+            return;
+        *counted += size;
+        if (*counted > limits_.maxMessageBytes) {
+            *counted = -1; // once
+            log(QStringLiteral("receive FAILED: a message over ") + QString::number(limits_.maxMessageBytes) +
+                QStringLiteral(" bytes, dropped; the socket is closed"));
+            QMetaObject::invokeMethod(
+                this, [this, s] {
+                    if (socket_ == s)
+                        socketDidClose();
+                },
+                Qt::QueuedConnection);
+            return;
+        }
+        if (last)
+            *counted = 0;
+    };
+    connect(s, &QWebSocket::textFrameReceived, this,
+            [countFrame](const QString &frame, bool last) { countFrame(frame.size(), last); });
+    connect(s, &QWebSocket::binaryFrameReceived, this,
+            [countFrame](const QByteArray &frame, bool last) { countFrame(frame.size(), last); });
     connect(s, &QWebSocket::textMessageReceived, this,
             [this, s](const QString &message) { onMessage(s, message.toUtf8(), true); });
     connect(s, &QWebSocket::binaryMessageReceived, this,
@@ -380,13 +536,19 @@ void TarnwickClient::connectSocket()
                     socketDidClose();
             });
     connect(s, &QWebSocket::disconnected, this, [this, s] {
-        if (socket_ == s) {
-            log(QStringLiteral("receive FAILED: ") +
-                (s->closeReason().isEmpty() ? QStringLiteral("the socket closed (code ") +
-                                                  QString::number(int(s->closeCode())) + QLatin1Char(')')
-                                            : s->closeReason()));
+        if (socket_ != s)
+            return;
+        if (s->closeCode() == QWebSocketProtocol::CloseCodeTooMuchData) {
+            log(QStringLiteral("receive FAILED: a message over ") + QString::number(limits_.maxMessageBytes) +
+                QStringLiteral(" bytes, dropped; the socket is closed"));
             socketDidClose();
+            return;
         }
+        log(QStringLiteral("receive FAILED: ") +
+            (s->closeReason().isEmpty() ? QStringLiteral("the socket closed (code ") +
+                                              QString::number(int(s->closeCode())) + QLatin1Char(')')
+                                        : s->closeReason()));
+        socketDidClose();
     });
     connect(s, &QWebSocket::pong, this, [this, s](quint64, const QByteArray &) {
         if (socket_ != s)
@@ -399,6 +561,24 @@ void TarnwickClient::connectSocket()
     QNetworkRequest request{QUrl(socketURL_)};
     request.setHeader(QNetworkRequest::UserAgentHeader, Tarnwick::userAgent());
     s->open(request);
+
+    // A handshake that never completes is given up on its own clock; pings
+    // only start once the socket is open.
+    handshakeTimer_->disconnect();
+    connect(handshakeTimer_, &QTimer::timeout, this, [this, s] {
+        if (socket_ != s || stopped_)
+            return;
+        log(QStringLiteral("connect FAILED: no handshake within ") + QString::number(timing_.handshakeTimeoutMs) +
+            QStringLiteral(" ms"));
+        socketDidClose();
+    });
+    handshakeTimer_->start(timing_.handshakeTimeoutMs);
+    connect(s, &QWebSocket::connected, this, [this, s] {
+        if (socket_ != s)
+            return;
+        handshakeTimer_->stop();
+        pingTimer_->start(timing_.pingIntervalMs);
+    });
 
     openWatchdog_->disconnect();
     connect(openWatchdog_, &QTimer::timeout, this, [this, s] {
@@ -421,7 +601,6 @@ void TarnwickClient::connectSocket()
         awaitingPong_ = true;
         s->ping();
     });
-    pingTimer_->start(timing_.pingIntervalMs);
 }
 
 void TarnwickClient::onMessage(QWebSocket *socket, const QByteArray &bytes, bool)
@@ -449,27 +628,49 @@ void TarnwickClient::onMessage(QWebSocket *socket, const QByteArray &bytes, bool
         return;
     }
     if (frame->data) {
-        fillsReceived_ += frame->data->size();
+        QList<TwFill> fills = *frame->data;
+        fillsReceived_ += fills.size();
         if (verbose_)
-            log(QStringLiteral("frame #") + n + QStringLiteral(" fills=") +
-                QString::number(frame->data->size()) + QStringLiteral(" (total ") +
-                QString::number(fillsReceived_) + QLatin1Char(')'));
-        deliver(*frame->data, true);
+            log(QStringLiteral("frame #") + n + QStringLiteral(" fills=") + QString::number(fills.size()) +
+                QStringLiteral(" (total ") + QString::number(fillsReceived_) + QLatin1Char(')'));
+        if (frame->droppedFills > 0) {
+            fillsDropped_ += frame->droppedFills;
+            log(QStringLiteral("frame #") + n + QLatin1Char(' ') + QString::number(frame->droppedFills) +
+                QStringLiteral(" fills did not decode, dropped"));
+        }
+        if (fills.size() > limits_.maxFillsPerFrame) {
+            // A burst no service sends: the newest are kept, so the mark moves on.
+            const qsizetype over = fills.size() - limits_.maxFillsPerFrame;
+            fillsDropped_ += over;
+            log(QStringLiteral("frame #") + n + QStringLiteral(" over ") +
+                QString::number(limits_.maxFillsPerFrame) + QStringLiteral(" fills: the oldest ") +
+                QString::number(over) + QStringLiteral(" dropped"));
+            fills.remove(0, over);
+        }
+        deliver(std::move(fills), true);
     } else if (verbose_) {
         // Wire text goes to the log as it came; it is never interpreted.
         log(QStringLiteral("frame #") + n + QStringLiteral(" type=") + frame->type);
     }
 }
 
+void TarnwickClient::dropSocket(QWebSocket *s)
+{
+    pingTimer_->stop();
+    handshakeTimer_->stop();
+    s->disconnect(this);
+    s->abort();
+    s->deleteLater();
+}
+
 void TarnwickClient::socketDidClose()
 {
     pingTimer_->stop();
     openWatchdog_->stop();
+    handshakeTimer_->stop();
     if (QWebSocket *s = socket_.data()) {
         socket_.clear();
-        s->disconnect(this);
-        s->abort();
-        s->deleteLater();
+        dropSocket(s);
     }
     ++socketFailures_;
     if (socketOpenedOnce_ && socketFailures_ < 2) {

@@ -18,11 +18,14 @@
 class QNetworkAccessManager;
 class QTimer;
 class QWebSocket;
+class WakeWatch;
 
 // Every interval the link uses, in one place. Tests shorten them.
 struct TarnwickTiming {
-    int requestTimeoutMs = 12000;
+    int requestTimeoutMs = 12000; // silence within a request
+    int requestDeadlineMs = 30000; // a whole request, however steadily its bytes come
     int openWatchdogMs = 8000;
+    int handshakeTimeoutMs = 10000; // a socket not open by then is given up
     int pingIntervalMs = 20000;
     int pollIntervalMs = 5000;
     int radarIntervalMs = 45000;
@@ -30,6 +33,15 @@ struct TarnwickTiming {
     // Reconnect delay is (min(2 × failures + 2, 30) + jitter in [0, 4)) seconds,
     // multiplied by this factor (1 in the app; tests shrink it).
     double reconnectScale = 1.0;
+};
+
+// How much the service may send. Both sizes are checked while the bytes
+// arrive: nothing larger is ever held whole.
+struct TarnwickLimits {
+    // Parsing 1 MiB of JSON takes ~20 ms, a frame or two of the views.
+    qint64 maxMessageBytes = 1024 * 1024; // one socket message (a real frame is a few KB)
+    qint64 maxBodyBytes = 1024 * 1024;    // one REST answer (the largest, 200 fills, is ~100 KB)
+    int maxFillsPerFrame = 2000;              // beyond this the oldest of a frame are dropped
 };
 
 class TarnwickClient : public QObject {
@@ -42,6 +54,16 @@ public:
 
     void start();
     void stop();
+    // Set before start(); tests lower them.
+    void setLimits(const TarnwickLimits &limits) { limits_ = limits; }
+    const TarnwickLimits &limits() const { return limits_; }
+    // The machine woke or the network came back: drop the socket that may
+    // lead nowhere, connect again at once and catch up on the tape. Bursts
+    // of calls within a quarter second make one reconnect.
+    void wake(const QString &reason);
+    // Wakes the link on every `woke` of this watch (the app's client makes
+    // its own; tests pass one they drive).
+    void watch(WakeWatch *watch);
 
     std::function<void(const QList<TwFill> &)> onFills;
     std::function<void(const QList<TwRadar> &)> onRadar;
@@ -77,6 +99,8 @@ public:
     qint64 lastFillId() const { return lastFillId_; }
     qint64 framesReceived() const { return framesReceived_; }
     qint64 fillsReceived() const { return fillsReceived_; }
+    qint64 fillsDropped() const { return fillsDropped_; } // undecodable or over the per-frame cap
+    int wakes() const { return wakes_; }
     bool isPolling() const;
     bool hasSocket() const;
     bool enrichmentRunning() const { return enrichmentRunning_; }
@@ -89,7 +113,9 @@ public:
 private:
     using BodyCallback = std::function<void(std::optional<QByteArray>, QString error)>;
     void fetch(const QString &path, QObject *context, BodyCallback done);
+    void backfill(int attempt);
     void connectSocket();
+    void dropSocket(QWebSocket *s);
     void onMessage(QWebSocket *socket, const QByteArray &bytes, bool text);
     void deliver(QList<TwFill> fills, bool gated);
     void startPolling();
@@ -113,6 +139,11 @@ private:
     QTimer *radarTimer_ = nullptr;
     QTimer *reconnectTimer_ = nullptr;
     QTimer *openWatchdog_ = nullptr;
+    QTimer *handshakeTimer_ = nullptr;
+    QTimer *wakeTimer_ = nullptr;
+    QTimer *backfillTimer_ = nullptr;
+    QString wakeReason_;
+    TarnwickLimits limits_;
     bool awaitingPong_ = false;
     bool polling_ = false;
     quint64 pollGeneration_ = 0;
@@ -127,5 +158,7 @@ private:
     bool verbose_ = false;
     qint64 framesReceived_ = 0;
     qint64 fillsReceived_ = 0;
+    qint64 fillsDropped_ = 0;
+    int wakes_ = 0;
     quint64 generation_ = 0; // bumps on stop(): stale replies and timers end quietly
 };

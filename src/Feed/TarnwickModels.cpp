@@ -1,5 +1,7 @@
 #include "Feed/TarnwickModels.h"
 
+#include "Support/WireText.h"
+
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -7,6 +9,11 @@
 #include <cmath>
 
 namespace {
+// No trade, price, pool or balance comes near these; a value past them is as
+// malformed as a wrong type. Market caps of large equities reach trillions.
+constexpr double maxMoney = 1e12;
+constexpr double maxMarketCap = 1e15;
+
 // One reader per record: the first required key that fails marks the record
 // failed, and the caller drops it.
 class Reader {
@@ -21,7 +28,7 @@ public:
             ok_ = false;
             return {};
         }
-        return v.toString();
+        return text(v);
     }
     std::optional<QString> optStr(QLatin1String key)
     {
@@ -32,7 +39,7 @@ public:
             ok_ = false;
             return std::nullopt;
         }
-        return v.toString();
+        return text(v);
     }
     double num(QLatin1String key)
     {
@@ -51,6 +58,16 @@ public:
             return std::nullopt;
         }
         return v.toDouble();
+    }
+    // An amount, a price or a size in dollars: beyond `limit` it fails the record.
+    std::optional<double> optMoney(QLatin1String key, double limit = maxMoney)
+    {
+        const auto v = optNum(key);
+        if (v && !(std::fabs(*v) <= limit)) {
+            ok_ = false;
+            return std::nullopt;
+        }
+        return v;
     }
     qint64 integer(QLatin1String key)
     {
@@ -109,7 +126,7 @@ public:
                 ok_ = false;
                 return {};
             }
-            out.append(e.toString());
+            out.append(text(e));
         }
         return out;
     }
@@ -127,6 +144,18 @@ public:
     }
 
 private:
+    // Wire text as it may be shown: control and bidirectional formatting
+    // characters gone; a text longer than any real field fails the record.
+    QString text(const QJsonValue &v)
+    {
+        QString t = v.toString();
+        if (t.size() > WireText::maxLength) {
+            ok_ = false;
+            return {};
+        }
+        return WireText::clean(std::move(t));
+    }
+
     const QJsonObject &o_;
     bool ok_ = true;
 };
@@ -144,6 +173,27 @@ template <typename T, typename F> std::optional<QList<T>> listOf(const QJsonValu
             return std::nullopt; // one bad element fails the whole list
         out.append(std::move(*item));
     }
+    return out;
+}
+
+// Fills stand alone: a bad one (an id past 64 bits, a missing key) is
+// dropped and counted, and the others of its frame or answer go on.
+std::optional<QList<TwFill>> eachFill(const QJsonValue &v, int *dropped)
+{
+    if (!v.isArray())
+        return std::nullopt;
+    const QJsonArray a = v.toArray();
+    QList<TwFill> out;
+    out.reserve(a.size());
+    int bad = 0;
+    for (const QJsonValue &e : a) {
+        if (auto f = TwDecode::fill(e))
+            out.append(std::move(*f));
+        else
+            ++bad;
+    }
+    if (dropped)
+        *dropped = bad;
     return out;
 }
 
@@ -168,8 +218,8 @@ std::optional<TwTraderDetail::Bag> bag(const QJsonValue &v)
     Reader r(o);
     TwTraderDetail::Bag b;
     b.symbol = r.str(QLatin1String("symbol"));
-    b.value = r.optNum(QLatin1String("value"));
-    b.costUsd = r.optNum(QLatin1String("cost_usd"));
+    b.value = r.optMoney(QLatin1String("value"));
+    b.costUsd = r.optMoney(QLatin1String("cost_usd"));
     b.openedTs = r.optNum(QLatin1String("opened_ts"));
     b.pnlPct = r.optNum(QLatin1String("pnl_pct"));
     b.ageSeconds = r.optNum(QLatin1String("age_seconds"));
@@ -189,8 +239,8 @@ std::optional<TwFill> fill(const QJsonValue &v)
     f.id = r.integer(QLatin1String("id"));
     f.ts = r.num(QLatin1String("ts"));
     f.side = r.str(QLatin1String("side"));
-    f.usd = r.optNum(QLatin1String("usd")).value_or(0);
-    f.price = r.optNum(QLatin1String("price"));
+    f.usd = r.optMoney(QLatin1String("usd")).value_or(0);
+    f.price = r.optMoney(QLatin1String("price"));
     f.handle = r.str(QLatin1String("handle"));
     f.followers = r.optInteger(QLatin1String("followers"));
     f.wallet = r.str(QLatin1String("wallet"));
@@ -200,9 +250,9 @@ std::optional<TwFill> fill(const QJsonValue &v)
     f.isStock = r.lenientBool(QLatin1String("is_stock"));
     f.newPosition = r.lenientBool(QLatin1String("new_position"));
     f.flags = r.strings(QLatin1String("flags"));
-    f.mark = r.optNum(QLatin1String("mark"));
-    f.liquidity = r.optNum(QLatin1String("liquidity"));
-    f.mcap = r.optNum(QLatin1String("mcap"));
+    f.mark = r.optMoney(QLatin1String("mark"));
+    f.liquidity = r.optMoney(QLatin1String("liquidity"));
+    f.mcap = r.optMoney(QLatin1String("mcap"), maxMarketCap);
     f.pairURL = r.optStr(QLatin1String("pair_url"));
     return r.ok() ? std::optional(std::move(f)) : std::nullopt;
 }
@@ -217,11 +267,11 @@ std::optional<TwRadar> radar(const QJsonValue &v)
     x.token = r.str(QLatin1String("token"));
     x.symbol = r.str(QLatin1String("symbol"));
     x.buyers = r.optInteger(QLatin1String("buyers")).value_or(0);
-    x.liquidity = r.optNum(QLatin1String("liquidity"));
+    x.liquidity = r.optMoney(QLatin1String("liquidity"));
     x.change24 = r.optNum(QLatin1String("change24"));
     x.isStock = r.lenientBool(QLatin1String("is_stock"));
     x.firstTs = r.num(QLatin1String("first_ts"));
-    x.usdIn = r.optNum(QLatin1String("usd_in"));
+    x.usdIn = r.optMoney(QLatin1String("usd_in"));
     x.pairURL = r.optStr(QLatin1String("pair_url"));
     x.poolAge = r.optNum(QLatin1String("pool_age"));
     return r.ok() ? std::optional(std::move(x)) : std::nullopt;
@@ -237,14 +287,14 @@ std::optional<TwToken> token(const QJsonValue &v)
     t.token = r.str(QLatin1String("token"));
     t.symbol = r.str(QLatin1String("symbol"));
     t.name = r.optStr(QLatin1String("name"));
-    t.mark = r.optNum(QLatin1String("mark"));
-    t.liquidity = r.optNum(QLatin1String("liquidity"));
-    t.mcap = r.optNum(QLatin1String("mcap"));
+    t.mark = r.optMoney(QLatin1String("mark"));
+    t.liquidity = r.optMoney(QLatin1String("liquidity"));
+    t.mcap = r.optMoney(QLatin1String("mcap"), maxMarketCap);
     t.holders = r.optInteger(QLatin1String("holders"));
     t.honeypot = r.optBool(QLatin1String("honeypot"));
     t.drained = r.optBool(QLatin1String("drained"));
     t.change24 = r.optNum(QLatin1String("change24"));
-    t.volume24 = r.optNum(QLatin1String("volume24"));
+    t.volume24 = r.optMoney(QLatin1String("volume24"));
     t.pairURL = r.optStr(QLatin1String("pair_url"));
     t.pairCreatedAt = r.optNum(QLatin1String("pair_created_at"));
     t.buys24 = r.optInteger(QLatin1String("buys24"));
@@ -265,10 +315,10 @@ std::optional<TwTrader> trader(const QJsonValue &v)
     t.fills = r.optInteger(QLatin1String("fills"));
     t.wins = r.optInteger(QLatin1String("wins"));
     t.profileURL = r.optStr(QLatin1String("profile_url"));
-    t.realizedPnl = r.optNum(QLatin1String("realized_pnl"));
+    t.realizedPnl = r.optMoney(QLatin1String("realized_pnl"));
     t.closedTrades = r.optInteger(QLatin1String("closed_trades"));
-    t.openCost = r.optNum(QLatin1String("open_cost"));
-    t.unrealizedPnl = r.optNum(QLatin1String("unrealized_pnl"));
+    t.openCost = r.optMoney(QLatin1String("open_cost"));
+    t.unrealizedPnl = r.optMoney(QLatin1String("unrealized_pnl"));
     t.winRate = r.optNum(QLatin1String("win_rate"));
     return r.ok() ? std::optional(std::move(t)) : std::nullopt;
 }
@@ -295,10 +345,12 @@ std::optional<TwTraderDetail> traderDetail(const QJsonValue &v)
     return r.ok() ? std::optional(std::move(d)) : std::nullopt;
 }
 
-std::optional<QList<TwFill>> fills(const QByteArray &body)
+std::optional<QList<TwFill>> fills(const QByteArray &body, int *dropped)
 {
+    if (dropped)
+        *dropped = 0;
     const auto v = parse(body);
-    return v ? listOf<TwFill>(*v, [](const QJsonValue &e) { return fill(e); }) : std::nullopt;
+    return v ? eachFill(*v, dropped) : std::nullopt;
 }
 
 std::optional<QList<TwRadar>> radars(const QByteArray &body)
@@ -336,10 +388,10 @@ std::optional<TwSocketFrame> socketFrame(const QByteArray &bytes)
         return std::nullopt;
     TwSocketFrame frame;
     frame.type = type.toString();
-    // Only a "fills" frame's data is read; a broken one is swallowed whole.
+    // Only a "fills" frame's data is read; data that is not a list is
+    // swallowed whole, a bad fill in the list only by itself.
     if (frame.type == QLatin1String("fills"))
-        frame.data =
-            listOf<TwFill>(o.value(QLatin1String("data")), [](const QJsonValue &e) { return fill(e); });
+        frame.data = eachFill(o.value(QLatin1String("data")), &frame.droppedFills);
     return frame;
 }
 

@@ -100,12 +100,15 @@ struct TwTraderDetail {
 
 struct TwSocketFrame {
     QString type;
-    std::optional<QList<TwFill>> data; // only for "fills", and only when it decoded whole
+    std::optional<QList<TwFill>> data; // only for "fills" whose data is a list
+    int droppedFills = 0;              // fills of that list that did not decode
     bool operator==(const TwSocketFrame &) const = default;
 };
 
 // Decoders. Each takes a parsed JSON value or raw bytes. Integers must be
 // exact: 64-bit ids are read from the raw number text, not through a double.
+// Every text is cleaned of control and bidirectional formatting characters
+// (Support/WireText.h); amounts beyond any real trade fail their record.
 namespace TwDecode {
 std::optional<TwFill> fill(const QJsonValue &v);
 std::optional<TwRadar> radar(const QJsonValue &v);
@@ -113,8 +116,9 @@ std::optional<TwToken> token(const QJsonValue &v);
 std::optional<TwTrader> trader(const QJsonValue &v);
 std::optional<TwTraderDetail> traderDetail(const QJsonValue &v);
 
-// Whole REST bodies: a list fails whole on one bad element.
-std::optional<QList<TwFill>> fills(const QByteArray &body);
+// Whole REST bodies: a list fails whole on one bad element, except a list of
+// fills, where a bad fill is dropped alone (and counted in `dropped`).
+std::optional<QList<TwFill>> fills(const QByteArray &body, int *dropped = nullptr);
 std::optional<QList<TwRadar>> radars(const QByteArray &body);
 std::optional<QList<TwToken>> tokens(const QByteArray &body);
 std::optional<QList<TwTrader>> traders(const QByteArray &body);

@@ -155,23 +155,29 @@ private Q_SLOTS:
     {
         QTest::addColumn<int>("handshake");
         QTest::addColumn<int>("watchdogMs");
-        QTest::addColumn<int>("pingMs");
+        QTest::addColumn<int>("handshakeMs");
         QTest::addColumn<bool>("socketFails");
+        QTest::addColumn<QString>("logged"); // the line that says why
         // In each row only one thing can start the poller.
-        QTest::newRow("watchdog, handshake hangs") << int(HandshakeMode::Hang) << 400 << 60000 << false;
-        QTest::newRow("pings, handshake hangs") << int(HandshakeMode::Hang) << 60000 << 300 << true;
-        QTest::newRow("refused") << int(HandshakeMode::Refuse) << 60000 << 300 << true;
+        QTest::newRow("watchdog, handshake hangs") << int(HandshakeMode::Hang) << 400 << 60000 << false << QString();
+        QTest::newRow("handshake deadline, handshake hangs")
+            << int(HandshakeMode::Hang) << 60000 << 300 << true
+            << QStringLiteral("connect FAILED: no handshake within 300 ms");
+        QTest::newRow("refused") << int(HandshakeMode::Refuse) << 60000 << 60000 << true << QString();
     }
     void fallsBackToPolling()
     {
         QFETCH(int, handshake);
         QFETCH(int, watchdogMs);
-        QFETCH(int, pingMs);
+        QFETCH(int, handshakeMs);
         QFETCH(bool, socketFails);
+        QFETCH(QString, logged);
+        qputenv("LARKPIN_LOG", "1");
+        CaptureStderr capture;
         sim_->setHandshakeMode(HandshakeMode(handshake));
         TarnwickTiming timing = quick();
         timing.openWatchdogMs = watchdogMs;
-        timing.pingIntervalMs = pingMs;
+        timing.handshakeTimeoutMs = handshakeMs;
         makeClient(timing);
         client_->start();
         QVERIFY(waitForLink(LinkState::polling));
@@ -187,6 +193,12 @@ private Q_SLOTS:
         QVERIFY(until([&] { return requests("/tape") >= 3; }));
         // A running poller is not announced twice; what never worked never dropped.
         QCOMPARE(links_, (QList<LinkState>{LinkState::connecting, LinkState::polling}));
+        client_->stop();
+        const QStringList messages = capture.messages(QStringLiteral("tw"));
+        // A socket that never opened is not reported as a missed pong.
+        QVERIFY2(messages.filter(QStringLiteral("ping FAILED")).isEmpty(), qPrintable(messages.join(u'\n')));
+        if (!logged.isEmpty())
+            QVERIFY2(messages.contains(logged), qPrintable(messages.join(u'\n')));
     }
 
     void unansweredPingDropsTheLiveLink()

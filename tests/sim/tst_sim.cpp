@@ -6,6 +6,7 @@
 
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
+#include <QTcpSocket>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QWebSocket>
@@ -151,6 +152,63 @@ private Q_SLOTS:
         QVERIFY(QTest::qWaitFor([&] { return peer->dropped; }, 5000));
         QCOMPARE(peer->frames.size(), 3);
         QCOMPARE(sim->openSockets(), 0);
+    }
+
+    // Huge and endless answers are made as the reader drains them: a reader
+    // that stops after 1 MB has cost the service a few MB, not the body.
+    void streamedAnswers_data()
+    {
+        QTest::addColumn<int>("kind");
+        QTest::addColumn<bool>("declared");
+        QTest::addColumn<QByteArray>("head"); // a line the head must hold
+        QTest::newRow("huge, declared") << int(EndpointFaultKind::Huge) << true
+                                        << QByteArray("Content-Length: 314572800");
+        QTest::newRow("huge, chunked") << int(EndpointFaultKind::Huge) << false
+                                       << QByteArray("Transfer-Encoding: chunked");
+        QTest::newRow("endless") << int(EndpointFaultKind::Endless) << false
+                                 << QByteArray("Transfer-Encoding: chunked");
+    }
+    void streamedAnswers()
+    {
+        QFETCH(int, kind);
+        QFETCH(bool, declared);
+        QFETCH(QByteArray, head);
+        auto sim = quiet();
+        sim->setEndpointFault(QStringLiteral("/tape"),
+                              EndpointFault{EndpointFaultKind(kind), 0, qint64(300) * 1024 * 1024, declared});
+        QTcpSocket peer;
+        peer.connectToHost(QHostAddress::LocalHost, sim->port());
+        QVERIFY(peer.waitForConnected(3000));
+        peer.write("GET /api/tape?limit=200 HTTP/1.1\r\nHost: x\r\n\r\n");
+        QByteArray got;
+        QVERIFY(QTest::qWaitFor(
+            [&] {
+                got += peer.readAll();
+                return got.size() >= 1024 * 1024;
+            },
+            10000));
+        QVERIFY(got.startsWith("HTTP/1.1 200 OK\r\n"));
+        QVERIFY(got.left(got.indexOf("\r\n\r\n")).contains(head));
+        peer.abort();
+        QVERIFY(QTest::qWaitFor([&] { return sim->streamsRunning() == 0; }, 3000));
+        QVERIFY2(sim->streamedBytes() < 16 * 1024 * 1024, qPrintable(QString::number(sim->streamedBytes())));
+    }
+
+    // The race: the fills of the answer reach an open socket first.
+    void socketBeforeTheAnswer()
+    {
+        auto sim = quiet();
+        auto peer = open(*sim);
+        QVERIFY(QTest::qWaitFor([&] { return peer->frames.size() == 1; }, 5000));
+        sim->setEndpointFault(QStringLiteral("/tape"), EndpointFault{EndpointFaultKind::SocketFirst, 200});
+        const Answer a = get(*sim, QStringLiteral("/tape?limit=5"));
+        QCOMPARE(peer->frames.size(), 2);
+        const auto frame = TwDecode::socketFrame(peer->frames.last());
+        const auto tape = TwDecode::fills(a.body);
+        QVERIFY(frame && frame->data && tape);
+        QCOMPARE(frame->data->size(), 2);
+        QCOMPARE(tape->first().id, frame->data->last().id); // newest first: the frame's fills lead
+        QCOMPARE(tape->at(1).id, frame->data->first().id);
     }
 
     // Timed steps from a file, as the command line runs them; a bad file is named.

@@ -2,6 +2,7 @@
 
 #include "Feed/TarnwickModels.h"
 
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QTest>
@@ -93,24 +94,32 @@ private Q_SLOTS:
     void integersStayExact_data()
     {
         QTest::addColumn<QByteArray>("id");
-        QTest::addColumn<qint64>("expected"); // 0: the list does not decode
+        QTest::addColumn<qint64>("expected"); // 0: the fill is dropped; -1: the body does not parse
         QTest::newRow("int64 max") << QByteArray("9223372036854775807") << std::numeric_limits<qint64>::max();
         QTest::newRow("2^53 + 1") << QByteArray("9007199254740993") << Q_INT64_C(9007199254740993);
         QTest::newRow("a whole number written with a point") << QByteArray("12.0") << qint64(12);
         QTest::newRow("just past int64") << QByteArray("9223372036854775808") << qint64(0);
         QTest::newRow("a double past int64") << QByteArray("1e300") << qint64(0);
-        QTest::newRow("beyond a double") << QByteArray("1e400") << qint64(0);
+        QTest::newRow("beyond a double (no JSON the parser takes)") << QByteArray("1e400") << qint64(-1);
     }
     void integersStayExact()
     {
         QFETCH(QByteArray, id);
         QFETCH(qint64, expected);
-        const auto list = TwDecode::fills('[' + fillJson("id", id) + ']');
-        QCOMPARE(list ? list->first().id : qint64(0), expected);
+        // Beside a good fill: a bad id drops its own fill only.
+        int dropped = -1;
+        const auto list = TwDecode::fills('[' + fillJson("id", id) + ',' + fillJson() + ']', &dropped);
+        QCOMPARE(list.has_value(), expected >= 0);
+        if (!list)
+            return;
+        QCOMPARE(list->size(), expected ? 2 : 1);
+        QCOMPARE(dropped, expected ? 0 : 1);
+        QCOMPARE(list->first().id, expected ? expected : qint64(7));
     }
 
     // Every record kind: a wrong type fails it even where the key is optional,
-    // null counts as absent, and a list answer fails whole on one bad element.
+    // null counts as absent, and a list answer fails whole on one bad element
+    // (but a bad fill drops only itself).
     void records_data()
     {
         QTest::addColumn<QByteArray>("kind");
@@ -118,7 +127,7 @@ private Q_SLOTS:
         QTest::addColumn<int>("count"); // records (bags for a detail); -1: fails
         const QByteArray good = fillJson();
         record("two fills", "fill", 2, '[' + good + ',' + good + ']');
-        record("one fill without a symbol", "fill", -1, '[' + good + ',' + fillJson("symbol") + ']');
+        record("a fill without a symbol drops only itself", "fill", 1, '[' + good + ',' + fillJson("symbol") + ']');
         record("fill list as an object", "fill", -1, R"({"data":[]})");
         record("radar without buyers", "radar", 1, R"([{"token":"M","symbol":"P","first_ts":1}])");
         record("radar without first_ts", "radar", -1, R"([{"token":"M","symbol":"P"}])");
@@ -165,8 +174,8 @@ private Q_SLOTS:
         QTest::addColumn<int>("fills"); // -1: data absent
         const QByteArray fill = fillJson();
         QTest::newRow("fills") << R"({"type":"fills","data":[)" + fill + "]}" << true << "fills" << 1;
-        QTest::newRow("fills one bad element")
-            << R"({"type":"fills","data":[)" + fill + ",{}]}" << true << "fills" << -1;
+        QTest::newRow("fills one bad element drops only itself")
+            << R"({"type":"fills","data":[)" + fill + ",{}]}" << true << "fills" << 1;
         QTest::newRow("other type ignores data")
             << R"({"type":"stats","data":[)" + fill + "]}" << true << "stats" << -1;
         QTest::newRow("no type") << QByteArray(R"({"data":[]})") << false << "" << -1;
@@ -187,6 +196,75 @@ private Q_SLOTS:
             return;
         QCOMPARE(frame->type, type);
         QCOMPARE(frame->data ? int(frame->data->size()) : -1, fills);
+    }
+
+    // Amounts past any real trade are malformed; market caps may reach trillions.
+    void implausibleAmounts_data()
+    {
+        QTest::addColumn<QByteArray>("key");
+        QTest::addColumn<QByteArray>("value");
+        QTest::addColumn<bool>("decodes");
+        QTest::newRow("usd 1e308") << QByteArray("usd") << QByteArray("1e308") << false;
+        QTest::newRow("usd just over $1T") << QByteArray("usd") << QByteArray("1000000000001") << false;
+        QTest::newRow("usd at $1T") << QByteArray("usd") << QByteArray("1e12") << true;
+        QTest::newRow("usd -1e13") << QByteArray("usd") << QByteArray("-1e13") << false;
+        QTest::newRow("price 1e300") << QByteArray("price") << QByteArray("1e300") << false;
+        QTest::newRow("liquidity 5e12") << QByteArray("liquidity") << QByteArray("5e12") << false;
+        QTest::newRow("mcap $3T (an equity)") << QByteArray("mcap") << QByteArray("3e12") << true;
+        QTest::newRow("mcap 1e300") << QByteArray("mcap") << QByteArray("1e300") << false;
+    }
+    void implausibleAmounts()
+    {
+        QFETCH(QByteArray, key);
+        QFETCH(QByteArray, value);
+        QFETCH(bool, decodes);
+        QCOMPARE(decodeFill(fillJson(key, value)).has_value(), decodes);
+        const auto radar = TwDecode::radars(R"([{"token":"M","symbol":"P","first_ts":1,"usd_in":)" + value + "}]");
+        if (key == "usd")
+            QCOMPARE(radar.has_value(), decodes);
+    }
+
+    // Wire text cannot reorder its row, split a line or hide characters.
+    void wireTextIsCleaned_data()
+    {
+        QTest::addColumn<QString>("sent");
+        QTest::addColumn<QString>("kept");
+        QTest::newRow("plain") << QStringLiteral("WIF") << QStringLiteral("WIF");
+        QTest::newRow("right-to-left override")
+            << QStringLiteral("WIF\u202E000,05$") << QStringLiteral("WIF000,05$");
+        QTest::newRow("every embedding, isolate and mark")
+            << QStringLiteral("a\u202Ab\u202Bc\u202Cd\u202De\u2066f\u2067g\u2068h\u2069i\u200Ej\u200Fk\u061Cl")
+            << QStringLiteral("abcdefghijkl");
+        QTest::newRow("line breaks become spaces")
+            << QStringLiteral("a\nb\r\nc\u2028d") << QStringLiteral("a b  c d");
+        QTest::newRow("C0 and C1 controls") << QStringLiteral("a") + QChar(0) + QChar(7) + QLatin1Char('b') +
+                                                   QChar(0x9B) + QLatin1Char('c') + QChar(0x7F)
+                                            << QStringLiteral("abc");
+        QTest::newRow("right-to-left letters stay") << QStringLiteral("\u05E9\u05DC\u05D5\u05DD")
+                                                     << QStringLiteral("\u05E9\u05DC\u05D5\u05DD");
+    }
+    void wireTextIsCleaned()
+    {
+        QFETCH(QString, sent);
+        QFETCH(QString, kept);
+        const QByteArray quoted = QJsonDocument(QJsonArray{sent}).toJson(QJsonDocument::Compact).mid(1).chopped(1);
+        for (const char *key : {"symbol", "handle", "name"}) {
+            const auto f = decodeFill(fillJson(key, quoted));
+            QVERIFY(f);
+            const QString got = QByteArray(key) == "symbol" ? f->symbol
+                                : QByteArray(key) == "handle" ? f->handle
+                                                              : f->name.value_or(QString());
+            QCOMPARE(got, kept);
+        }
+        const auto flagged = decodeFill(fillJson("flags", "[" + quoted + "]"));
+        QVERIFY(flagged);
+        QCOMPARE(flagged->flags, QStringList{kept});
+    }
+
+    void overlongTextFailsItsRecord()
+    {
+        QVERIFY(decodeFill(fillJson("symbol", '"' + QByteArray(2048, 'A') + '"')));
+        QVERIFY(!decodeFill(fillJson("symbol", '"' + QByteArray(2049, 'A') + '"')));
     }
 };
 

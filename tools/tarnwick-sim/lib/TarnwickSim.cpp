@@ -38,7 +38,42 @@ QByteArray statusText(int status)
     default: return "Internal Server Error";
     }
 }
+
+// A fill as the service would send it, repeated to fill huge and endless bodies.
+const QByteArray filler = R"({"id":1,"ts":1700000000,"side":"buy","usd":10,"handle":"h","wallet":"w","token":"t","symbol":"S"},)";
+
+// A server frame header: no mask, the length in the shortest form.
+QByteArray frameHeader(bool fin, quint8 opcode, qint64 length)
+{
+    QByteArray h;
+    h.append(char((fin ? 0x80 : 0) | opcode));
+    if (length < 126) {
+        h.append(char(length));
+    } else if (length <= 0xFFFF) {
+        h.append(char(126));
+        h.append(char(length >> 8)).append(char(length & 0xFF));
+    } else {
+        h.append(char(127));
+        for (int shift = 56; shift >= 0; shift -= 8)
+            h.append(char((length >> shift) & 0xFF));
+    }
+    return h;
+}
 } // namespace
+
+// One answer or message written piece by piece as the peer drains it.
+struct SimServer::Stream {
+    enum Kind { WsMessage, HttpLength, HttpChunked, Drip };
+    Kind kind = HttpLength;
+    qint64 remaining = 0; // payload bytes still to go; negative: endless
+    qint64 frameBytes = 0;
+    qint64 frameLeft = 0; // a one-frame message: payload of the open frame still to go
+    bool first = true;
+    QByteArray data; // drip: the body; otherwise the unit that is repeated
+    qint64 offset = 0;
+    QPointer<QWebSocket> ws;
+    QTimer *drip = nullptr;
+};
 
 SimServer::SimServer(SimOptions options, QObject *parent)
     : QObject(parent), options_(std::move(options)), market_(std::make_unique<Market>(options_.seed))
@@ -159,6 +194,7 @@ QList<QJsonObject> SimServer::emitFills(int n)
         made.append(market_->nextFill(now));
         data.append(made.last());
     }
+    fillsEmitted_ += n;
     QJsonObject frame{{QStringLiteral("type"), QStringLiteral("fills")}, {QStringLiteral("data"), data}};
     broadcast(QJsonDocument(frame).toJson(QJsonDocument::Compact));
     return made;
@@ -186,7 +222,7 @@ void SimServer::broadcast(const QByteArray &payload, bool binary)
 
 void SimServer::send(QWebSocket *s, const QByteArray &payload, bool binary)
 {
-    if (silent_)
+    if (silent_ || streamingTo_.contains(s))
         return;
     if (binary)
         s->sendBinaryMessage(payload);
@@ -200,6 +236,131 @@ void SimServer::send(QWebSocket *s, const QByteArray &payload, bool binary)
         s->flush(); // the last frame still goes out; then the line just dies
         s->abort();
         s->deleteLater();
+    }
+}
+
+// MARK: streamed faults
+
+QTcpSocket *SimServer::tcpOf(QWebSocket *socket) const
+{
+    for (const QPointer<QTcpSocket> &tcp : upgraded_)
+        if (tcp && tcp->peerPort() == socket->peerPort() && tcp->localPort() == socket->localPort())
+            return tcp;
+    return nullptr;
+}
+
+void SimServer::sendOversizedMessage(qint64 bytes, qint64 frameBytes)
+{
+    for (QWebSocket *s : std::as_const(sockets_)) {
+        QTcpSocket *tcp = tcpOf(s);
+        if (!tcp || streams_.contains(tcp))
+            continue;
+        auto stream = std::make_shared<Stream>();
+        stream->kind = Stream::WsMessage;
+        stream->remaining = bytes;
+        stream->frameBytes = frameBytes > 0 ? std::min<qint64>(frameBytes, 1 << 20) : 0;
+        stream->ws = s;
+        streamingTo_.insert(s);
+        log(QStringLiteral("ws oversized message of ") + QString::number(bytes) + QStringLiteral(" bytes"));
+        startStream(tcp, stream);
+    }
+}
+
+void SimServer::startStream(QTcpSocket *socket, std::shared_ptr<Stream> stream)
+{
+    streams_.insert(socket, stream);
+    auto end = [this, socket] {
+        if (auto it = streams_.find(socket); it != streams_.end()) {
+            if (it.value()->ws)
+                streamingTo_.remove(it.value()->ws.data());
+            streams_.erase(it);
+        }
+    };
+    connect(socket, &QTcpSocket::disconnected, this, end);
+    connect(socket, &QObject::destroyed, this, end);
+    if (stream->kind == Stream::Drip) {
+        stream->drip = new QTimer(socket);
+        connect(stream->drip, &QTimer::timeout, this, [this, socket] { pump(socket); });
+        stream->drip->start(std::max(1, int(stream->frameBytes)));
+        return;
+    }
+    connect(socket, &QTcpSocket::bytesWritten, this, [this, socket] { pump(socket); });
+    pump(socket);
+}
+
+void SimServer::pump(QTcpSocket *socket)
+{
+    const auto found = streams_.constFind(socket);
+    if (found == streams_.cend())
+        return;
+    const std::shared_ptr<Stream> st = found.value();
+    constexpr qint64 piece = 256 * 1024;
+    auto write = [&](const QByteArray &bytes) {
+        socket->write(bytes);
+        streamedBytes_ += bytes.size();
+    };
+    auto payload = [&](qint64 n) {
+        QByteArray out;
+        out.reserve(n);
+        if (st->kind == Stream::WsMessage) {
+            if (st->first)
+                out = R"({"type":"noise","data":")";
+            out.append(QByteArray(n - out.size(), 'x'));
+            st->first = false;
+            return out.left(n);
+        }
+        while (out.size() < n) {
+            const qint64 take = std::min<qint64>(n - out.size(), st->data.size() - st->offset);
+            out.append(st->data.constData() + st->offset, take);
+            st->offset = (st->offset + take) % st->data.size();
+        }
+        return out;
+    };
+    auto finish = [&] {
+        if (st->ws)
+            streamingTo_.remove(st->ws.data());
+        streams_.remove(socket);
+        if (st->kind != Stream::WsMessage)
+            socket->disconnectFromHost();
+    };
+
+    if (st->kind == Stream::Drip) {
+        write(st->data.mid(st->offset, 1));
+        if (++st->offset >= st->data.size()) {
+            st->drip->stop();
+            finish();
+        }
+        return;
+    }
+    while (socket->state() == QAbstractSocket::ConnectedState && socket->bytesToWrite() < 2 * piece) {
+        if (st->remaining == 0) {
+            if (st->kind == Stream::HttpChunked)
+                write("0\r\n\r\n");
+            finish();
+            return;
+        }
+        const qint64 n = st->remaining < 0 ? piece : std::min(piece, st->remaining);
+        switch (st->kind) {
+        case Stream::WsMessage:
+            if (st->frameBytes > 0) {
+                // Whole frames only, so a pong may slip in between two of them.
+                const qint64 f = std::min(st->frameBytes, st->remaining);
+                const bool firstFrame = st->first;
+                const QByteArray body = payload(f);
+                write(frameHeader(f == st->remaining, firstFrame ? 0x1 : 0x0, f) + body);
+                st->remaining -= f;
+                continue;
+            }
+            if (st->first)
+                write(frameHeader(true, 0x1, st->remaining));
+            break;
+        case Stream::HttpChunked: write(QByteArray::number(n, 16) + "\r\n" + payload(n) + "\r\n"); break;
+        default: break;
+        }
+        if (st->kind != Stream::HttpChunked)
+            write(payload(n));
+        if (st->remaining > 0)
+            st->remaining -= n;
     }
 }
 
@@ -299,8 +460,16 @@ void SimServer::applyStep(const QJsonObject &step)
                  : status == 304                      ? EndpointFaultKind::Status304
                  : fault == QLatin1String("bad_body") ? EndpointFaultKind::BadBody
                  : fault == QLatin1String("delay")    ? EndpointFaultKind::Delay
-                                                      : EndpointFaultKind::None;
-        f.delayMs = step.value(QStringLiteral("delay_ms")).toInt(15000);
+                 : fault == QLatin1String("endless")  ? EndpointFaultKind::Endless
+                 : fault == QLatin1String("huge")     ? EndpointFaultKind::Huge
+                 : fault == QLatin1String("drip")     ? EndpointFaultKind::Drip
+                 : fault == QLatin1String("socket_first") ? EndpointFaultKind::SocketFirst
+                                                          : EndpointFaultKind::None;
+        f.delayMs = step.value(QStringLiteral("delay_ms")).toInt(f.kind == EndpointFaultKind::Drip ? 3000
+                                                                 : f.kind == EndpointFaultKind::SocketFirst ? 300
+                                                                                                           : 15000);
+        f.bytes = qint64(step.value(QStringLiteral("bytes")).toDouble(300.0 * 1024 * 1024));
+        f.declareLength = step.value(QStringLiteral("declare_length")).toBool(true);
         setEndpointFault(step.value(QStringLiteral("endpoint")).toString(), f);
     }
     const QString handshake = step.value(QStringLiteral("handshake")).toString();
@@ -327,6 +496,9 @@ void SimServer::applyStep(const QJsonObject &step)
         sendRawFrame(R"({"type":"stats","data":{}})", true);
     else if (fault == QLatin1String("broken_fills"))
         sendRawFrame(R"({"type":"fills","data":{"oops":true}})");
+    else if (fault == QLatin1String("oversized_message"))
+        sendOversizedMessage(qint64(step.value(QStringLiteral("bytes")).toDouble(100.0 * 1024 * 1024)),
+                             qint64(step.value(QStringLiteral("frame_bytes")).toDouble(0)));
     else if (fault == QLatin1String("huge_frame"))
         sendRawFrame(R"({"type":"noise","data":")" + QByteArray(4 * 1024 * 1024, 'x') + "\"}");
     if (step.contains(QStringLiteral("drop_after_frames")))
@@ -392,6 +564,10 @@ void SimServer::onRequestBytes(QTcpSocket *socket)
         return;
     }
     socket->read(end + 4);
+    lastHeaderNames_.clear();
+    for (const QByteArray &line : lines.mid(1))
+        if (line.contains(':'))
+            lastHeaderNames_.append(line.left(line.indexOf(':')).trimmed().toLower());
     if (requestLine.value(0) != "GET") {
         reply(socket, 405, R"({"error":"only GET"})");
         return;
@@ -427,6 +603,15 @@ void SimServer::serveRest(QTcpSocket *socket, const QByteArray &target, const QB
         return;
     }
     const QString route = path.mid(4);
+    if (route == QLatin1String("/sim/stats")) {
+        // For soak runs and scripts; never faulted.
+        reply(socket, 200,
+              QJsonDocument(QJsonObject{{QStringLiteral("fills_emitted"), fillsEmitted_},
+                                        {QStringLiteral("last_id"), market_->lastId()},
+                                        {QStringLiteral("sockets"), int(sockets_.size())}})
+                  .toJson(QJsonDocument::Compact));
+        return;
+    }
     ++requests_[route];
 
     EndpointFault fault;
@@ -437,6 +622,36 @@ void SimServer::serveRest(QTcpSocket *socket, const QByteArray &target, const QB
     const double now = wallNow();
     int status = 200;
     QByteArray body;
+    if (fault.kind == EndpointFaultKind::SocketFirst && route == QLatin1String("/tape")) {
+        // The live frame wins the race: what the answer holds was on the socket
+        // first. A client opens its socket and asks for the backfill together,
+        // so the frame waits (up to 3 s) for a socket to carry it.
+        QPointer<QTcpSocket> guard(socket);
+        // Only a waiting timer keeps the attempt alive: nothing is left behind
+        // once the answer is sent or the peer is gone.
+        auto race = std::make_shared<std::function<void(int)>>();
+        std::weak_ptr<std::function<void(int)>> weak = race;
+        *race = [this, guard, limit, stocks, delay = fault.delayMs, weak](int tries) {
+            if (!guard)
+                return;
+            if (sockets_.isEmpty() && tries < 60) {
+                QTimer::singleShot(50, this, [strong = weak.lock(), tries] {
+                    if (strong)
+                        (*strong)(tries + 1);
+                });
+                return;
+            }
+            emitFills(2);
+            QTimer::singleShot(delay, this, [this, guard, limit, stocks] {
+                if (guard)
+                    reply(guard, 200, QJsonDocument(market_->tape(limit, stocks)).toJson(QJsonDocument::Compact));
+            });
+        };
+        (*race)(0);
+        log(QStringLiteral("GET ") + QString::fromLatin1(target) + QStringLiteral(" -> socket first"));
+        Q_EMIT requestServed(route, 200);
+        return;
+    }
     if (route == QLatin1String("/tape")) {
         body = QJsonDocument(market_->tape(limit, stocks)).toJson(QJsonDocument::Compact);
     } else if (route == QLatin1String("/radar")) {
@@ -473,7 +688,35 @@ void SimServer::serveRest(QTcpSocket *socket, const QByteArray &target, const QB
         status = 200;
         body = R"([{"id":"not a number"}, {"half":)";
         break;
-    case EndpointFaultKind::Delay: break;
+    case EndpointFaultKind::Delay:
+    case EndpointFaultKind::SocketFirst: break;
+    case EndpointFaultKind::Endless:
+    case EndpointFaultKind::Huge:
+    case EndpointFaultKind::Drip: {
+        auto stream = std::make_shared<Stream>();
+        QByteArray head = "HTTP/1.1 200 OK\r\nContent-Type: application/json\r\n";
+        if (fault.kind == EndpointFaultKind::Drip) {
+            stream->kind = Stream::Drip;
+            stream->data = body;
+            stream->frameBytes = fault.delayMs; // the drip's period
+            head += "Content-Length: " + QByteArray::number(body.size()) + "\r\n";
+        } else if (fault.kind == EndpointFaultKind::Huge && fault.declareLength) {
+            stream->kind = Stream::HttpLength;
+            stream->remaining = fault.bytes;
+            stream->data = filler;
+            head += "Content-Length: " + QByteArray::number(fault.bytes) + "\r\n";
+        } else {
+            stream->kind = Stream::HttpChunked;
+            stream->remaining = fault.kind == EndpointFaultKind::Endless ? -1 : fault.bytes;
+            stream->data = filler;
+            head += "Transfer-Encoding: chunked\r\n";
+        }
+        socket->write(head + "Connection: close\r\n\r\n");
+        log(QStringLiteral("GET ") + QString::fromLatin1(target) + QStringLiteral(" -> streamed fault"));
+        Q_EMIT requestServed(route, 200);
+        startStream(socket, stream);
+        return;
+    }
     }
     log(QStringLiteral("GET ") + QString::fromLatin1(target) + QStringLiteral(" -> ") +
         QString::number(status));

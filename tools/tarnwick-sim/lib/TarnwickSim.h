@@ -34,10 +34,17 @@ struct SimOptions {
     bool autoTape = true; // false: fills only when a test asks for them
 };
 
-enum class EndpointFaultKind { None, Status500, Status204, Status304, BadBody, Delay };
+// Endless: a chunked 200 that never ends, as fast as the peer reads.
+// Huge: a 200 whose Content-Length is `bytes`, streamed (never built whole).
+// Drip: a 200 whose body comes one byte every `delayMs`.
+// SocketFirst: the fills of the answer go out on the socket first, the
+// answer follows `delayMs` later (the race of a backfill and a live frame).
+enum class EndpointFaultKind { None, Status500, Status204, Status304, BadBody, Delay, Endless, Huge, Drip, SocketFirst };
 struct EndpointFault {
     EndpointFaultKind kind = EndpointFaultKind::None;
     int delayMs = 0;
+    qint64 bytes = 0;
+    bool declareLength = true; // Huge: false sends it chunked, with no length up front
 };
 enum class HandshakeMode { Accept, Refuse, Hang };
 
@@ -56,6 +63,10 @@ public:
     // Scripting.
     QList<QJsonObject> emitFills(int n); // n new fills, one "fills" frame, oldest first
     void sendRawFrame(const QByteArray &payload, bool binary = false);
+    // One text message of `bytes` bytes to every open socket, cut into frames
+    // of `frameBytes` (0: one frame), written as the socket drains so that the
+    // service never holds it whole.
+    void sendOversizedMessage(qint64 bytes, qint64 frameBytes = 0);
     void sendFrameOfType(const QString &type);
     void setEndpointFault(const QString &pathPrefix, EndpointFault fault);
     void clearFaults();
@@ -76,6 +87,12 @@ public:
     int requestCount(const QString &pathPrefix) const;
     QByteArray lastUserAgent() const { return lastUserAgent_; }
     qint64 lastFillId() const;
+    qint64 fillsEmitted() const { return fillsEmitted_; }
+    // Bytes of streamed faults (oversized messages, huge and endless bodies)
+    // that went onto the wire before the peer stopped reading or hung up.
+    qint64 streamedBytes() const { return streamedBytes_; }
+    int streamsRunning() const { return int(streams_.size()); }
+    QList<QByteArray> lastRequestHeaderNames() const { return lastHeaderNames_; }
     void setLogging(bool on) { logging_ = on; }
 
 Q_SIGNALS:
@@ -93,6 +110,10 @@ private:
     void scheduleNextFill();
     void applyStep(const QJsonObject &step);
     void log(const QString &line) const;
+    struct Stream;
+    void startStream(QTcpSocket *socket, std::shared_ptr<Stream> stream);
+    void pump(QTcpSocket *socket);
+    QTcpSocket *tcpOf(QWebSocket *socket) const;
 
     SimOptions options_;
     std::unique_ptr<Market> market_;
@@ -114,6 +135,11 @@ private:
     int handshakes_ = 0;
     bool logging_ = false;
     quint16 boundPort_ = 0;
+    qint64 fillsEmitted_ = 0;
+    qint64 streamedBytes_ = 0;
+    QList<QByteArray> lastHeaderNames_;
+    QHash<QTcpSocket *, std::shared_ptr<Stream>> streams_;
+    QSet<QWebSocket *> streamingTo_; // no other frame may cut into a streamed message
 };
 
 } // namespace tarnwick
