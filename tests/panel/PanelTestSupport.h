@@ -42,6 +42,18 @@ inline std::unique_ptr<FeedStore> unreachableStore(TestClock &clock)
     return std::make_unique<FeedStore>(client, clock.clock());
 }
 
+// The panel tests' common rig: a fresh store with default preferences on a
+// clean settings file, and a panel over it (the panel goes first on the way out).
+class PanelController;
+struct PanelRig {
+    TestClock clock;
+    std::unique_ptr<FeedStore> store;
+    std::unique_ptr<PanelController> panel;
+
+    void freshStore();
+    void dropAll();
+};
+
 inline TwFill whaleFill(qint64 id, double ts, double usd, const QString &handle = QStringLiteral("ansem"),
                         const QString &symbol = QStringLiteral("WIF"),
                         const QString &side = QStringLiteral("buy"))
@@ -125,3 +137,21 @@ private:
     }
     QHash<QTcpSocket *, QByteArray> pending_;
 };
+
+#include "Panel/PanelController.h"
+
+#include <QSettings>
+
+inline void PanelRig::freshStore()
+{
+    QSettings(QStringLiteral("Larkpin"), QStringLiteral("Larkpin")).clear();
+    clock = TestClock{};
+    store = unreachableStore(clock);
+    store->setPreferences(Preferences::defaults());
+}
+
+inline void PanelRig::dropAll()
+{
+    panel.reset();
+    store.reset();
+}

@@ -66,12 +66,9 @@ QString describe(QQuickItem *item)
 }
 } // namespace
 
-class PanelAccessibilityTest : public QObject {
+class PanelAccessibilityTest : public QObject, private PanelRig {
     Q_OBJECT
 
-    TestClock clock;
-    std::unique_ptr<FeedStore> store;
-    std::unique_ptr<PanelController> panel;
 
     QQuickItem *root() const { return panel->rootItem(); }
 
@@ -114,17 +111,10 @@ class PanelAccessibilityTest : public QObject {
 private Q_SLOTS:
     void init()
     {
-        QSettings(QStringLiteral("Larkpin"), QStringLiteral("Larkpin")).clear();
-        clock = TestClock{};
-        store = unreachableStore(clock);
-        store->setPreferences(Preferences::defaults());
+        freshStore();
         panel = std::make_unique<PanelController>(store.get());
     }
-    void cleanup()
-    {
-        panel.reset();
-        store.reset();
-    }
+    void cleanup() { dropAll(); }
 
     void everyControlHasANameAndRole_data()
     {

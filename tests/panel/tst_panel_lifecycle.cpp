@@ -51,12 +51,9 @@ QStringList rowIds(QQuickItem *item)
 }
 } // namespace
 
-class PanelLifecycleTest : public QObject {
+class PanelLifecycleTest : public QObject, private PanelRig {
     Q_OBJECT
 
-    TestClock clock;
-    std::unique_ptr<FeedStore> store;
-    std::unique_ptr<PanelController> panel;
 
     void open()
     {
@@ -76,10 +73,7 @@ class PanelLifecycleTest : public QObject {
 private Q_SLOTS:
     void init()
     {
-        QSettings(QStringLiteral("Larkpin"), QStringLiteral("Larkpin")).clear();
-        clock = TestClock{};
-        store = unreachableStore(clock);
-        store->setPreferences(Preferences::defaults());
+        freshStore();
         QList<TwFill> fills;
         for (int i = 0; i < 5; ++i)
             fills << whaleFill(100 + i, clock.t - 30 * (5 - i), 3000.0 * (i + 1), QStringLiteral("w%1").arg(i),
@@ -89,8 +83,7 @@ private Q_SLOTS:
     }
     void cleanup()
     {
-        panel.reset();
-        store.reset();
+        dropAll();
         QCOMPARE(quickWindows(), 0);
     }
 

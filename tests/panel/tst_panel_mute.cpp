@@ -71,12 +71,9 @@ QStringList titles(const QVariantList &entries)
 }
 } // namespace
 
-class PanelMuteTest : public QObject {
+class PanelMuteTest : public QObject, private PanelRig {
     Q_OBJECT
 
-    TestClock clock;
-    std::unique_ptr<FeedStore> store;
-    std::unique_ptr<PanelController> panel;
 
     // Six whales: w5, w4, w3 are the heroes (largest), w2, w1, w0 the stream.
     void feed()
@@ -113,17 +110,10 @@ class PanelMuteTest : public QObject {
 private Q_SLOTS:
     void init()
     {
-        QSettings(QStringLiteral("Larkpin"), QStringLiteral("Larkpin")).clear();
-        clock = TestClock{};
-        store = unreachableStore(clock);
-        store->setPreferences(Preferences::defaults());
+        freshStore();
         panel = std::make_unique<PanelController>(store.get());
     }
-    void cleanup()
-    {
-        panel.reset();
-        store.reset();
-    }
+    void cleanup() { dropAll(); }
 
     // Right-click a stream row or the hero card, choose an entry: the lists change at once.
     void contextMenu_data()

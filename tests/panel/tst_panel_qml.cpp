@@ -107,12 +107,9 @@ QQuickItem *shownToolTip(QQuickWindow *window)
 }
 } // namespace
 
-class PanelQmlTest : public QObject {
+class PanelQmlTest : public QObject, private PanelRig {
     Q_OBJECT
 
-    TestClock clock;
-    std::unique_ptr<FeedStore> store;
-    std::unique_ptr<PanelController> panel;
 
     void feed(int n)
     {
@@ -149,17 +146,10 @@ class PanelQmlTest : public QObject {
 private Q_SLOTS:
     void init()
     {
-        QSettings(QStringLiteral("Larkpin"), QStringLiteral("Larkpin")).clear();
-        clock = TestClock{};
-        store = unreachableStore(clock);
-        store->setPreferences(Preferences::defaults());
+        freshStore();
         panel = std::make_unique<PanelController>(store.get());
     }
-    void cleanup()
-    {
-        panel.reset();
-        store.reset();
-    }
+    void cleanup() { dropAll(); }
 
     void placement_data()
     {
