@@ -106,11 +106,8 @@ int main(int argc, char *argv[])
         std::fputs(qUtf8Printable(CommandLine::helpText()), stdout);
         return 0;
     }
-    case CommandLine::Options::Action::Version:
-        printLine(stdout, CommandLine::versionText());
-        return 0;
-    case CommandLine::Options::Action::Run:
-        break;
+    case CommandLine::Options::Action::Version: printLine(stdout, CommandLine::versionText()); return 0;
+    case CommandLine::Options::Action::Run: break;
     }
 
     const bool snapshotMode = options.snapshot;

@@ -14,13 +14,17 @@ namespace {
 QByteArray fill(qint64 id)
 {
     return "{\"id\":" + QByteArray::number(id) +
-           ",\"ts\":1700000000.125,\"side\":\"buy\",\"usd\":18342.75,\"price\":0.001734,\"handle\":\"kestrel_" +
+           ",\"ts\":1700000000.125,\"side\":\"buy\",\"usd\":18342.75,\"price\":0.001734,\"handle\":"
+           "\"kestrel_" +
            QByteArray::number(id % 40) +
-           "\",\"followers\":15400,\"wallet\":\"7HqK9xWmP4rTz2vKc8LbNd5FhXoQeR3u1yZaBcDeFgH\",\"token\":\"9xQeWvG8"
+           "\",\"followers\":15400,\"wallet\":\"7HqK9xWmP4rTz2vKc8LbNd5FhXoQeR3u1yZaBcDeFgH\",\"token\":"
+           "\"9xQeWvG8"
            "16bUx9EPjHmaT23yvVM2ZWbrrpZb9Pus" +
            QByteArray::number(id % 60) +
-           "\",\"symbol\":\"MOODENG\",\"name\":\"Moo Deng\",\"is_stock\":false,\"new_position\":1,\"flags\":[\"pile-"
-           "in 3\",\"pool 3h old\"],\"mark\":0.001741,\"liquidity\":182340.5,\"mcap\":4120000,\"pair_url\":\"https:"
+           "\",\"symbol\":\"MOODENG\",\"name\":\"Moo "
+           "Deng\",\"is_stock\":false,\"new_position\":1,\"flags\":[\"pile-"
+           "in 3\",\"pool 3h "
+           "old\"],\"mark\":0.001741,\"liquidity\":182340.5,\"mcap\":4120000,\"pair_url\":\"https:"
            "//charts.example/pool/9xQeWvG816bUx9EPjHmaT23y\"}";
 }
 
@@ -76,7 +80,8 @@ void BM_IngestCappedFrame(benchmark::State &state)
         state.PauseTiming();
         auto *client = new TarnwickClient(QStringLiteral("http://127.0.0.1:9/api"),
                                           QStringLiteral("ws://127.0.0.1:9/ws"), {}, [now] { return now; });
-        FeedStore store(client, [now] { return now; }, 60000);
+        FeedStore store(
+            client, [now] { return now; }, 60000);
         QList<TwFill> batch = fills;
         for (TwFill &f : batch)
             f.id += base;

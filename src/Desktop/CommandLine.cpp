@@ -9,15 +9,17 @@ namespace {
 
 struct Parser {
     QCommandLineParser parser;
-    QCommandLineOption help{{QStringLiteral("h"), QStringLiteral("help")}, QStringLiteral("Show this help and exit.")};
+    QCommandLineOption help{{QStringLiteral("h"), QStringLiteral("help")},
+                            QStringLiteral("Show this help and exit.")};
     QCommandLineOption version{{QStringLiteral("v"), QStringLiteral("version")},
                                QStringLiteral("Show the name and version and exit.")};
     QCommandLineOption snapshot{QStringLiteral("snapshot"),
                                 QStringLiteral("Render the strip and panel pictures into <dir> without a "
                                                "screen, then exit (same as LARKPIN_SNAPSHOT=<dir>)."),
                                 QStringLiteral("dir")};
-    QCommandLineOption open{QStringLiteral("open"),
-                            QStringLiteral("Open the panel of the running instance (starting one if none runs).")};
+    QCommandLineOption open{
+        QStringLiteral("open"),
+        QStringLiteral("Open the panel of the running instance (starting one if none runs).")};
     QCommandLineOption quit{QStringLiteral("quit"), QStringLiteral("Ask the running instance to quit.")};
 
     Parser()
@@ -42,7 +44,8 @@ Options parse(const QStringList &arguments, const QProcessEnvironment &env)
     }
     if (!p.parser.positionalArguments().isEmpty()) {
         o.action = Options::Action::Error;
-        o.error = QStringLiteral("Unexpected argument '%1'.").arg(p.parser.positionalArguments().constFirst());
+        o.error =
+            QStringLiteral("Unexpected argument '%1'.").arg(p.parser.positionalArguments().constFirst());
         return o;
     }
     if (p.parser.isSet(p.help)) {
@@ -91,7 +94,8 @@ bool hasDisplay(const QProcessEnvironment &env)
     if (!platform.isEmpty() && !platform.startsWith(QLatin1String("xcb")) &&
         !platform.startsWith(QLatin1String("wayland")))
         return true; // offscreen, vnc, eglfs...: the user chose where to draw
-    return !env.value(QStringLiteral("DISPLAY")).isEmpty() || !env.value(QStringLiteral("WAYLAND_DISPLAY")).isEmpty();
+    return !env.value(QStringLiteral("DISPLAY")).isEmpty() ||
+           !env.value(QStringLiteral("WAYLAND_DISPLAY")).isEmpty();
 }
 
 QString noDisplayMessage()

@@ -14,7 +14,8 @@ namespace {
 QString bounded(QString text, int maxChars)
 {
     for (QChar &c : text)
-        if (c.unicode() < 0x20 || c.unicode() == 0x7f || c == QChar::LineSeparator || c == QChar::ParagraphSeparator)
+        if (c.unicode() < 0x20 || c.unicode() == 0x7f || c == QChar::LineSeparator ||
+            c == QChar::ParagraphSeparator)
             c = QLatin1Char(' ');
     text = text.simplified();
     if (text.size() > maxChars)
@@ -78,7 +79,8 @@ FreedesktopNotifications::FreedesktopNotifications(const QDBusConnection &bus, Q
     bus_.connect(svc, p, i, QStringLiteral("ActionInvoked"), this, SLOT(actionInvoked(uint, QString)));
     bus_.connect(svc, p, i, QStringLiteral("NotificationClosed"), this, SLOT(notificationClosed(uint, uint)));
     auto *watcher = new QDBusPendingCallWatcher(
-        bus_.asyncCall(QDBusMessage::createMethodCall(svc, p, i, QStringLiteral("GetCapabilities")), 2000), this);
+        bus_.asyncCall(QDBusMessage::createMethodCall(svc, p, i, QStringLiteral("GetCapabilities")), 2000),
+        this);
     connect(watcher, &QDBusPendingCallWatcher::finished, this, [this](QDBusPendingCallWatcher *w) {
         QDBusPendingReply<QStringList> reply = *w;
         if (reply.isValid())

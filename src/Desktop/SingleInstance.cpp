@@ -59,7 +59,8 @@ QString SingleInstance::sessionKey(const QProcessEnvironment &env, const QString
     const QString seed = QStringLiteral("x11=") + normalisedX11Display(env.value(QStringLiteral("DISPLAY"))) +
                          QStringLiteral(";wayland=") + env.value(QStringLiteral("WAYLAND_DISPLAY")) +
                          QStringLiteral(";config=") + configDir;
-    return QString::fromLatin1(QCryptographicHash::hash(seed.toUtf8(), QCryptographicHash::Sha1).toHex().left(12));
+    return QString::fromLatin1(
+        QCryptographicHash::hash(seed.toUtf8(), QCryptographicHash::Sha1).toHex().left(12));
 }
 
 QString SingleInstance::busName() const

@@ -82,10 +82,10 @@ void FeedStore::wireClient()
         self->log(QStringLiteral("link → ") + LinkStates::caseName(state));
         if (self->link_ != state) {
             if (state == LinkState::down || state == LinkState::polling)
-                Log::trouble(lcLink(), QStringLiteral("link to the tape service is ") +
-                                         LinkStates::caseName(state) +
-                                         (state == LinkState::polling ? QStringLiteral(": the socket failed, polling")
-                                                                      : QStringLiteral(": retrying")));
+                Log::trouble(lcLink(),
+                             QStringLiteral("link to the tape service is ") + LinkStates::caseName(state) +
+                                 (state == LinkState::polling ? QStringLiteral(": the socket failed, polling")
+                                                              : QStringLiteral(": retrying")));
             self->link_ = state;
             Q_EMIT self->linkChanged();
         }
@@ -409,8 +409,8 @@ void FeedStore::ingest(const QList<TwFill> &fills)
     // The running counts, when a repeat was passed over and at every
     // hundredth fill, for whoever watches a long run.
     if (verbose_ && (fillsRepeated_ > repeatedBefore || fillsIngested_ / 100 > ingestedBefore / 100))
-        log(QStringLiteral("fills ingested ") + QString::number(fillsIngested_) + QStringLiteral(", repeated ") +
-            QString::number(fillsRepeated_));
+        log(QStringLiteral("fills ingested ") + QString::number(fillsIngested_) +
+            QStringLiteral(", repeated ") + QString::number(fillsRepeated_));
     if (changed) {
         setLastUpdate(now_());
         rebuild();

@@ -153,7 +153,8 @@ void TarnwickClient::fetch(const QString &path, QObject *context, BodyCallback d
             return;
         const qint64 room = maxBody - pending->body.size();
         if (reply->bytesAvailable() > room) {
-            cut(QStringLiteral("answer over the limit of ") + QString::number(maxBody) + QStringLiteral(" bytes"));
+            cut(QStringLiteral("answer over the limit of ") + QString::number(maxBody) +
+                QStringLiteral(" bytes"));
             return;
         }
         pending->body.append(reply->readAll());
@@ -170,35 +171,35 @@ void TarnwickClient::fetch(const QString &path, QObject *context, BodyCallback d
     connect(reply, &QNetworkReply::finished, reply, &QObject::deleteLater);
     connect(reply, &QNetworkReply::finished, context ? context : this,
             [this, reply, clock, done, pending, maxBody] {
-        if (!pending->failure.isEmpty()) {
-            done(std::nullopt, pending->failure);
-            return;
-        }
-        const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
-        if (status != 200) {
-            // Only exactly 200 carries a body we trust; 204 and 304 fail like 500.
-            done(std::nullopt, status ? QStringLiteral("bad server response (status ") +
-                                            QString::number(status) + QLatin1Char(')')
-                                      : reply->errorString());
-            return;
-        }
-        if (reply->error() != QNetworkReply::NoError) {
-            // The head said 200 but the body never arrived whole (connection
-            // lost, time-out mid-body): a transport failure, not a round trip.
-            done(std::nullopt, reply->errorString());
-            return;
-        }
-        if (pending->body.size() + reply->bytesAvailable() > maxBody) {
-            done(std::nullopt, QStringLiteral("answer over the limit of ") + QString::number(maxBody) +
-                                   QStringLiteral(" bytes"));
-            return;
-        }
-        pending->body.append(reply->readAll());
-        // The round trip counts even when the body turns out not to decode.
-        if (onLatency)
-            onLatency(double(clock.nsecsElapsed()) / 1000000.0);
-        done(std::move(pending->body), QString());
-    });
+                if (!pending->failure.isEmpty()) {
+                    done(std::nullopt, pending->failure);
+                    return;
+                }
+                const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+                if (status != 200) {
+                    // Only exactly 200 carries a body we trust; 204 and 304 fail like 500.
+                    done(std::nullopt, status ? QStringLiteral("bad server response (status ") +
+                                                    QString::number(status) + QLatin1Char(')')
+                                              : reply->errorString());
+                    return;
+                }
+                if (reply->error() != QNetworkReply::NoError) {
+                    // The head said 200 but the body never arrived whole (connection
+                    // lost, time-out mid-body): a transport failure, not a round trip.
+                    done(std::nullopt, reply->errorString());
+                    return;
+                }
+                if (pending->body.size() + reply->bytesAvailable() > maxBody) {
+                    done(std::nullopt, QStringLiteral("answer over the limit of ") +
+                                           QString::number(maxBody) + QStringLiteral(" bytes"));
+                    return;
+                }
+                pending->body.append(reply->readAll());
+                // The round trip counts even when the body turns out not to decode.
+                if (onLatency)
+                    onLatency(double(clock.nsecsElapsed()) / 1000000.0);
+                done(std::move(pending->body), QString());
+            });
 }
 
 void TarnwickClient::tape(int limit, QObject *context, TapeCallback done)
@@ -510,7 +511,8 @@ void TarnwickClient::connectSocket()
             log(QStringLiteral("receive FAILED: a message over ") + QString::number(limits_.maxMessageBytes) +
                 QStringLiteral(" bytes, dropped; the socket is closed"));
             QMetaObject::invokeMethod(
-                this, [this, s] {
+                this,
+                [this, s] {
                     if (socket_ == s)
                         socketDidClose();
                 },
@@ -568,8 +570,8 @@ void TarnwickClient::connectSocket()
     connect(handshakeTimer_, &QTimer::timeout, this, [this, s] {
         if (socket_ != s || stopped_)
             return;
-        log(QStringLiteral("connect FAILED: no handshake within ") + QString::number(timing_.handshakeTimeoutMs) +
-            QStringLiteral(" ms"));
+        log(QStringLiteral("connect FAILED: no handshake within ") +
+            QString::number(timing_.handshakeTimeoutMs) + QStringLiteral(" ms"));
         socketDidClose();
     });
     handshakeTimer_->start(timing_.handshakeTimeoutMs);

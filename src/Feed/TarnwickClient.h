@@ -22,7 +22,7 @@ class WakeWatch;
 
 // Every interval the link uses, in one place. Tests shorten them.
 struct TarnwickTiming {
-    int requestTimeoutMs = 12000; // silence within a request
+    int requestTimeoutMs = 12000;  // silence within a request
     int requestDeadlineMs = 30000; // a whole request, however steadily its bytes come
     int openWatchdogMs = 8000;
     int handshakeTimeoutMs = 10000; // a socket not open by then is given up
@@ -41,7 +41,7 @@ struct TarnwickLimits {
     // Parsing 1 MiB of JSON takes ~20 ms, a frame or two of the views.
     qint64 maxMessageBytes = 1024 * 1024; // one socket message (a real frame is a few KB)
     qint64 maxBodyBytes = 1024 * 1024;    // one REST answer (the largest, 200 fills, is ~100 KB)
-    int maxFillsPerFrame = 2000;              // beyond this the oldest of a frame are dropped
+    int maxFillsPerFrame = 2000;          // beyond this the oldest of a frame are dropped
 };
 
 class TarnwickClient : public QObject {

@@ -106,7 +106,8 @@ int StatusItemController::topInset(const QRect &screen, const QRect &available, 
 {
     // The work area's top is ours when it ends exactly where our own
     // reservation does: the bar (if any) is what lies above the strip.
-    if (!reserved.isEmpty() && screen.contains(reserved.topLeft()) && available.top() == reserved.bottom() + 1)
+    if (!reserved.isEmpty() && screen.contains(reserved.topLeft()) &&
+        available.top() == reserved.bottom() + 1)
         return reserved.top() - screen.top();
     return std::max(0, available.top() - screen.top());
 }
@@ -131,7 +132,8 @@ QRect StatusItemController::barSample(const QRect &screen, const QRect &availabl
     if (top > 0)
         return QRect(strip.left(), screen.top(), strip.width(), top);
     if (available.bottom() < screen.bottom())
-        return QRect(strip.left(), available.bottom() + 1, strip.width(), screen.bottom() - available.bottom());
+        return QRect(strip.left(), available.bottom() + 1, strip.width(),
+                     screen.bottom() - available.bottom());
     return {};
 }
 
@@ -150,8 +152,9 @@ std::optional<QColor> StatusItemController::sampleBarColour(QScreen *screen, con
     if (!screen || region.isEmpty())
         return std::nullopt;
     const QRect g = screen->geometry();
-    const QImage shot = screen->grabWindow(0, region.x() - g.x(), region.y() - g.y(), region.width(), region.height())
-                            .toImage();
+    const QImage shot =
+        screen->grabWindow(0, region.x() - g.x(), region.y() - g.y(), region.width(), region.height())
+            .toImage();
     if (shot.isNull())
         return std::nullopt;
     // Icons and clock text are a small part of a bar: the mean is its background.
@@ -211,7 +214,8 @@ StatusItemController::StatusItemController(FeedStore *store, QObject *parent) : 
         focalDirector_->holdWarmUp();
         connect(store_, &FeedStore::backfillArrived, this, [this] {
             focalDirector_->releaseWarmUp();
-            focalDirector_->consider(store_->signalList(), store_->preferences().focalUsd, store_->watchedHandles());
+            focalDirector_->consider(store_->signalList(), store_->preferences().focalUsd,
+                                     store_->watchedHandles());
         });
     }
 
@@ -344,7 +348,8 @@ void StatusItemController::applyStripMode()
         reserved_ = QRect();
     }
     if (!tray_)
-        Log::write("Larkpin", QStringLiteral("no strip and no tray yet: launch Larkpin again to open its panel"));
+        Log::write("Larkpin",
+                   QStringLiteral("no strip and no tray yet: launch Larkpin again to open its panel"));
 }
 
 void StatusItemController::place()
@@ -383,14 +388,17 @@ void StatusItemController::checkPlacement()
     if (!wayland && placedAsAsked(asked_, landed))
         return;
     positionsIgnored_ = true;
-    X11Desktop::reserve(strip_->windowHandle(), QRect()); // reserving a row where we are not would only waste it
+    X11Desktop::reserve(strip_->windowHandle(),
+                        QRect()); // reserving a row where we are not would only waste it
     reserved_ = QRect();
     if (tray_) {
-        Log::write("Larkpin", QStringLiteral("the window manager does not place the strip; running from the tray"));
+        Log::write("Larkpin",
+                   QStringLiteral("the window manager does not place the strip; running from the tray"));
         applyStripMode();
     } else {
-        Log::write("Larkpin", QStringLiteral("the window manager does not place the strip and there is no tray; "
-                                             "keeping the strip where it landed"));
+        Log::write("Larkpin",
+                   QStringLiteral("the window manager does not place the strip and there is no tray; "
+                                  "keeping the strip where it landed"));
     }
 }
 
@@ -462,8 +470,8 @@ void StatusItemController::refreshTrayMenu()
         return;
     const FeedFilter kinds[] = {FeedFilter::of(SignalKind::whale), FeedFilter::of(SignalKind::spike),
                                 FeedFilter::of(SignalKind::stocks)};
-    const QString status = statusLine(store_->link(), store_->count(kinds[0]), store_->count(kinds[1]),
-                                      store_->count(kinds[2]));
+    const QString status =
+        statusLine(store_->link(), store_->count(kinds[0]), store_->count(kinds[1]), store_->count(kinds[2]));
     // Only real changes: each one is a layout update sent to the tray host.
     if (trayStatus_->text() != status)
         trayStatus_->setText(status);

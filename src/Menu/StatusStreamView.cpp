@@ -141,7 +141,8 @@ StatusStreamView::StatusStreamView(QWidget *parent) : QWidget(parent), reduceMot
         // ring in the corner: half the rate is enough for it, and on a quiet
         // tape those rings are most of what wakes the process. Flips and
         // takeovers keep the full rate.
-        const int interval = takeoverSettled_ && presentedFlip_ == settled ? 2 * framePeriodMs : framePeriodMs;
+        const int interval =
+            takeoverSettled_ && presentedFlip_ == settled ? 2 * framePeriodMs : framePeriodMs;
         if (pumpTimer_->interval() != interval)
             pumpTimer_->setInterval(interval);
     });
@@ -520,8 +521,9 @@ void StatusStreamView::paintFocal(QPainter &p, const QSizeF &size, double t) con
     // The figure counts up to the trade's size, keeping the size's own shape.
     std::optional<QString> figure;
     if (shown->usd) {
-        const double k = reduceMotion_ ? 1.0
-                                       : 1 - std::pow(1 - std::clamp((t - rollStarted_) / rollDuration, 0.0, 1.0), 3);
+        const double k = reduceMotion_
+                             ? 1.0
+                             : 1 - std::pow(1 - std::clamp((t - rollStarted_) / rollDuration, 0.0, 1.0), 3);
         figure = Format::usd(*shown->usd * (focal_ ? k : 1.0), *shown->usd);
     }
     const double scale = devicePixelRatioOf(p);

@@ -31,13 +31,14 @@ xcb_atom_t atom(xcb_connection_t *c, const char *name)
     return a;
 }
 
-void setAtoms(xcb_connection_t *c, xcb_window_t w, const char *property, std::initializer_list<const char *> names)
+void setAtoms(xcb_connection_t *c, xcb_window_t w, const char *property,
+              std::initializer_list<const char *> names)
 {
     QList<xcb_atom_t> values;
     for (const char *n : names)
         values.append(atom(c, n));
-    xcb_change_property(c, XCB_PROP_MODE_REPLACE, w, atom(c, property), XCB_ATOM_ATOM, 32, uint32_t(values.size()),
-                        values.constData());
+    xcb_change_property(c, XCB_PROP_MODE_REPLACE, w, atom(c, property), XCB_ATOM_ATOM, 32,
+                        uint32_t(values.size()), values.constData());
 }
 
 void setCardinals(xcb_connection_t *c, xcb_window_t w, const char *property, const uint32_t *data, uint32_t n)

@@ -51,8 +51,8 @@ void giveBackPanelPages()
     QFile smaps(QStringLiteral("/proc/self/smaps"));
     if (!smaps.open(QIODevice::ReadOnly))
         return;
-    static const char *const panelOnly[] = {"libQt6Quick", "libQt6Qml", "libqtquick", "libquick",
-                                           "libqmlplugin", "libqtqml", ".otf", ".ttf"};
+    static const char *const panelOnly[] = {"libQt6Quick",  "libQt6Qml", "libqtquick", "libquick",
+                                            "libqmlplugin", "libqtqml",  ".otf",       ".ttf"};
     quintptr from = 0, to = 0;
     bool candidate = false;
     // Bounded: a process has a few thousand mappings of some 25 lines each.

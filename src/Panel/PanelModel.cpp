@@ -707,12 +707,14 @@ QVariantList PanelModel::menuEntries(const QString &id) const
     if (!s || !store_)
         return out;
     if (const auto token = FeedStore::tokenOf(*s))
-        out << entry(QStringLiteral("muteToken"), QStringLiteral("Mute ") + labelFor(QStringLiteral("token"), *token));
+        out << entry(QStringLiteral("muteToken"),
+                     QStringLiteral("Mute ") + labelFor(QStringLiteral("token"), *token));
     if (const auto handle = FeedStore::handleOf(*s)) {
         const QString at = labelFor(QStringLiteral("wallet"), *handle);
         out << entry(QStringLiteral("muteWallet"), QStringLiteral("Mute ") + at);
-        out << (store_->isWatched(*s) ? entry(QStringLiteral("unwatch"), QStringLiteral("Stop watching ") + at)
-                                      : entry(QStringLiteral("watch"), QStringLiteral("Watch ") + at));
+        out << (store_->isWatched(*s)
+                    ? entry(QStringLiteral("unwatch"), QStringLiteral("Stop watching ") + at)
+                    : entry(QStringLiteral("watch"), QStringLiteral("Watch ") + at));
     }
     return out;
 }
@@ -723,7 +725,8 @@ bool PanelModel::runMenuAction(const QString &id, const QString &action)
         return undoMute();
     const Signal *s = findSignal(id);
     if (!s) {
-        Log::write("Larkpin", QStringLiteral("menu action ") + action + QStringLiteral(" for a signal no longer shown"));
+        Log::write("Larkpin",
+                   QStringLiteral("menu action ") + action + QStringLiteral(" for a signal no longer shown"));
         return false;
     }
     const auto token = FeedStore::tokenOf(*s);
@@ -734,7 +737,8 @@ bool PanelModel::runMenuAction(const QString &id, const QString &action)
         return setListed(QStringLiteral("wallet"), *handle, true);
     if ((action == QLatin1String("watch") || action == QLatin1String("unwatch")) && handle)
         return setListed(QStringLiteral("watch"), *handle, action == QLatin1String("watch"));
-    Log::write("Larkpin", QStringLiteral("menu action ") + action + QStringLiteral(" does not apply to ") + id);
+    Log::write("Larkpin",
+               QStringLiteral("menu action ") + action + QStringLiteral(" does not apply to ") + id);
     return false;
 }
 

@@ -19,10 +19,10 @@ int SignalListModel::rowCount(const QModelIndex &parent) const
 
 QHash<int, QByteArray> SignalListModel::roleNames() const
 {
-    return {{IdRole, "signalId"},       {KindRole, "kind"},     {KindLabelRole, "kindLabel"},
-            {TickerRole, "ticker"},     {BodyRole, "body"},     {FigureRole, "figure"},
-            {HeadlineRole, "headline"}, {DetailRole, "detail"}, {MetaRole, "meta"},
-            {AgeRole, "age"},           {AmountRole, "amount"}, {WinRateRole, "winRate"},
+    return {{IdRole, "signalId"},       {KindRole, "kind"},      {KindLabelRole, "kindLabel"},
+            {TickerRole, "ticker"},     {BodyRole, "body"},      {FigureRole, "figure"},
+            {HeadlineRole, "headline"}, {DetailRole, "detail"},  {MetaRole, "meta"},
+            {AgeRole, "age"},           {AmountRole, "amount"},  {WinRateRole, "winRate"},
             {ChartUrlRole, "chartUrl"}, {WatchedRole, "watched"}};
 }
 

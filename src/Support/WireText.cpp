@@ -12,7 +12,8 @@ Keep judge(char16_t c)
         return Keep::space;
     if (c < 0x20 || (c >= 0x7F && c <= 0x9F))
         return Keep::drop;
-    if (c == 0x061C || c == 0x200E || c == 0x200F || (c >= 0x202A && c <= 0x202E) || (c >= 0x2066 && c <= 0x2069))
+    if (c == 0x061C || c == 0x200E || c == 0x200F || (c >= 0x202A && c <= 0x202E) ||
+        (c >= 0x2066 && c <= 0x2069))
         return Keep::drop;
     // Deprecated format characters that also steer shaping and direction.
     if (c >= 0x206A && c <= 0x206F)

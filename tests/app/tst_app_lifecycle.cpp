@@ -28,15 +28,17 @@ class AppLifecycle : public QObject {
     QProcessEnvironment environment(const QString &display, const QString &busAddress) const
     {
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(QStringLiteral("LARKPIN_SERVICE"), QStringLiteral("127.0.0.1:") + QString::number(sim_->port()));
+        env.insert(QStringLiteral("LARKPIN_SERVICE"),
+                   QStringLiteral("127.0.0.1:") + QString::number(sim_->port()));
         env.remove(QStringLiteral("LARKPIN_SNAPSHOT"));
         env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
         env.insert(QStringLiteral("XDG_CONFIG_HOME"), home_.path());
         env.insert(QStringLiteral("DISPLAY"), display);
         env.remove(QStringLiteral("WAYLAND_DISPLAY"));
         env.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"),
-                   busAddress.isEmpty() ? QStringLiteral("unix:path=") + home_.filePath(QStringLiteral("no-bus"))
-                                        : busAddress);
+                   busAddress.isEmpty()
+                       ? QStringLiteral("unix:path=") + home_.filePath(QStringLiteral("no-bus"))
+                       : busAddress);
         return env;
     }
 

@@ -35,14 +35,15 @@ private Q_SLOTS:
         const QString version = QStringLiteral("Larkpin " LARKPIN_VERSION "\n");
         QTest::newRow("--version") << QStringList{QStringLiteral("--version")} << 0 << version << QString();
         QTest::newRow("-v") << QStringList{QStringLiteral("-v")} << 0 << version << QString();
-        QTest::newRow("--help") << QStringList{QStringLiteral("--help")} << 0 << QStringLiteral("--snapshot <dir>")
-                                << QString();
-        QTest::newRow("plain launch") << QStringList{} << 1 << QString()
-                                      << QStringLiteral("no display found (neither DISPLAY nor WAYLAND_DISPLAY is "
-                                                        "set); to render pictures without a screen, run: larkpin "
-                                                        "--snapshot DIR\n");
-        QTest::newRow("--open, nothing running") << QStringList{QStringLiteral("--open")} << 1 << QString()
-                                                 << QStringLiteral("no display found");
+        QTest::newRow("--help") << QStringList{QStringLiteral("--help")} << 0
+                                << QStringLiteral("--snapshot <dir>") << QString();
+        QTest::newRow("plain launch")
+            << QStringList{} << 1 << QString()
+            << QStringLiteral("no display found (neither DISPLAY nor WAYLAND_DISPLAY is "
+                              "set); to render pictures without a screen, run: larkpin "
+                              "--snapshot DIR\n");
+        QTest::newRow("--open, nothing running")
+            << QStringList{QStringLiteral("--open")} << 1 << QString() << QStringLiteral("no display found");
         QTest::newRow("--quit, nothing running") << QStringList{QStringLiteral("--quit")} << 1 << QString()
                                                  << QStringLiteral("no running instance in this session\n");
         QTest::newRow("unknown option") << QStringList{QStringLiteral("--bogus")} << 2 << QString()
@@ -83,11 +84,12 @@ private Q_SLOTS:
         QTest::addColumn<QString>("envSnapshot");
         QTest::addColumn<bool>("snapshot");
         QTest::addColumn<QString>("dir");
-        QTest::newRow("flag") << QStringList{QStringLiteral("--snapshot"), QStringLiteral("/tmp/a")} << QString()
-                              << true << QStringLiteral("/tmp/a");
+        QTest::newRow("flag") << QStringList{QStringLiteral("--snapshot"), QStringLiteral("/tmp/a")}
+                              << QString() << true << QStringLiteral("/tmp/a");
         QTest::newRow("flag=") << QStringList{QStringLiteral("--snapshot=/tmp/a")} << QString() << true
                                << QStringLiteral("/tmp/a");
-        QTest::newRow("environment") << QStringList{} << QStringLiteral("/tmp/e") << true << QStringLiteral("/tmp/e");
+        QTest::newRow("environment") << QStringList{} << QStringLiteral("/tmp/e") << true
+                                     << QStringLiteral("/tmp/e");
         QTest::newRow("flag wins") << QStringList{QStringLiteral("--snapshot"), QStringLiteral("/tmp/a")}
                                    << QStringLiteral("/tmp/e") << true << QStringLiteral("/tmp/a");
         QTest::newRow("neither") << QStringList{} << QString() << false << QString();
@@ -114,7 +116,8 @@ private Q_SLOTS:
         QTest::newRow("nothing") << QStringList{} << false;
         QTest::newRow("x11") << QStringList{QStringLiteral("DISPLAY=:0")} << true;
         QTest::newRow("wayland") << QStringList{QStringLiteral("WAYLAND_DISPLAY=wayland-0")} << true;
-        QTest::newRow("offscreen by hand") << QStringList{QStringLiteral("QT_QPA_PLATFORM=offscreen")} << true;
+        QTest::newRow("offscreen by hand")
+            << QStringList{QStringLiteral("QT_QPA_PLATFORM=offscreen")} << true;
         QTest::newRow("xcb asked, no display") << QStringList{QStringLiteral("QT_QPA_PLATFORM=xcb")} << false;
         QTest::newRow("empty DISPLAY") << QStringList{QStringLiteral("DISPLAY=")} << false;
     }

@@ -21,7 +21,8 @@ class SnapshotEndToEnd : public QObject {
     {
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
         if (port != 0)
-            env.insert(QStringLiteral("LARKPIN_SERVICE"), QStringLiteral("127.0.0.1:") + QString::number(port));
+            env.insert(QStringLiteral("LARKPIN_SERVICE"),
+                       QStringLiteral("127.0.0.1:") + QString::number(port));
         env.insert(QStringLiteral("LARKPIN_SNAPSHOT"), dir);
         env.insert(QStringLiteral("LARKPIN_LOG"), QStringLiteral("1"));
         env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));

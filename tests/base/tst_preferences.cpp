@@ -86,8 +86,9 @@ private Q_SLOTS:
                       watched = QStringLiteral("watchedWallets");
         QTest::newRow("muted tokens with bad entries")
             << tokens
-            << QVariant(names("WIF $PEPE") + QStringList{QString(), QStringLiteral("two words"),
-                                                        QString(65, u'x'), QStringLiteral("tab\there")} +
+            << QVariant(names("WIF $PEPE") +
+                        QStringList{QString(), QStringLiteral("two words"), QString(65, u'x'),
+                                    QStringLiteral("tab\there")} +
                         names("BONK WIF"))
             << with([](Preferences &p) { p.mutedTokens = names("BONK WIF"); });
         QTest::newRow("control character in a handle")
@@ -96,12 +97,14 @@ private Q_SLOTS:
         QTest::newRow("muted wallets of another type") << wallets << QVariant(QSize(4, 2)) << d;
         QTest::newRow("muted tokens a map") << tokens << QVariant(streams({{"WIF", true}})) << d;
         QTest::newRow("one watched wallet reads back as text")
-            << watched << QVariant(QStringLiteral("kim")) << with([](Preferences &p) { p.watchedWallets = names("kim"); });
+            << watched << QVariant(QStringLiteral("kim"))
+            << with([](Preferences &p) { p.watchedWallets = names("kim"); });
         QStringList many;
         for (int i = 0; i < 300; ++i)
             many << QStringLiteral("w%1").arg(i, 3, 10, QLatin1Char('0'));
         QTest::newRow("too many kept to the bound")
-            << watched << QVariant(many) << with([many](Preferences &p) { p.watchedWallets = many.mid(0, 200); });
+            << watched << QVariant(many)
+            << with([many](Preferences &p) { p.watchedWallets = many.mid(0, 200); });
     }
     void load()
     {

@@ -45,7 +45,8 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("line");
         QTest::addColumn<bool>("trouble");
-        QTest::newRow("receive failed") << QStringLiteral("receive FAILED: the socket closed (code 1006)") << true;
+        QTest::newRow("receive failed")
+            << QStringLiteral("receive FAILED: the socket closed (code 1006)") << true;
         QTest::newRow("ping failed") << QStringLiteral("ping FAILED: no pong within 15000 ms") << true;
         QTest::newRow("undecodable") << QStringLiteral("frame #12 UNDECODABLE") << true;
         QTest::newRow("oversized") << QStringLiteral("frame #3 over 1048576 bytes, dropped") << true;

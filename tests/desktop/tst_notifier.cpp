@@ -46,7 +46,8 @@ public:
 public Q_SLOTS:
     Q_SCRIPTABLE QStringList GetCapabilities() { return capabilities; }
     Q_SCRIPTABLE uint Notify(const QString &app, uint replaces, const QString &icon, const QString &summary,
-                             const QString &body, const QStringList &actions, const QVariantMap &hints, int timeout)
+                             const QString &body, const QStringList &actions, const QVariantMap &hints,
+                             int timeout)
     {
         calls << QVariantList{app, replaces, icon, summary, body, actions, hints, timeout};
         return uint(40 + calls.size());
@@ -70,8 +71,7 @@ private Q_SLOTS:
         QTest::newRow("same signal twice") << L("a:1 a:1") << L("a");
         QTest::newRow("back after another") << L("a:1 b:1 a:1") << L("a b");
         QTest::newRow("off") << L("a:0 b:0") << L("");
-        QTest::newRow("switched on later: old one stays quiet")
-            << L("a:0 a:1 b:1") << L("b");
+        QTest::newRow("switched on later: old one stays quiet") << L("a:0 a:1 b:1") << L("b");
         QTest::newRow("no id") << L(":1") << L("");
     }
     void whenItNotifies()
@@ -100,7 +100,7 @@ private Q_SLOTS:
             notifier.takeover(signalFor(QString::number(i)));
         QCOMPARE(sent, TakeoverNotifier::rememberedIds + 1);
         QVERIFY(!notifier.takeover(signalFor(QString::number(TakeoverNotifier::rememberedIds)))); // recent
-        QVERIFY(notifier.takeover(signalFor(QStringLiteral("0"))));                              // forgotten
+        QVERIFY(notifier.takeover(signalFor(QStringLiteral("0"))));                               // forgotten
     }
 
     void compose_data()
@@ -112,13 +112,15 @@ private Q_SLOTS:
         QTest::addColumn<QString>("keptLink");
         QTest::newRow("https link") << S("BONK") << S("https://dex.example/pair/1") << S("WHALE · BONK")
                                     << S("bought by 0x12…ef · $48.2K") << S("https://dex.example/pair/1");
-        QTest::newRow("http link") << S("BONK") << S("http://dex.example/p") << S("WHALE · BONK") << S("bought")
-                                   << S("http://dex.example/p");
+        QTest::newRow("http link") << S("BONK") << S("http://dex.example/p") << S("WHALE · BONK")
+                                   << S("bought") << S("http://dex.example/p");
         QTest::newRow("no link") << S("BONK") << S("") << S("WHALE · BONK") << S("bought") << S("");
-        QTest::newRow("javascript link dropped") << S("BONK") << S("javascript:alert(1)") << S("WHALE · BONK") << S("bought")
-                                                 << S("");
-        QTest::newRow("file link dropped") << S("BONK") << S("file:///etc/passwd") << S("WHALE · BONK") << S("bought") << S("");
-        QTest::newRow("line breaks in wire text") << S("BO\nNK\u2028") << S("") << S("WHALE · BO NK") << S("bought") << S("");
+        QTest::newRow("javascript link dropped")
+            << S("BONK") << S("javascript:alert(1)") << S("WHALE · BONK") << S("bought") << S("");
+        QTest::newRow("file link dropped")
+            << S("BONK") << S("file:///etc/passwd") << S("WHALE · BONK") << S("bought") << S("");
+        QTest::newRow("line breaks in wire text")
+            << S("BO\nNK\u2028") << S("") << S("WHALE · BO NK") << S("bought") << S("");
         QTest::newRow("no ticker") << S("") << S("") << S("WHALE") << S("bought") << S("");
     }
     void compose()
@@ -128,9 +130,9 @@ private Q_SLOTS:
         QFETCH(QString, summary);
         QFETCH(QString, bodyStart);
         QFETCH(QString, keptLink);
-        const auto n = TakeoverNotifier::compose(
-            signalFor(QStringLiteral("x"), ticker),
-            link.isEmpty() ? std::nullopt : std::optional<QUrl>(QUrl(link)));
+        const auto n =
+            TakeoverNotifier::compose(signalFor(QStringLiteral("x"), ticker),
+                                      link.isEmpty() ? std::nullopt : std::optional<QUrl>(QUrl(link)));
         QCOMPARE(n.summary, summary);
         QVERIFY2(n.body.startsWith(bodyStart), qPrintable(n.body));
         QCOMPARE(n.link, QUrl(keptLink));
@@ -148,7 +150,8 @@ private Q_SLOTS:
     void markupIsEscapedOnlyWhereRendered()
     {
         const QString wire = QStringLiteral("<b>PEPE</b> & co");
-        QCOMPARE(FreedesktopNotifications::bodyFor(wire, true), QStringLiteral("&lt;b&gt;PEPE&lt;/b&gt; &amp; co"));
+        QCOMPARE(FreedesktopNotifications::bodyFor(wire, true),
+                 QStringLiteral("&lt;b&gt;PEPE&lt;/b&gt; &amp; co"));
         QCOMPARE(FreedesktopNotifications::bodyFor(wire, false), wire);
     }
 
@@ -169,8 +172,8 @@ private Q_SLOTS:
     void overTheSessionBus()
     {
         QProcess daemon;
-        daemon.start(QStringLiteral("dbus-daemon"),
-                     {QStringLiteral("--session"), QStringLiteral("--nofork"), QStringLiteral("--print-address")});
+        daemon.start(QStringLiteral("dbus-daemon"), {QStringLiteral("--session"), QStringLiteral("--nofork"),
+                                                     QStringLiteral("--print-address")});
         if (!daemon.waitForStarted(5000))
             QSKIP("dbus-daemon is not installed");
         QVERIFY(QTest::qWaitFor([&] { return daemon.canReadLine(); }, 5000));
@@ -209,8 +212,10 @@ private Q_SLOTS:
         QCOMPARE(first[2].toString(), QStringLiteral("larkpin"));
         QCOMPARE(first[3].toString(), QStringLiteral("WHALE · BONK"));
         QCOMPARE(first[4].toString(), QStringLiteral("bought <big> · $48.2K")); // no body-markup: as is
-        QCOMPARE(first[5].toStringList(), L("open-chart Open_chart").replaceInStrings(QStringLiteral("_"), QStringLiteral(" ")));
-        QCOMPARE(first[6].toMap().value(QStringLiteral("desktop-entry")).toString(), QStringLiteral("larkpin"));
+        QCOMPARE(first[5].toStringList(),
+                 L("open-chart Open_chart").replaceInStrings(QStringLiteral("_"), QStringLiteral(" ")));
+        QCOMPARE(first[6].toMap().value(QStringLiteral("desktop-entry")).toString(),
+                 QStringLiteral("larkpin"));
         QVERIFY(server.calls[1][5].toStringList().isEmpty());
 
         Q_EMIT server.ActionInvoked(99, QStringLiteral("open-chart")); // someone else's

@@ -13,8 +13,8 @@
 namespace {
 StreamSegment segment(const char *ticker)
 {
-    return StreamSegment{SignalKind::whale,
-                         Headline{QLatin1String(ticker), QStringLiteral("@kai aped"), std::nullopt, std::nullopt}};
+    return StreamSegment{SignalKind::whale, Headline{QLatin1String(ticker), QStringLiteral("@kai aped"),
+                                                     std::nullopt, std::nullopt}};
 }
 QImage frame(const StatusStreamView &view, double t)
 {

@@ -328,8 +328,7 @@ private Q_SLOTS:
             << names("WIF") << QStringList() << names("tw-fill-1 tw-radar-wif-1700000000");
         QTest::newRow("wallet: its trades on every token")
             << QStringList() << names("kai") << names("tw-fill-1 tw-fill-3");
-        QTest::newRow("a symbol is matched exactly") << names("wif WI") << names("ka")
-                                                     << QStringList();
+        QTest::newRow("a symbol is matched exactly") << names("wif WI") << names("ka") << QStringList();
     }
     void muteHidesEverywhere()
     {
@@ -356,7 +355,8 @@ private Q_SLOTS:
             for (const Signal &sig : list)
                 if (hidden.contains(sig.id))
                     qWarning("%s still shows %s", where, qPrintable(sig.id));
-            return std::none_of(list.cbegin(), list.cend(), [&](const Signal &sig) { return hidden.contains(sig.id); });
+            return std::none_of(list.cbegin(), list.cend(),
+                                [&](const Signal &sig) { return hidden.contains(sig.id); });
         };
         QVERIFY(none(store().signalList(), "published"));
         QVERIFY(none(store().tickerSignals(), "ticker"));
@@ -404,7 +404,7 @@ private Q_SLOTS:
         QVERIFY(ticker.contains(QStringLiteral("tw-fill-20")));
         QVERIFY(!ticker.contains(QStringLiteral("tw-fill-21"))); // under the minimum
         QVERIFY(!ticker.contains(QStringLiteral("tw-fill-22"))); // not watched
-        QCOMPARE(ticker.last(), QStringLiteral("tw-fill-20"));    // still ranked by score
+        QCOMPARE(ticker.last(), QStringLiteral("tw-fill-20"));   // still ranked by score
         QCOMPARE(store().watchedHandles(), QSet<QString>{QStringLiteral("kim")});
 
         // Muting beats watching: a muted wallet is never shown.

@@ -109,9 +109,8 @@ class HostileTest : public QObject {
     QString tapeError()
     {
         std::optional<QString> error;
-        client_->tape(200, this, [&](std::optional<QList<TwFill>> fills, QString e) {
-            error = fills ? QString() : e;
-        });
+        client_->tape(200, this,
+                      [&](std::optional<QList<TwFill>> fills, QString e) { error = fills ? QString() : e; });
         if (!until([&] { return error.has_value(); }, 10000))
             return QStringLiteral("no answer at all");
         return *error;
@@ -162,13 +161,19 @@ private Q_SLOTS:
         QVERIFY(until([&] { return sim_->handshakesCompleted() > handshakes && sim_->openSockets() == 1; }));
         const qint64 mark = client_->lastFillId();
         sim_->emitFills(2);
-        QVERIFY(until([&] { return client_->lastFillId() == sim_->lastFillId() && sim_->lastFillId() > mark; }));
+        QVERIFY(
+            until([&] { return client_->lastFillId() == sim_->lastFillId() && sim_->lastFillId() > mark; }));
         client_->stop();
         // The service stopped being read long before the message was whole.
-        QVERIFY2(sim_->streamedBytes() < 48 * 1024 * 1024, qPrintable(QString::number(sim_->streamedBytes())));
+        QVERIFY2(sim_->streamedBytes() < 48 * 1024 * 1024,
+                 qPrintable(QString::number(sim_->streamedBytes())));
         QVERIFY2(peakMb() < 160, qPrintable(QString::number(peakMb())));
         const QStringList lines = capture.messages(QStringLiteral("tw"));
-        QCOMPARE(lines.filter(QStringLiteral("receive FAILED: a message over 1048576 bytes, dropped; the socket is closed")).size(), 1);
+        QCOMPARE(lines
+                     .filter(QStringLiteral(
+                         "receive FAILED: a message over 1048576 bytes, dropped; the socket is closed"))
+                     .size(),
+                 1);
     }
 
     // REST answers over the limit are cut while they arrive; a drip is cut by
@@ -201,13 +206,15 @@ private Q_SLOTS:
         sim_->setEndpointFault(QStringLiteral("/tape"), f);
         QCOMPARE(tapeError(), why);
         QVERIFY(until([&] { return sim_->streamsRunning() == 0; }));
-        QVERIFY2(sim_->streamedBytes() < 48 * 1024 * 1024, qPrintable(QString::number(sim_->streamedBytes())));
+        QVERIFY2(sim_->streamedBytes() < 48 * 1024 * 1024,
+                 qPrintable(QString::number(sim_->streamedBytes())));
         QVERIFY2(peakMb() < 160, qPrintable(QString::number(peakMb())));
         // The next request is served as usual.
         sim_->clearFaults();
         sim_->setEndpointFault(QStringLiteral("/tape"), {});
         QCOMPARE(tapeError(), QString());
-        QCOMPARE(capture.messages(QStringLiteral("tw")), QStringList{QStringLiteral("GET /tape FAILED: ") + why});
+        QCOMPARE(capture.messages(QStringLiteral("tw")),
+                 QStringList{QStringLiteral("GET /tape FAILED: ") + why});
     }
 
     // The backfill is cut like any request and tried again until it lands.
@@ -242,8 +249,9 @@ private Q_SLOTS:
             << QStringLiteral(" 1 fills did not decode, dropped");
         QTest::newRow("usd 1e308") << QList<QByteArray>{"+1", "usd", "+2"} << 2000 << QList<int>{1, 2}
                                    << QStringLiteral(" 1 fills did not decode, dropped");
-        QTest::newRow("over the cap") << QList<QByteArray>{"+1", "+2", "+3", "+4", "+5"} << 3
-                                      << QList<int>{3, 4, 5} << QStringLiteral(" over 3 fills: the oldest 2 dropped");
+        QTest::newRow("over the cap")
+            << QList<QByteArray>{"+1", "+2", "+3", "+4", "+5"} << 3 << QList<int>{3, 4, 5}
+            << QStringLiteral(" over 3 fills: the oldest 2 dropped");
     }
     void frameContents()
     {
@@ -284,7 +292,9 @@ private Q_SLOTS:
         auto *client = new TarnwickClient(sim_->httpBase(), sim_->socketURL(), quick(), systemNow);
         FeedStore store(client, systemNow, 60000);
         store.start();
-        QVERIFY(until([&] { return store.link() == LinkState::live && sim_->requestCount(QStringLiteral("/tape")) >= 1; }));
+        QVERIFY(until([&] {
+            return store.link() == LinkState::live && sim_->requestCount(QStringLiteral("/tape")) >= 1;
+        }));
         QVERIFY(until([&] { return store.fillsIngested() >= 200; }));
         QTest::qWait(500); // both halves of the race have landed
         // The two fills of the frame are among the 200 of the backfill.
@@ -333,9 +343,10 @@ private Q_SLOTS:
         sim_->emitFills(1);
         QVERIFY(until([&] { return client_->lastFillId() > mark; }));
         client_->stop();
-        const QString reason = resume ? QStringLiteral("resumed from sleep") : QStringLiteral("network is back");
-        QVERIFY(capture.messages(QStringLiteral("tw")).contains(QStringLiteral("wake: ") + reason +
-                                                                 QStringLiteral(", reconnecting now")));
+        const QString reason =
+            resume ? QStringLiteral("resumed from sleep") : QStringLiteral("network is back");
+        QVERIFY(capture.messages(QStringLiteral("tw"))
+                    .contains(QStringLiteral("wake: ") + reason + QStringLiteral(", reconnecting now")));
     }
 
     void restRequestsCarryNoCacheHeaders()
@@ -352,9 +363,11 @@ private Q_SLOTS:
     void stockGroupCountsEachFillOnce()
     {
         const double now = 1700000000;
-        auto *client = new TarnwickClient(QStringLiteral("http://127.0.0.1:9/api"), QStringLiteral("ws://127.0.0.1:9/ws"),
-                                          quick(), [now] { return now; });
-        FeedStore store(client, [now] { return now; }, 60000);
+        auto *client =
+            new TarnwickClient(QStringLiteral("http://127.0.0.1:9/api"),
+                               QStringLiteral("ws://127.0.0.1:9/ws"), quick(), [now] { return now; });
+        FeedStore store(
+            client, [now] { return now; }, 60000);
         const QList<TwFill> pair{equity(1, QStringLiteral("a"), 25000, now - 10),
                                  equity(2, QStringLiteral("b"), 25000, now - 5)};
         store.ingest(pair);
@@ -371,9 +384,11 @@ private Q_SLOTS:
     void staleRadarIsNotReAdded()
     {
         const double now = 1700000000;
-        auto *client = new TarnwickClient(QStringLiteral("http://127.0.0.1:9/api"), QStringLiteral("ws://127.0.0.1:9/ws"),
-                                          quick(), [now] { return now; });
-        FeedStore store(client, [now] { return now; }, 60000);
+        auto *client =
+            new TarnwickClient(QStringLiteral("http://127.0.0.1:9/api"),
+                               QStringLiteral("ws://127.0.0.1:9/ws"), quick(), [now] { return now; });
+        FeedStore store(
+            client, [now] { return now; }, 60000);
         TwRadar stale;
         stale.token = QStringLiteral("M1");
         stale.symbol = QStringLiteral("OLD");

@@ -159,7 +159,8 @@ private Q_SLOTS:
         QTest::addColumn<bool>("socketFails");
         QTest::addColumn<QString>("logged"); // the line that says why
         // In each row only one thing can start the poller.
-        QTest::newRow("watchdog, handshake hangs") << int(HandshakeMode::Hang) << 400 << 60000 << false << QString();
+        QTest::newRow("watchdog, handshake hangs")
+            << int(HandshakeMode::Hang) << 400 << 60000 << false << QString();
         QTest::newRow("handshake deadline, handshake hangs")
             << int(HandshakeMode::Hang) << 60000 << 300 << true
             << QStringLiteral("connect FAILED: no handshake within 300 ms");

@@ -127,8 +127,8 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("expected");
         const Signal radar = trade("radar", 4e5, 72, 10, SignalKind::spike), tape = trade("tape", 9e4);
         QTest::newRow("radar first, then the backfill")
-            << Steps{{{radar}}, {{tape, radar}}} << Steps{{{tape, radar}}, {{trade("live", 3e4), tape, radar}}}
-            << seq("live");
+            << Steps{{{radar}}, {{tape, radar}}}
+            << Steps{{{tape, radar}}, {{trade("live", 3e4), tape, radar}}} << seq("live");
         QTest::newRow("backfill list seen at the release")
             << Steps{{{radar}}} << Steps{{{tape, radar}}, {{tape, radar}}} << seq("");
         QTest::newRow("nothing before the release") << Steps{} << Steps{{{}}, {{tape}}} << seq("tape");

@@ -13,8 +13,8 @@
 #include "Support/Theme.h"
 
 #include <QAction>
-#include <QMenu>
 #include <QGuiApplication>
+#include <QMenu>
 #include <QPainter>
 #include <QScreen>
 #include <QTest>
@@ -283,7 +283,8 @@ private Q_SLOTS:
                 for (int x = 0; x < img.width(); ++x) {
                     const bool inside = x >= 20 && x < 100 && y >= 8 && y < 56;
                     if (!inside && qAlpha(img.pixel(x, y)))
-                        QFAIL(qPrintable(QStringLiteral("ring outside at age %1: %2,%3").arg(age).arg(x).arg(y)));
+                        QFAIL(qPrintable(
+                            QStringLiteral("ring outside at age %1: %2,%3").arg(age).arg(x).arg(y)));
                 }
         }
     }
@@ -376,8 +377,8 @@ private Q_SLOTS:
         QTest::addColumn<QRect>("sample");
         QTest::newRow("top bar above the strip")
             << QRect(0, 56, 1920, 1024) << QRect(1724, 28, 196, 28) << QRect(1724, 0, 196, 28);
-        QTest::newRow("bottom bar only") << QRect(0, 24, 1920, 1012) << QRect(1724, 0, 196, 24)
-                                         << QRect(1724, 1036, 196, 44);
+        QTest::newRow("bottom bar only")
+            << QRect(0, 24, 1920, 1012) << QRect(1724, 0, 196, 24) << QRect(1724, 1036, 196, 44);
         QTest::newRow("no bar") << QRect(0, 24, 1920, 1056) << QRect(1724, 0, 196, 24) << QRect();
     }
     void barSample()
@@ -415,7 +416,7 @@ private Q_SLOTS:
     {
         const QRect asked(1724, 28, 196, 28);
         QVERIFY(StatusItemController::placedAsAsked(asked, asked.translated(2, 2)));
-        QVERIFY(!StatusItemController::placedAsAsked(asked, QRect(0, 0, 196, 28)));      // top-left
+        QVERIFY(!StatusItemController::placedAsAsked(asked, QRect(0, 0, 196, 28)));     // top-left
         QVERIFY(!StatusItemController::placedAsAsked(asked, QRect(862, 526, 196, 28))); // centred
     }
 

@@ -61,7 +61,8 @@ QString describe(QQuickItem *item)
 {
     QStringList chain;
     for (QQuickItem *i = item; i && chain.size() < 4; i = i->parentItem())
-        chain << (i->objectName().isEmpty() ? QString::fromLatin1(i->metaObject()->className()) : i->objectName());
+        chain << (i->objectName().isEmpty() ? QString::fromLatin1(i->metaObject()->className())
+                                            : i->objectName());
     return chain.join(QStringLiteral(" < "));
 }
 } // namespace
@@ -69,15 +70,14 @@ QString describe(QQuickItem *item)
 class PanelAccessibilityTest : public QObject, private PanelRig {
     Q_OBJECT
 
-
     QQuickItem *root() const { return panel->rootItem(); }
 
     void open()
     {
         QList<TwFill> fills;
         for (int i = 0; i < 6; ++i)
-            fills << whaleFill(100 + i, clock.t - 30 * (6 - i), 1500.0 + 100 * i, QStringLiteral("w%1").arg(i),
-                               QStringLiteral("T%1").arg(i));
+            fills << whaleFill(100 + i, clock.t - 30 * (6 - i), 1500.0 + 100 * i,
+                               QStringLiteral("w%1").arg(i), QStringLiteral("T%1").arg(i));
         store->ingest(fills);
         panel->show(QRect(900, 0, 24, 24));
         QVERIFY(panel->rootItem());

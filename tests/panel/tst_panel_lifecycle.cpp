@@ -54,7 +54,6 @@ QStringList rowIds(QQuickItem *item)
 class PanelLifecycleTest : public QObject, private PanelRig {
     Q_OBJECT
 
-
     void open()
     {
         panel->show(QRect(900, 0, 24, 24));
@@ -76,8 +75,8 @@ private Q_SLOTS:
         freshStore();
         QList<TwFill> fills;
         for (int i = 0; i < 5; ++i)
-            fills << whaleFill(100 + i, clock.t - 30 * (5 - i), 3000.0 * (i + 1), QStringLiteral("w%1").arg(i),
-                               QStringLiteral("T%1").arg(i));
+            fills << whaleFill(100 + i, clock.t - 30 * (5 - i), 3000.0 * (i + 1),
+                               QStringLiteral("w%1").arg(i), QStringLiteral("T%1").arg(i));
         store->ingest(fills);
         panel = std::make_unique<PanelController>(store.get());
     }

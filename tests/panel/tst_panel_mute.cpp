@@ -9,8 +9,8 @@
 #include <QQuickWindow>
 #include <QSettings>
 #include <QSignalSpy>
-#include <QTimer>
 #include <QTest>
+#include <QTimer>
 
 #include <memory>
 
@@ -74,14 +74,13 @@ QStringList titles(const QVariantList &entries)
 class PanelMuteTest : public QObject, private PanelRig {
     Q_OBJECT
 
-
     // Six whales: w5, w4, w3 are the heroes (largest), w2, w1, w0 the stream.
     void feed()
     {
         QList<TwFill> fills;
         for (int i = 0; i < 6; ++i)
-            fills << whaleFill(100 + i, clock.t - 30 * (6 - i), 2000.0 * (i + 1), QStringLiteral("w%1").arg(i),
-                               QStringLiteral("T%1").arg(i));
+            fills << whaleFill(100 + i, clock.t - 30 * (6 - i), 2000.0 * (i + 1),
+                               QStringLiteral("w%1").arg(i), QStringLiteral("T%1").arg(i));
         store->ingest(fills);
     }
     QQuickWindow *window() const { return panel->window(); }
@@ -96,7 +95,8 @@ class PanelMuteTest : public QObject, private PanelRig {
     QQuickItem *waitShown(const char *name)
     {
         QQuickItem *found = nullptr;
-        (void)QTest::qWaitFor([&] { return (found = shown(window(), QLatin1String(name))) != nullptr; }, 1000);
+        (void)QTest::qWaitFor([&] { return (found = shown(window(), QLatin1String(name))) != nullptr; },
+                              1000);
         return found;
     }
     QStringList published() const
@@ -125,16 +125,21 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("wallets");
         QTest::addColumn<QStringList>("watched");
         const QStringList none;
-        QTest::newRow("row: mute token") << "row" << "muteToken" << "Mute $T1" << QStringList{QStringLiteral("T1")}
-                                         << none << none;
-        QTest::newRow("row: mute wallet") << "row" << "muteWallet" << "Mute @w1" << none
-                                          << QStringList{QStringLiteral("w1")} << none;
-        QTest::newRow("row: watch") << "row" << "watch" << "Watch @w1" << none << none
-                                    << QStringList{QStringLiteral("w1")};
-        QTest::newRow("hero: mute token") << "hero" << "muteToken" << "Mute $T5"
-                                          << QStringList{QStringLiteral("T5")} << none << none;
-        QTest::newRow("hero: watch") << "hero" << "watch" << "Watch @w5" << none << none
-                                     << QStringList{QStringLiteral("w5")};
+        QTest::newRow("row: mute token") << "row"
+                                         << "muteToken"
+                                         << "Mute $T1" << QStringList{QStringLiteral("T1")} << none << none;
+        QTest::newRow("row: mute wallet") << "row"
+                                          << "muteWallet"
+                                          << "Mute @w1" << none << QStringList{QStringLiteral("w1")} << none;
+        QTest::newRow("row: watch") << "row"
+                                    << "watch"
+                                    << "Watch @w1" << none << none << QStringList{QStringLiteral("w1")};
+        QTest::newRow("hero: mute token") << "hero"
+                                          << "muteToken"
+                                          << "Mute $T5" << QStringList{QStringLiteral("T5")} << none << none;
+        QTest::newRow("hero: watch") << "hero"
+                                     << "watch"
+                                     << "Watch @w5" << none << none << QStringList{QStringLiteral("w5")};
     }
     void contextMenu()
     {
@@ -146,7 +151,8 @@ private Q_SLOTS:
         QFETCH(QStringList, watched);
         feed();
         open();
-        const QString id = where == QLatin1String("row") ? QStringLiteral("tw-fill-101") : QStringLiteral("tw-fill-105");
+        const QString id =
+            where == QLatin1String("row") ? QStringLiteral("tw-fill-101") : QStringLiteral("tw-fill-105");
         QQuickItem *target = where == QLatin1String("row") ? summaryOf(window(), id)
                                                            : shown(window(), QStringLiteral("heroCard"));
         QVERIFY(target);
@@ -168,7 +174,8 @@ private Q_SLOTS:
         if (muting)
             QCOMPARE(model()->undoText(), QStringLiteral("Undo ") + title.toLower().left(4) + title.mid(4));
         else
-            QCOMPARE(titles(model()->menuEntries(id)).last(), QStringLiteral("Stop watching @") + watched.first());
+            QCOMPARE(titles(model()->menuEntries(id)).last(),
+                     QStringLiteral("Stop watching @") + watched.first());
     }
 
     // The undo is the first entry of any signal's menu for a few seconds, then gone.
@@ -248,8 +255,8 @@ private Q_SLOTS:
         QVERIFY(QTest::qWaitFor(
             [&] {
                 for (QQuickItem *item : allItems(window()->contentItem()))
-                    if (item->isVisible() && item->height() > 0 && item->property("signalId").toString() == id &&
-                        item->property("hidesChart").isValid())
+                    if (item->isVisible() && item->height() > 0 &&
+                        item->property("signalId").toString() == id && item->property("hidesChart").isValid())
                         evidence = item;
                 return evidence != nullptr;
             },

@@ -110,7 +110,6 @@ QQuickItem *shownToolTip(QQuickWindow *window)
 class PanelQmlTest : public QObject, private PanelRig {
     Q_OBJECT
 
-
     void feed(int n)
     {
         QList<TwFill> fills;
@@ -167,7 +166,8 @@ private Q_SLOTS:
         QTest::newRow("narrow screen: the right margin wins")
             << QRect(100, 0, 20, 24) << QRect(0, 0, 410, 800) << QPoint(410 - 400 - 8, 30);
         QTest::newRow("tray icon in a bottom bar: above it")
-            << QRect(1800, 1052, 24, 24) << QRect(0, 0, 1920, 1048) << QPoint(1824 - 400 + 10, 1052 - 6 - 620);
+            << QRect(1800, 1052, 24, 24) << QRect(0, 0, 1920, 1048)
+            << QPoint(1824 - 400 + 10, 1052 - 6 - 620);
         QTest::newRow("corner anchor of a tray-only start")
             << QRect(1919, 0, 1, 1) << wide << QPoint(1920 - 400 - 8, 7);
     }

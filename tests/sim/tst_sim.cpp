@@ -161,10 +161,10 @@ private Q_SLOTS:
         QTest::addColumn<int>("kind");
         QTest::addColumn<bool>("declared");
         QTest::addColumn<QByteArray>("head"); // a line the head must hold
-        QTest::newRow("huge, declared") << int(EndpointFaultKind::Huge) << true
-                                        << QByteArray("Content-Length: 314572800");
-        QTest::newRow("huge, chunked") << int(EndpointFaultKind::Huge) << false
-                                       << QByteArray("Transfer-Encoding: chunked");
+        QTest::newRow("huge, declared")
+            << int(EndpointFaultKind::Huge) << true << QByteArray("Content-Length: 314572800");
+        QTest::newRow("huge, chunked")
+            << int(EndpointFaultKind::Huge) << false << QByteArray("Transfer-Encoding: chunked");
         QTest::newRow("endless") << int(EndpointFaultKind::Endless) << false
                                  << QByteArray("Transfer-Encoding: chunked");
     }

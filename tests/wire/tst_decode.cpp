@@ -127,7 +127,8 @@ private Q_SLOTS:
         QTest::addColumn<int>("count"); // records (bags for a detail); -1: fails
         const QByteArray good = fillJson();
         record("two fills", "fill", 2, '[' + good + ',' + good + ']');
-        record("a fill without a symbol drops only itself", "fill", 1, '[' + good + ',' + fillJson("symbol") + ']');
+        record("a fill without a symbol drops only itself", "fill", 1,
+               '[' + good + ',' + fillJson("symbol") + ']');
         record("fill list as an object", "fill", -1, R"({"data":[]})");
         record("radar without buyers", "radar", 1, R"([{"token":"M","symbol":"P","first_ts":1}])");
         record("radar without first_ts", "radar", -1, R"([{"token":"M","symbol":"P"}])");
@@ -219,7 +220,8 @@ private Q_SLOTS:
         QFETCH(QByteArray, value);
         QFETCH(bool, decodes);
         QCOMPARE(decodeFill(fillJson(key, value)).has_value(), decodes);
-        const auto radar = TwDecode::radars(R"([{"token":"M","symbol":"P","first_ts":1,"usd_in":)" + value + "}]");
+        const auto radar =
+            TwDecode::radars(R"([{"token":"M","symbol":"P","first_ts":1,"usd_in":)" + value + "}]");
         if (key == "usd")
             QCOMPARE(radar.has_value(), decodes);
     }
@@ -233,25 +235,27 @@ private Q_SLOTS:
         QTest::newRow("right-to-left override")
             << QStringLiteral("WIF\u202E000,05$") << QStringLiteral("WIF000,05$");
         QTest::newRow("every embedding, isolate and mark")
-            << QStringLiteral("a\u202Ab\u202Bc\u202Cd\u202De\u2066f\u2067g\u2068h\u2069i\u200Ej\u200Fk\u061Cl")
+            << QStringLiteral(
+                   "a\u202Ab\u202Bc\u202Cd\u202De\u2066f\u2067g\u2068h\u2069i\u200Ej\u200Fk\u061Cl")
             << QStringLiteral("abcdefghijkl");
         QTest::newRow("line breaks become spaces")
             << QStringLiteral("a\nb\r\nc\u2028d") << QStringLiteral("a b  c d");
         QTest::newRow("C0 and C1 controls") << QStringLiteral("a") + QChar(0) + QChar(7) + QLatin1Char('b') +
                                                    QChar(0x9B) + QLatin1Char('c') + QChar(0x7F)
                                             << QStringLiteral("abc");
-        QTest::newRow("right-to-left letters stay") << QStringLiteral("\u05E9\u05DC\u05D5\u05DD")
-                                                     << QStringLiteral("\u05E9\u05DC\u05D5\u05DD");
+        QTest::newRow("right-to-left letters stay")
+            << QStringLiteral("\u05E9\u05DC\u05D5\u05DD") << QStringLiteral("\u05E9\u05DC\u05D5\u05DD");
     }
     void wireTextIsCleaned()
     {
         QFETCH(QString, sent);
         QFETCH(QString, kept);
-        const QByteArray quoted = QJsonDocument(QJsonArray{sent}).toJson(QJsonDocument::Compact).mid(1).chopped(1);
+        const QByteArray quoted =
+            QJsonDocument(QJsonArray{sent}).toJson(QJsonDocument::Compact).mid(1).chopped(1);
         for (const char *key : {"symbol", "handle", "name"}) {
             const auto f = decodeFill(fillJson(key, quoted));
             QVERIFY(f);
-            const QString got = QByteArray(key) == "symbol" ? f->symbol
+            const QString got = QByteArray(key) == "symbol"   ? f->symbol
                                 : QByteArray(key) == "handle" ? f->handle
                                                               : f->name.value_or(QString());
             QCOMPARE(got, kept);

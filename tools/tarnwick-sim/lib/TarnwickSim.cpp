@@ -40,7 +40,8 @@ QByteArray statusText(int status)
 }
 
 // A fill as the service would send it, repeated to fill huge and endless bodies.
-const QByteArray filler = R"({"id":1,"ts":1700000000,"side":"buy","usd":10,"handle":"h","wallet":"w","token":"t","symbol":"S"},)";
+const QByteArray filler =
+    R"({"id":1,"ts":1700000000,"side":"buy","usd":10,"handle":"h","wallet":"w","token":"t","symbol":"S"},)";
 
 // A server frame header: no mask, the length in the shortest form.
 QByteArray frameHeader(bool fin, quint8 opcode, qint64 length)
@@ -455,19 +456,20 @@ void SimServer::applyStep(const QJsonObject &step)
         const QString fault = step.value(QStringLiteral("fault")).toString();
         EndpointFault f;
         const int status = step.value(QStringLiteral("status")).toInt();
-        f.kind = status == 500                        ? EndpointFaultKind::Status500
-                 : status == 204                      ? EndpointFaultKind::Status204
-                 : status == 304                      ? EndpointFaultKind::Status304
-                 : fault == QLatin1String("bad_body") ? EndpointFaultKind::BadBody
-                 : fault == QLatin1String("delay")    ? EndpointFaultKind::Delay
-                 : fault == QLatin1String("endless")  ? EndpointFaultKind::Endless
-                 : fault == QLatin1String("huge")     ? EndpointFaultKind::Huge
-                 : fault == QLatin1String("drip")     ? EndpointFaultKind::Drip
+        f.kind = status == 500                            ? EndpointFaultKind::Status500
+                 : status == 204                          ? EndpointFaultKind::Status204
+                 : status == 304                          ? EndpointFaultKind::Status304
+                 : fault == QLatin1String("bad_body")     ? EndpointFaultKind::BadBody
+                 : fault == QLatin1String("delay")        ? EndpointFaultKind::Delay
+                 : fault == QLatin1String("endless")      ? EndpointFaultKind::Endless
+                 : fault == QLatin1String("huge")         ? EndpointFaultKind::Huge
+                 : fault == QLatin1String("drip")         ? EndpointFaultKind::Drip
                  : fault == QLatin1String("socket_first") ? EndpointFaultKind::SocketFirst
                                                           : EndpointFaultKind::None;
-        f.delayMs = step.value(QStringLiteral("delay_ms")).toInt(f.kind == EndpointFaultKind::Drip ? 3000
-                                                                 : f.kind == EndpointFaultKind::SocketFirst ? 300
-                                                                                                           : 15000);
+        f.delayMs = step.value(QStringLiteral("delay_ms"))
+                        .toInt(f.kind == EndpointFaultKind::Drip          ? 3000
+                               : f.kind == EndpointFaultKind::SocketFirst ? 300
+                                                                          : 15000);
         f.bytes = qint64(step.value(QStringLiteral("bytes")).toDouble(300.0 * 1024 * 1024));
         f.declareLength = step.value(QStringLiteral("declare_length")).toBool(true);
         setEndpointFault(step.value(QStringLiteral("endpoint")).toString(), f);
@@ -644,7 +646,8 @@ void SimServer::serveRest(QTcpSocket *socket, const QByteArray &target, const QB
             emitFills(2);
             QTimer::singleShot(delay, this, [this, guard, limit, stocks] {
                 if (guard)
-                    reply(guard, 200, QJsonDocument(market_->tape(limit, stocks)).toJson(QJsonDocument::Compact));
+                    reply(guard, 200,
+                          QJsonDocument(market_->tape(limit, stocks)).toJson(QJsonDocument::Compact));
             });
         };
         (*race)(0);

@@ -39,7 +39,18 @@ struct SimOptions {
 // Drip: a 200 whose body comes one byte every `delayMs`.
 // SocketFirst: the fills of the answer go out on the socket first, the
 // answer follows `delayMs` later (the race of a backfill and a live frame).
-enum class EndpointFaultKind { None, Status500, Status204, Status304, BadBody, Delay, Endless, Huge, Drip, SocketFirst };
+enum class EndpointFaultKind {
+    None,
+    Status500,
+    Status204,
+    Status304,
+    BadBody,
+    Delay,
+    Endless,
+    Huge,
+    Drip,
+    SocketFirst
+};
 struct EndpointFault {
     EndpointFaultKind kind = EndpointFaultKind::None;
     int delayMs = 0;
