@@ -1,6 +1,6 @@
 // Any body an endpoint can answer with, through every REST decoder.
-#include "Feed/SignalRules.h"
-#include "Feed/TarnwickModels.h"
+#include "Wire/SignalRules.h"
+#include "Wire/TarnwickModels.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -1,8 +1,8 @@
 // Any bytes a socket can deliver: the frame decoder must answer, never crash,
 // and whatever fills it lets through must survive the rules and the telemetry.
-#include "Feed/SignalRules.h"
-#include "Feed/TarnwickModels.h"
-#include "Feed/Telemetry.h"
+#include "Wire/SignalRules.h"
+#include "Wire/TarnwickModels.h"
+#include "Wire/Telemetry.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -1,8 +1,8 @@
 // Decoding "fills" frames and running the fill rule on every fill: the work
 // done for each socket frame before the store sees it.
 
-#include "Feed/SignalRules.h"
-#include "Feed/TarnwickModels.h"
+#include "Wire/SignalRules.h"
+#include "Wire/TarnwickModels.h"
 
 #include <benchmark/benchmark.h>
 

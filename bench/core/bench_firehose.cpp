@@ -4,7 +4,7 @@
 // must hold: the inbox and the telemetry window stay bounded.
 
 #include "Feed/FeedStore.h"
-#include "Feed/TarnwickModels.h"
+#include "Wire/TarnwickModels.h"
 #include "Market.h"
 
 #include <QCoreApplication>

@@ -4,7 +4,7 @@
 // or two of the views (tens of milliseconds).
 
 #include "Feed/FeedStore.h"
-#include "Feed/TarnwickModels.h"
+#include "Wire/TarnwickModels.h"
 
 #include <QCoreApplication>
 

@@ -3,7 +3,7 @@
 // after each changing batch), and the cost of rebuild() by held signals.
 
 #include "Feed/FeedStore.h"
-#include "Feed/TarnwickModels.h"
+#include "Wire/TarnwickModels.h"
 #include "Market.h"
 
 #include <QCoreApplication>

@@ -1,6 +1,6 @@
 #include "Feed/FeedStore.h"
 
-#include "Feed/SignalRules.h"
+#include "Wire/SignalRules.h"
 #include "Support/Format.h"
 #include "Support/Log.h"
 
@@ -152,7 +152,7 @@ void FeedStore::setPreferences(const Preferences &prefs)
     Q_EMIT preferencesChanged();
 }
 
-// MARK: mute and watch
+// ---- mute and watch ----
 
 void FeedStore::refreshMuteSets()
 {
@@ -206,7 +206,7 @@ bool FeedStore::updatePreferences(const Preferences &prefs)
     return true;
 }
 
-// MARK: derived lists
+// ---- derived lists ----
 
 double FeedStore::score(const Signal &s, double now) const
 {
@@ -304,7 +304,7 @@ int FeedStore::count(const FeedFilter &filter) const
                              [&](const Signal &s) { return filter.matches(s.kind); }));
 }
 
-// MARK: inbox
+// ---- inbox ----
 
 const Signal *FeedStore::held(const QString &id) const
 {
@@ -353,7 +353,7 @@ void FeedStore::setLastUpdate(double at)
     Q_EMIT lastUpdateChanged();
 }
 
-// MARK: ingest
+// ---- ingest ----
 
 void FeedStore::ingest(const QList<TwFill> &fills)
 {
@@ -559,7 +559,7 @@ void FeedStore::rebuild()
             QString::number(inbox_.size()) + QStringLiteral(" held"));
 }
 
-// MARK: detail loading
+// ---- detail loading ----
 
 void FeedStore::loadDetail(const Signal &signal)
 {

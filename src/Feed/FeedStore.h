@@ -5,7 +5,7 @@
 
 #include "Feed/LinkState.h"
 #include "Feed/TarnwickClient.h"
-#include "Feed/Telemetry.h"
+#include "Wire/Telemetry.h"
 #include "Model/Clock.h"
 #include "Model/Preferences.h"
 #include "Model/Signal.h"
@@ -103,7 +103,6 @@ Q_SIGNALS:
     void backfillArrived();
 
 private:
-    // The implementer owns everything below.
     struct ActorMark {
         QString id;
         double usd = 0;

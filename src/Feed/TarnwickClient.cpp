@@ -1,6 +1,6 @@
 #include "Feed/TarnwickClient.h"
 
-#include "Feed/Tarnwick.h"
+#include "Wire/Tarnwick.h"
 #include "Feed/WakeWatch.h"
 #include "Support/Log.h"
 
@@ -109,7 +109,7 @@ void TarnwickClient::log(const QString &message) const
         Log::trouble(lcLink(), message); // failures reach the journal without the trace
 }
 
-// MARK: REST
+// ---- REST ----
 
 void TarnwickClient::fetch(const QString &path, QObject *context, BodyCallback done)
 {
@@ -388,7 +388,7 @@ void TarnwickClient::pollOnce()
     });
 }
 
-// MARK: socket
+// ---- socket ----
 
 double TarnwickClient::reconnectBaseDelay(int failures)
 {

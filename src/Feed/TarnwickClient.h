@@ -5,7 +5,7 @@
 // owns the client (the main thread); callbacks are invoked there.
 
 #include "Feed/LinkState.h"
-#include "Feed/TarnwickModels.h"
+#include "Wire/TarnwickModels.h"
 #include "Model/Clock.h"
 
 #include <QHash>

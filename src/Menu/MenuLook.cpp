@@ -1,7 +1,7 @@
 #include "Menu/MenuLook.h"
 
 #include "Menu/Paint.h"
-#include "Support/Theme.h"
+#include "Look/Theme.h"
 
 #include <QMenu>
 #include <QPalette>

@@ -1,7 +1,7 @@
 #pragma once
 // Theme colours and the two type faces, as Qt GUI values.
 
-#include "Support/Theme.h"
+#include "Look/Theme.h"
 
 #include <QColor>
 #include <QFont>

@@ -2,7 +2,8 @@
 
 #include "Menu/Paint.h"
 #include "Support/Format.h"
-#include "Support/ReducedMotion.h"
+#include "Look/ReducedMotion.h"
+#include "Look/Motion.h"
 
 #include <QPainter>
 #include <QTimer>

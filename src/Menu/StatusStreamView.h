@@ -7,7 +7,7 @@
 // bounded time after an event, so nothing wakes while nothing moves.
 
 #include "Feed/LinkState.h"
-#include "Feed/Telemetry.h"
+#include "Wire/Telemetry.h"
 #include "Menu/StreamComposer.h"
 
 #include <QElapsedTimer>

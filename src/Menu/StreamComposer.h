@@ -2,7 +2,7 @@
 // Drawing of the ticker: one signal as a fixed-width badge, the idle caption
 // and the activity rail.
 
-#include "Feed/Telemetry.h"
+#include "Wire/Telemetry.h"
 #include "Model/Signal.h"
 
 #include <QColor>

@@ -2,7 +2,7 @@
 
 #include "BuildConfig.h"
 #include "Feed/FeedStore.h"
-#include "Feed/Tarnwick.h"
+#include "Wire/Tarnwick.h"
 #include "Model/Preferences.h"
 #include "Panel/PanelStyle.h"
 #include "Panel/PanelText.h"
@@ -673,7 +673,7 @@ QVariantMap PanelModel::inspectorFor(const QString &id, const QHash<QString, Sig
     return out;
 }
 
-// MARK: mute and watch
+// ---- mute and watch ----
 
 namespace {
 QString labelFor(const QString &kind, const QString &name)

@@ -8,7 +8,8 @@
 #include "Model/Clock.h"
 #include "Model/Signal.h"
 #include "Panel/SignalListModel.h"
-#include "Support/ReducedMotion.h"
+#include "Look/ReducedMotion.h"
+#include "Look/Motion.h"
 
 #include <QColor>
 #include <QObject>

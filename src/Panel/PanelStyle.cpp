@@ -2,6 +2,7 @@
 
 #include "Model/Signal.h"
 #include "Panel/PanelText.h"
+#include "Look/Motion.h"
 
 #include <QPolygonF>
 

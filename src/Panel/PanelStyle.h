@@ -2,7 +2,8 @@
 // The theme's colours, fonts and motion curves as one read-only object the
 // QML binds to ("hud"), so no view carries a literal of its own.
 
-#include "Support/Theme.h"
+#include "Look/Theme.h"
+#include "Look/Motion.h"
 
 #include <QColor>
 #include <QEasingCurve>
@@ -69,7 +70,7 @@ public:
     // QML's SpringAnimation advances in 16 ms steps with
     // v += spring·Δ − damping·v, so per-step coefficients are the physical
     // stiffness and damping coefficient (unit mass) times 0.016 s.
-    // The platform's ease-out, cubic-bezier(0, 0, 0.58, 1), and ease-in-out,
+    // The standard ease-out, cubic-bezier(0, 0, 0.58, 1), and ease-in-out,
     // cubic-bezier(0.42, 0, 0.58, 1).
     static QEasingCurve easeOut();
     static QEasingCurve easeInOut();

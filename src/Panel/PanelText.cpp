@@ -2,7 +2,6 @@
 
 #include "Support/Format.h"
 
-#include <QColor>
 
 #include <algorithm>
 #include <cmath>
@@ -273,12 +272,6 @@ QList<QPointF> sparkPoints(const QList<double> &values, double width, double hei
         points << QPointF(width, height) << QPointF(0, height) << points.first();
     }
     return points;
-}
-
-QString cssColour(const Theme::Rgba &colour)
-{
-    return QColor::fromRgbF(float(colour.r), float(colour.g), float(colour.b), float(colour.a))
-        .name(QColor::HexArgb);
 }
 
 } // namespace PanelText

@@ -3,9 +3,9 @@
 // they are tested in C++ and the QML only binds to their results.
 
 #include "Feed/LinkState.h"
-#include "Feed/Telemetry.h"
+#include "Wire/Telemetry.h"
 #include "Model/Signal.h"
-#include "Support/Theme.h"
+#include "Look/Theme.h"
 
 #include <QHash>
 #include <QPointF>
@@ -85,7 +85,5 @@ bool isOpenableUrl(const QUrl &url);
 // values give no points.
 QList<QPointF> sparkPoints(const QList<double> &values, double width, double height, bool closed);
 
-// "#rrggbb" with alpha for QML.
-QString cssColour(const Theme::Rgba &colour);
 
 } // namespace PanelText

@@ -1,7 +1,8 @@
 // The value types: texts and identities other code keys on.
 
 #include "Model/Signal.h"
-#include "Support/Theme.h"
+#include "Look/Theme.h"
+#include "Look/Motion.h"
 
 #include <QTest>
 

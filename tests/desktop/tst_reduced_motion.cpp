@@ -3,7 +3,8 @@
 // frame without entrance, growing blur or counting figure).
 
 #include "Menu/StatusStreamView.h"
-#include "Support/ReducedMotion.h"
+#include "Look/ReducedMotion.h"
+#include "Look/Motion.h"
 
 #include <QFile>
 #include <QPainter>

@@ -2,7 +2,7 @@
 // per signal, loading / failed / loaded, what each kind asks for, which links survive.
 
 #include "Feed/FeedStore.h"
-#include "Feed/SignalRules.h"
+#include "Wire/SignalRules.h"
 #include "IsolatedSettings.h"
 #include "TarnwickSim.h"
 

@@ -2,7 +2,7 @@
 // interval shortened, each link state driven by a fault; and the REST rules.
 
 #include "CaptureStderr.h"
-#include "Feed/Tarnwick.h"
+#include "Wire/Tarnwick.h"
 #include "Feed/TarnwickClient.h"
 #include "TarnwickSim.h"
 

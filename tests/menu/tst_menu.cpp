@@ -10,7 +10,7 @@
 #include "Menu/StatusStreamView.h"
 #include "Menu/StreamComposer.h"
 #include "Menu/X11Desktop.h"
-#include "Support/Theme.h"
+#include "Look/Theme.h"
 
 #include <QAction>
 #include <QGuiApplication>

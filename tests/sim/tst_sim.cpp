@@ -1,7 +1,7 @@
 // The local tape service speaks the protocol the client expects: checked with
 // Qt's own network classes and the project's wire decoders.
 
-#include "Feed/TarnwickModels.h"
+#include "Wire/TarnwickModels.h"
 #include "TarnwickSim.h"
 
 #include <QNetworkAccessManager>

@@ -1,6 +1,6 @@
 // Decoding what the service sends: booleans, defaults, wrong types, exact ids, lists and frames.
 
-#include "Feed/TarnwickModels.h"
+#include "Wire/TarnwickModels.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>

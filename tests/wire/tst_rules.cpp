@@ -1,6 +1,6 @@
 // The fixed rules: noise, honeypots, priorities, texts, ids, radar, evidence, market session.
 
-#include "Feed/SignalRules.h"
+#include "Wire/SignalRules.h"
 
 #include <QDateTime>
 #include <QTest>

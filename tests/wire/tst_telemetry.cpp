@@ -1,6 +1,6 @@
 // Readings counted from ticks: pruning, rate, buy share, buckets and rail.
 
-#include "Feed/Telemetry.h"
+#include "Wire/Telemetry.h"
 
 #include <QTest>
 

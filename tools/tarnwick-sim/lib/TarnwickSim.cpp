@@ -173,7 +173,7 @@ int SimServer::requestCount(const QString &pathPrefix) const
     return n;
 }
 
-// MARK: the market's clock
+// ---- the market's clock ----
 
 void SimServer::scheduleNextFill()
 {
@@ -240,7 +240,7 @@ void SimServer::send(QWebSocket *s, const QByteArray &payload, bool binary)
     }
 }
 
-// MARK: streamed faults
+// ---- streamed faults ----
 
 QTcpSocket *SimServer::tcpOf(QWebSocket *socket) const
 {
@@ -365,7 +365,7 @@ void SimServer::pump(QTcpSocket *socket)
     }
 }
 
-// MARK: faults
+// ---- faults ----
 
 void SimServer::setEndpointFault(const QString &pathPrefix, EndpointFault fault)
 {
@@ -507,7 +507,7 @@ void SimServer::applyStep(const QJsonObject &step)
         dropSocketsAfterFrames(step.value(QStringLiteral("drop_after_frames")).toInt());
 }
 
-// MARK: HTTP
+// ---- HTTP ----
 
 void SimServer::onConnection()
 {
@@ -732,7 +732,7 @@ void SimServer::serveRest(QTcpSocket *socket, const QByteArray &target, const QB
     reply(socket, status, body);
 }
 
-// MARK: WebSocket
+// ---- WebSocket ----
 
 void SimServer::onSocketAccepted()
 {

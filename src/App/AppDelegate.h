@@ -21,10 +21,10 @@ public:
 
     // Chooses the mode from the environment and starts it. Returns false (and
     // prints why) when snapshot mode cannot run, e.g. an unwritable directory.
-    bool applicationDidFinishLaunching();
+    bool start();
     // Stops the prune timer and closes the socket (code 1001) before the
     // process ends; safe to call twice.
-    void applicationWillTerminate();
+    void shutdown();
 
     // The status item's toggle: close when open; open only when the panel
     // closed more than 0.25 s ago, so the click that just closed it by

@@ -1,11 +1,11 @@
-#include "AppDelegate.h"
+#include "App/AppDelegate.h"
 
 #include "Desktop/Notifier.h"
 #include "Feed/FeedStore.h"
 #include "Menu/StatusItemController.h"
 #include "Panel/PanelController.h"
 #include "Panel/PanelModel.h" // the controller's inline accessors need it whole
-#include "Snapshot.h"
+#include "App/Snapshot.h"
 #include "Support/Log.h"
 
 #include <QCoreApplication>
@@ -19,7 +19,7 @@ AppDelegate::AppDelegate(QObject *parent) : QObject(parent), store_(std::make_un
 
 AppDelegate::~AppDelegate()
 {
-    applicationWillTerminate();
+    shutdown();
     // The views observe the store: they go first.
     statusItem_.reset();
     notifier_.reset();
@@ -27,7 +27,7 @@ AppDelegate::~AppDelegate()
     panel_.reset();
 }
 
-bool AppDelegate::applicationDidFinishLaunching()
+bool AppDelegate::start()
 {
     if (qEnvironmentVariableIsSet("LARKPIN_SNAPSHOT")) {
         const QString dir = qEnvironmentVariable("LARKPIN_SNAPSHOT");
@@ -88,7 +88,7 @@ void AppDelegate::openPanel()
         panel_->show(statusItem_->anchorRect());
 }
 
-void AppDelegate::applicationWillTerminate()
+void AppDelegate::shutdown()
 {
     if (terminated_ || !store_)
         return;

@@ -1,6 +1,6 @@
 #pragma once
-// The one table of colours and motion curves. Colours are plain sRGB component
-// values so the engine library needs no Qt GUI; the UI layers convert them with
+// The one table of colours. Colours are plain sRGB component values so that
+// nothing here needs Qt GUI; the UI layers convert them with
 // toQColor() (Menu/Paint.h) or hand them to QML as "#rrggbb" / alpha pairs.
 
 #include "Model/Signal.h"
@@ -33,27 +33,6 @@ inline constexpr Rgba ink4 = rgb8(60, 67, 77);
 
 // The accent of a kind in the panel (whale lark, spike amber, stocks emerald).
 Rgba kindColour(SignalKind kind);
-// The accent of a kind for the menu bar; the light variants stay legible on a light bar.
+// The accent of a kind for the top-bar strip; the light variants stay legible on a light bar.
 Rgba menuAccent(SignalKind kind, bool dark);
 } // namespace Theme
-
-namespace Motion {
-// Springs are response (s) and damping fraction; glide is an ease-out.
-struct Curve {
-    enum Type { Spring, EaseOut } type = Spring;
-    double response = 0; // spring response, or the ease-out duration
-    double damping = 1;  // damping fraction (springs only)
-    // Spring in physical terms for unit mass: stiffness = (2π/response)²,
-    // damping coefficient = 4π·damping/response.
-    double stiffness() const;
-    double dampingCoefficient() const;
-    // Progress 0 -> 1 of the curve at time t seconds (springs may overshoot).
-    double valueAt(double t) const;
-    // Time after which the curve stays within 0.1 % of its target.
-    double settlingDuration() const;
-};
-inline constexpr Curve snap{Curve::Spring, 0.34, 0.76};
-inline constexpr Curve settle{Curve::Spring, 0.52, 0.88};
-inline constexpr Curve glide{Curve::EaseOut, 0.18, 1.0};
-inline constexpr Curve roll{Curve::Spring, 0.4, 0.95};
-} // namespace Motion

@@ -1,7 +1,7 @@
 #pragma once
 // The fixed rules that turn wire records into signals and evidence.
 
-#include "Feed/TarnwickModels.h"
+#include "Wire/TarnwickModels.h"
 #include "Model/Signal.h"
 
 #include <optional>

@@ -1,4 +1,4 @@
-#include "Feed/TarnwickModels.h"
+#include "Wire/TarnwickModels.h"
 
 #include "Support/WireText.h"
 

@@ -1,4 +1,4 @@
-#include "Snapshot.h"
+#include "App/Snapshot.h"
 
 #include "Feed/FeedStore.h"
 #include "Menu/MenuSnapshots.h"

@@ -1,4 +1,4 @@
-#include "Feed/Tarnwick.h"
+#include "Wire/Tarnwick.h"
 
 #include "BuildConfig.h"
 

@@ -4,7 +4,7 @@
 // instance per graphical session; a second launch hands its request (open the
 // panel, or quit) to the first and exits.
 
-#include "AppDelegate.h"
+#include "App/AppDelegate.h"
 #include "BuildConfig.h"
 #include "Desktop/CommandLine.h"
 #include "Desktop/SingleInstance.h"
@@ -156,9 +156,9 @@ int main(int argc, char *argv[])
         instance->onQuit = [] { QCoreApplication::quit(); };
     }
     QObject::connect(&app, &QCoreApplication::aboutToQuit, &delegate,
-                     [&delegate] { delegate.applicationWillTerminate(); });
+                     [&delegate] { delegate.shutdown(); });
 
-    if (!delegate.applicationDidFinishLaunching())
+    if (!delegate.start())
         return 1;
     if (options.open)
         delegate.openPanel();

@@ -1,4 +1,4 @@
-#include "Support/ReducedMotion.h"
+#include "Look/ReducedMotion.h"
 
 #include <QDir>
 #include <QFileInfo>

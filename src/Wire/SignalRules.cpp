@@ -1,4 +1,4 @@
-#include "Feed/SignalRules.h"
+#include "Wire/SignalRules.h"
 
 #include "Model/Clock.h"
 #include "Support/Format.h"

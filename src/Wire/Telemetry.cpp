@@ -1,4 +1,4 @@
-#include "Feed/Telemetry.h"
+#include "Wire/Telemetry.h"
 
 #include <algorithm>
 #include <cmath>
