@@ -13,7 +13,6 @@
 #include <QEventLoop>
 #include <QTimer>
 
-#include <cstdio>
 
 AppDelegate::AppDelegate(QObject *parent) : QObject(parent), store_(std::make_unique<FeedStore>()) {}
 
@@ -33,7 +32,7 @@ bool AppDelegate::start()
         const QString dir = qEnvironmentVariable("LARKPIN_SNAPSHOT");
         QString error;
         if (!Snapshot::prepareDirectory(dir, &error)) {
-            std::fprintf(stderr, "[Larkpin] snapshot mode failed: %s\n", qUtf8Printable(error));
+            Log::critical(lcApp(), QStringLiteral("snapshot mode failed: ") + error);
             return false;
         }
         store_->start();
@@ -44,7 +43,7 @@ bool AppDelegate::start()
                                           (dir.isEmpty() ? QStringLiteral(".") : dir));
                 QCoreApplication::exit(0);
             } else {
-                std::fprintf(stderr, "[Larkpin] snapshot mode failed: %s\n", qUtf8Printable(failure));
+                Log::critical(lcApp(), QStringLiteral("snapshot mode failed: ") + failure);
                 QCoreApplication::exit(1);
             }
         });

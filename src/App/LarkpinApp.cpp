@@ -8,6 +8,7 @@
 #include "BuildConfig.h"
 #include "Desktop/CommandLine.h"
 #include "Desktop/SingleInstance.h"
+#include "Support/Log.h"
 #include "Menu/StatusItemController.h"
 
 #include <QApplication>
@@ -72,14 +73,14 @@ int talkToRunningInstance(int argc, char *argv[], const CommandLine::Options &op
     const SingleInstance instance(env);
     if (options.quit) {
         if (instance.send(SingleInstance::Request::Quit)) {
-            std::fprintf(stderr, "[Larkpin] asked the running instance to quit\n");
+            Log::info(lcApp(), QStringLiteral("asked the running instance to quit"));
             return 0;
         }
         std::fprintf(stderr, "larkpin: no running instance in this session\n");
         return 1;
     }
     if (instance.send(SingleInstance::Request::Open)) {
-        std::fprintf(stderr, "[Larkpin] already running; asked it to open its panel\n");
+        Log::info(lcApp(), QStringLiteral("already running; asked it to open its panel"));
         return 0;
     }
     printLine(stderr, CommandLine::noDisplayMessage());
@@ -138,12 +139,12 @@ int main(int argc, char *argv[])
     if (!snapshotMode) {
         instance = std::make_unique<SingleInstance>(env);
         if (instance->send(SingleInstance::Request::Open)) {
-            std::fprintf(stderr, "[Larkpin] already running; asked it to open its panel\n");
+            Log::info(lcApp(), QStringLiteral("already running; asked it to open its panel"));
             return 0;
         }
         if (!instance->claim() && instance->send(SingleInstance::Request::Open)) {
             // Another launch won the race for the name between the two steps.
-            std::fprintf(stderr, "[Larkpin] already running; asked it to open its panel\n");
+            Log::info(lcApp(), QStringLiteral("already running; asked it to open its panel"));
             return 0;
         }
     }

@@ -1,13 +1,12 @@
 #include "Desktop/Notifier.h"
 
+#include "Support/Log.h"
+
 #include <QDBusMessage>
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
-#include <QLoggingCategory>
 
 #include <utility>
-
-Q_LOGGING_CATEGORY(lcNotify, "larkpin.notify", QtWarningMsg)
 
 namespace {
 // Wire text: no control characters or line breaks, and a length a bubble can show.

@@ -1,5 +1,7 @@
 #include "Model/Preferences.h"
 
+#include "Support/Log.h"
+
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
@@ -62,7 +64,7 @@ QSettings &standardSettings()
     // settings are gone.
     static const bool checked = [] {
         if (const auto why = PreferencesStore::unreadable(settings))
-            qWarning("[Larkpin] %s; what it spoils keeps its default", qPrintable(*why));
+            Log::warning(lcApp(), *why + QStringLiteral("; what it spoils keeps its default"));
         return true;
     }();
     Q_UNUSED(checked);
@@ -233,12 +235,12 @@ void setLaunchAtLogin(bool on)
     const QString path = autostartPath();
     if (!on) {
         if (QFile::exists(path) && !QFile::remove(path))
-            qWarning("[Larkpin] launch at login toggle failed: cannot remove %s", qPrintable(path));
+            Log::warning(lcApp(), QStringLiteral("launch at login toggle failed: cannot remove ") + path);
         return;
     }
     if (!QDir().mkpath(QFileInfo(path).absolutePath())) {
-        qWarning("[Larkpin] launch at login toggle failed: cannot create %s",
-                 qPrintable(QFileInfo(path).absolutePath()));
+        Log::warning(lcApp(), QStringLiteral("launch at login toggle failed: cannot create ") +
+                                QFileInfo(path).absolutePath());
         return;
     }
     QString exec = QCoreApplication::instance() ? QCoreApplication::applicationFilePath() : QString();
@@ -250,7 +252,7 @@ void setLaunchAtLogin(bool on)
         quoted.replace(QLatin1String(c), QLatin1String("\\") + QLatin1String(c));
     QSaveFile file(path);
     if (!file.open(QIODevice::WriteOnly)) {
-        qWarning("[Larkpin] launch at login toggle failed: %s", qPrintable(file.errorString()));
+        Log::warning(lcApp(), QStringLiteral("launch at login toggle failed: ") + file.errorString());
         return;
     }
     const QString entry =
@@ -258,7 +260,7 @@ void setLaunchAtLogin(bool on)
         QStringLiteral("\"\nIcon=larkpin\nTerminal=false\nX-GNOME-Autostart-enabled=true\n");
     file.write(entry.toUtf8());
     if (!file.commit())
-        qWarning("[Larkpin] launch at login toggle failed: %s", qPrintable(file.errorString()));
+        Log::warning(lcApp(), QStringLiteral("launch at login toggle failed: ") + file.errorString());
 }
 
 bool launchAtLogin()

@@ -9,6 +9,8 @@
 
 Q_LOGGING_CATEGORY(lcLink, "larkpin.link", QtWarningMsg)
 Q_LOGGING_CATEGORY(lcInput, "larkpin.input", QtWarningMsg)
+Q_LOGGING_CATEGORY(lcNotify, "larkpin.notify", QtWarningMsg)
+Q_LOGGING_CATEGORY(lcApp, "larkpin.app", QtInfoMsg)
 
 namespace Log {
 
@@ -44,6 +46,35 @@ void write(const char *tag, const QString &message)
     }
 }
 
+namespace {
+QString flattened(const QString &message)
+{
+    return formatLine("", message, QString()).mid(4).chopped(1); // no clock, no " [] ", no newline
+}
+QString tagged(const QString &message)
+{
+    return QStringLiteral("[Larkpin] ") + flattened(message);
+}
+} // namespace
+
+void warning(const QLoggingCategory &category, const QString &message)
+{
+    if (category.isWarningEnabled())
+        QMessageLogger(nullptr, 0, nullptr, category.categoryName()).warning().noquote() << tagged(message);
+}
+
+void info(const QLoggingCategory &category, const QString &message)
+{
+    if (category.isInfoEnabled())
+        QMessageLogger(nullptr, 0, nullptr, category.categoryName()).info().noquote() << tagged(message);
+}
+
+void critical(const QLoggingCategory &category, const QString &message)
+{
+    if (category.isCriticalEnabled())
+        QMessageLogger(nullptr, 0, nullptr, category.categoryName()).critical().noquote() << tagged(message);
+}
+
 bool isTrouble(const QString &traceLine)
 {
     return traceLine.contains(QLatin1String("FAILED")) || traceLine.contains(QLatin1String("UNDECODABLE")) ||
@@ -72,10 +103,7 @@ void trouble(const QLoggingCategory &category, const QString &message)
             << "more of the same in the next minute held back";
         return;
     }
-    // The same flattening as the trace: a line of wire text stays one line.
-    QString flat = formatLine("", message, QString());
-    flat = flat.mid(4).chopped(1); // drop the empty clock and " [] ", and the newline
-    QMessageLogger(nullptr, 0, nullptr, category.categoryName()).warning().noquote() << flat;
+    QMessageLogger(nullptr, 0, nullptr, category.categoryName()).warning().noquote() << flattened(message);
 }
 
 } // namespace Log

@@ -76,6 +76,38 @@ private Q_SLOTS:
         QVERIFY(captured.isEmpty());
     }
 
+    // The app's own lines: tagged, flattened, in larkpin.app at their level,
+    // and printed whether or not the trace is on (they are not in the trace).
+    void appLines_data()
+    {
+        QTest::addColumn<int>("level");
+        QTest::addColumn<bool>("tracing");
+        QTest::addColumn<int>("type");
+        QTest::newRow("warning") << 0 << false << int(QtWarningMsg);
+        QTest::newRow("warning while tracing") << 0 << true << int(QtWarningMsg);
+        QTest::newRow("info") << 1 << false << int(QtInfoMsg);
+        QTest::newRow("critical") << 2 << false << int(QtCriticalMsg);
+    }
+    void appLines()
+    {
+        QFETCH(int, level);
+        QFETCH(bool, tracing);
+        QFETCH(int, type);
+        if (tracing)
+            qputenv("LARKPIN_LOG", "1");
+        const QString message = QStringLiteral("cannot save \"a\nb\"");
+        if (level == 0)
+            Log::warning(lcApp(), message);
+        else if (level == 1)
+            Log::info(lcApp(), message);
+        else
+            Log::critical(lcApp(), message);
+        QCOMPARE(captured.size(), 1);
+        QCOMPARE(int(captured[0].type), type);
+        QCOMPARE(captured[0].category, QStringLiteral("larkpin.app"));
+        QCOMPARE(captured[0].text, QStringLiteral("[Larkpin] cannot save \"a b\""));
+    }
+
     // The link category was not used by the cases above: its window is fresh.
     void burstIsHeldBack()
     {
