@@ -54,8 +54,6 @@ bool AppDelegate::start()
     statusItem_ = std::make_unique<StatusItemController>(store_.get());
     statusItem_->onToggle = [this] { togglePanel(); };
 
-    notifications_ = std::make_unique<FreedesktopNotifications>();
-    notifications_->openUrl = [](const QUrl &url) { QDesktopServices::openUrl(url); };
     FeedStore *store = store_.get();
     notifier_ = std::make_unique<TakeoverNotifier>(
         [store] { return store->preferences().notifyTakeovers; },
@@ -63,7 +61,16 @@ bool AppDelegate::start()
             const auto it = store->details().constFind(id);
             return it == store->details().constEnd() ? std::nullopt : it->links.chart;
         },
-        [this](const DesktopNotification &n) { notifications_->show(n); });
+        [this](const DesktopNotification &n) {
+            // Met on the first takeover, not at start-up: asking the bus for
+            // the notification service may start one, and most sessions never
+            // see a takeover that notifies.
+            if (!notifications_) {
+                notifications_ = std::make_unique<FreedesktopNotifications>();
+                notifications_->openUrl = [](const QUrl &url) { QDesktopServices::openUrl(url); };
+            }
+            notifications_->show(n);
+        });
     statusItem_->onTakeover = [this](const Signal &s) { notifier_->takeover(s); };
     store_->start();
     return true;
