@@ -132,17 +132,24 @@ QVariantMap equityModule(const EquityMove &e)
     return m;
 }
 
+QString openableUrl(const std::optional<QUrl> &url)
+{
+    if (!url || !PanelText::isOpenableUrl(*url))
+        return {};
+    // Encoded as it came: a decoded form ("%20" as a space) would fail the
+    // strict parse that stands before the opener.
+    return url->toString(QUrl::FullyEncoded);
+}
+
 QVariantList links(const SignalLinks &l)
 {
-    // Encoded as they came: a decoded form would fail the strict parse that
-    // stands before the opener.
     QVariantList out;
-    if (l.chart && PanelText::isOpenableUrl(*l.chart))
-        out << QVariantMap{{QStringLiteral("title"), QStringLiteral("CHART")},
-                           {QStringLiteral("url"), l.chart->toString(QUrl::FullyEncoded)}};
-    if (l.profile && PanelText::isOpenableUrl(*l.profile))
-        out << QVariantMap{{QStringLiteral("title"), QStringLiteral("WALLET")},
-                           {QStringLiteral("url"), l.profile->toString(QUrl::FullyEncoded)}};
+    const auto add = [&out](const QString &title, const QString &url) {
+        if (!url.isEmpty())
+            out << QVariantMap{{QStringLiteral("title"), title}, {QStringLiteral("url"), url}};
+    };
+    add(QStringLiteral("CHART"), openableUrl(l.chart));
+    add(QStringLiteral("WALLET"), openableUrl(l.profile));
     return out;
 }
 

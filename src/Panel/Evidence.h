@@ -24,6 +24,8 @@ QVariantMap tokenModule(const TokenProfile &token);
 QVariantMap equityModule(const EquityMove &equity);
 // {title, url} for the chart and the wallet page, only those that are web addresses.
 QVariantList links(const SignalLinks &links);
+// A link from the wire as the opener takes it, or "" when it is no web address.
+QString openableUrl(const std::optional<QUrl> &url);
 
 // Everything the inspector shows for signal `id`: "state" (details, blank,
 // failed, loading) and, with details, "wallet", "token", "equity", "links".

@@ -1,6 +1,7 @@
 #include "Panel/SignalListModel.h"
 
 #include "Feed/FeedStore.h"
+#include "Panel/Evidence.h"
 #include "Panel/PanelText.h"
 #include "Support/Format.h"
 
@@ -52,11 +53,7 @@ QString SignalListModel::chartUrl(const QString &id, const FeedStore *store)
     if (!store)
         return {};
     const auto it = store->details().constFind(id);
-    if (it == store->details().constEnd() || !it->links.chart || !PanelText::isOpenableUrl(*it->links.chart))
-        return {};
-    // Encoded as it came: a decoded form ("%20" as a space) would fail the
-    // strict parse that stands before the opener.
-    return it->links.chart->toString(QUrl::FullyEncoded);
+    return it == store->details().constEnd() ? QString() : Evidence::openableUrl(it->links.chart);
 }
 
 QVariant SignalListModel::value(const Signal &s, int role, double now, const FeedStore *store)
