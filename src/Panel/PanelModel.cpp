@@ -1,13 +1,11 @@
 #include "Panel/PanelModel.h"
 
-#include "BuildConfig.h"
 #include "Feed/FeedStore.h"
-#include "Wire/Tarnwick.h"
-#include "Model/Preferences.h"
+#include "Panel/Evidence.h"
 #include "Panel/PanelStyle.h"
 #include "Panel/PanelText.h"
-#include "Support/Format.h"
 #include "Support/Log.h"
+#include "Wire/Tarnwick.h"
 
 #include <QCoreApplication>
 #include <QDesktopServices>
@@ -17,130 +15,11 @@
 #include <algorithm>
 #include <cmath>
 
-namespace {
-QVariantMap stat(const QString &label, const std::optional<QString> &value)
-{
-    return {{QStringLiteral("label"), label}, {QStringLiteral("value"), value.value_or(PanelText::dash())}};
-}
-
-template <typename T, typename F> std::optional<QString> fmt(const std::optional<T> &v, F f)
-{
-    if (!v)
-        return std::nullopt;
-    if constexpr (std::is_floating_point_v<T>) {
-        if (!std::isfinite(double(*v)))
-            return std::nullopt;
-    }
-    return QString(f(*v));
-}
-
-QVariantMap delta(const std::optional<double> &ratio)
-{
-    QVariantMap m;
-    const bool present = ratio && std::isfinite(*ratio);
-    m[QStringLiteral("hasDelta")] = present;
-    m[QStringLiteral("delta")] = present ? Format::signedPercent(*ratio, 1) : QString();
-    m[QStringLiteral("deltaNegative")] = present && *ratio < 0;
-    return m;
-}
-
-void merge(QVariantMap &into, const QVariantMap &from)
-{
-    for (auto it = from.cbegin(); it != from.cend(); ++it)
-        into.insert(it.key(), it.value());
-}
-
-QString shortAddress(const QString &address)
-{
-    if (address.size() <= 12)
-        return address;
-    return address.left(4) + QStringLiteral("\u2026") + address.right(4);
-}
-
-QVariantMap walletModule(const WalletProfile &w, double now)
-{
-    QVariantMap m;
-    m[QStringLiteral("eyebrow")] = QStringLiteral("WALLET");
-    m[QStringLiteral("title")] = w.label.value_or(shortAddress(w.address));
-    m[QStringLiteral("subtitle")] = w.label ? shortAddress(w.address) : QString();
-    m[QStringLiteral("stats")] = QVariantList{
-        stat(QStringLiteral("WIN RATE"),
-             fmt(w.winRate,
-                 [](double r) -> QString { return Format::fixed(r * 100, 0) + QStringLiteral("%"); })),
-        stat(QStringLiteral("FILLS"),
-             fmt(w.tradeCount, [](qint64 n) -> QString { return Format::count(n); })),
-        stat(QStringLiteral("MEDIAN HOLD"),
-             fmt(w.medianHoldMinutes, [](qint64 n) -> QString { return Format::duration(double(n)); })),
-        stat(QStringLiteral("REALISED"),
-             fmt(w.realizedPnlUsd, [](double v) -> QString { return Format::usd(v); })),
-    };
-    merge(m, delta(w.pnlRatio));
-    m[QStringLiteral("deltaNote")] = QStringLiteral("unrealised, open bags");
-    QVariantList trades;
-    for (const WalletTrade &t : w.recentTrades) {
-        if (trades.size() == 4)
-            break;
-        QVariantMap row;
-        row[QStringLiteral("tradeId")] = t.id();
-        row[QStringLiteral("side")] = PanelText::sideText(t.side);
-        row[QStringLiteral("buy")] = t.side == TradeSide::buy;
-        row[QStringLiteral("symbol")] = t.tokenSymbol;
-        row[QStringLiteral("amount")] =
-            std::isfinite(t.amountUsd) ? Format::usd(t.amountUsd) : PanelText::dash();
-        row[QStringLiteral("age")] = std::isfinite(t.at) ? Format::relative(t.at, now) : PanelText::dash();
-        const bool hasPnl = t.pnlRatio && std::isfinite(*t.pnlRatio);
-        row[QStringLiteral("open")] = !hasPnl;
-        row[QStringLiteral("pnl")] = hasPnl ? Format::signedPercent(*t.pnlRatio, 1) : QStringLiteral("open");
-        row[QStringLiteral("pnlNegative")] = hasPnl && *t.pnlRatio < 0;
-        trades << row;
-    }
-    m[QStringLiteral("trades")] = trades;
-    return m;
-}
-
-QVariantMap tokenModule(const TokenProfile &t)
-{
-    QVariantMap m;
-    m[QStringLiteral("eyebrow")] = QStringLiteral("TOKEN");
-    m[QStringLiteral("title")] =
-        fmt(t.priceUsd, [](double p) -> QString { return Format::price(p); }).value_or(PanelText::dash());
-    QString subtitle = QStringLiteral("$") + t.symbol;
-    if (t.name)
-        subtitle += QStringLiteral(" \u00B7 ") + *t.name;
-    m[QStringLiteral("subtitle")] = subtitle;
-    merge(m, delta(t.change24h));
-    m[QStringLiteral("stats")] = QVariantList{
-        stat(QStringLiteral("LIQUIDITY"),
-             fmt(t.liquidityUsd, [](double v) -> QString { return Format::usd(v); })),
-        stat(QStringLiteral("24H VOLUME"),
-             fmt(t.volume24hUsd, [](double v) -> QString { return Format::usd(v); })),
-        stat(QStringLiteral("HOLDERS"), fmt(t.holders, [](qint64 n) -> QString { return Format::count(n); })),
-        stat(QStringLiteral("POOL AGE"),
-             fmt(t.poolAgeHours, [](double h) -> QString { return Format::duration(h * 60); })),
-    };
-    m[QStringLiteral("flowLine")] = PanelText::buysSellsText(t.buys24, t.sells24);
-    return m;
-}
-
-QVariantMap equityModule(const EquityMove &e)
-{
-    QVariantMap m;
-    m[QStringLiteral("eyebrow")] = QStringLiteral("EQUITY");
-    m[QStringLiteral("title")] =
-        fmt(e.lastPrice, [](double p) -> QString { return Format::price(p); }).value_or(PanelText::dash());
-    m[QStringLiteral("subtitle")] = e.ticker;
-    merge(m, delta(e.change));
-    m[QStringLiteral("session")] = PanelText::sessionText(e.session);
-    return m;
-}
-} // namespace
-
 PanelModel::PanelModel(FeedStore *store, QObject *parent)
     : QObject(parent), store_(store), minis_(new SignalListModel(store, this)),
-      stream_(new SignalListModel(store, this))
+      stream_(new SignalListModel(store, this)), settings_(new SettingsModel(store, this))
 {
     now_ = store ? store->now() : 0;
-    launchAtLogin_ = PreferencesStore::launchAtLogin();
 
     clock_ = new QTimer(this);
     clock_->setInterval(clockIntervalMs);
@@ -154,14 +33,6 @@ PanelModel::PanelModel(FeedStore *store, QObject *parent)
     connect(bloomTimer_, &QTimer::timeout, this, [this] {
         bloom_ = false;
         Q_EMIT bloomChanged();
-    });
-
-    undoTimer_ = new QTimer(this);
-    undoTimer_->setSingleShot(true);
-    undoTimer_->setInterval(undoMs);
-    connect(undoTimer_, &QTimer::timeout, this, [this] {
-        undo_.reset();
-        Q_EMIT undoChanged();
     });
 
     if (!store)
@@ -267,7 +138,7 @@ bool PanelModel::linkAlive() const
 
 bool PanelModel::paused() const
 {
-    return store_ && store_->preferences().paused;
+    return settings_->paused();
 }
 
 QString PanelModel::pauseSymbol() const
@@ -372,55 +243,6 @@ QString PanelModel::sellText() const
 QStringList PanelModel::counters() const
 {
     return store_ ? PanelText::counters(store_->telemetry(), store_->link(), now_) : QStringList();
-}
-
-QVariantList PanelModel::streamSwitches() const
-{
-    static const QString subtitles[] = {
-        QStringLiteral("Tracked wallets entering or exiting a position"),
-        QStringLiteral("Several tracked wallets piling into the same new pool"),
-        QStringLiteral("Several tracked wallets moving the same tokenised equity"),
-    };
-    QVariantList out;
-    if (!store_)
-        return out;
-    for (SignalKind k : SignalKinds::allCases) {
-        out << QVariantMap{{QStringLiteral("kind"), SignalKinds::rawValue(k)},
-                           {QStringLiteral("title"), SignalKinds::label(k)},
-                           {QStringLiteral("subtitle"), subtitles[int(k)]},
-                           {QStringLiteral("on"), store_->preferences().shows(k)}};
-    }
-    return out;
-}
-
-QVariantList PanelModel::minimumChips() const
-{
-    QVariantList out;
-    const double selected = store_ ? store_->preferences().minTradeUsd : -1;
-    for (double v : PanelText::minimumSizeValues())
-        out << QVariantMap{{QStringLiteral("label"), PanelText::minimumSizeLabel(v)},
-                           {QStringLiteral("value"), v},
-                           {QStringLiteral("selected"), v == selected}};
-    return out;
-}
-
-QVariantList PanelModel::focusChips() const
-{
-    QVariantList out;
-    const double selected = store_ ? store_->preferences().focalUsd : -1;
-    for (double v : PanelText::focusValues())
-        out << QVariantMap{{QStringLiteral("label"), PanelText::focusLabel(v)},
-                           {QStringLiteral("value"), v},
-                           {QStringLiteral("selected"), v == selected}};
-    return out;
-}
-
-QString PanelModel::versionText() const
-{
-    QString version = QCoreApplication::applicationVersion();
-    if (version.isEmpty())
-        version = QStringLiteral(LARKPIN_VERSION);
-    return PanelText::versionText(version);
 }
 
 const Signal *PanelModel::findSignal(const QString &id) const
@@ -530,7 +352,7 @@ void PanelModel::selectFilter(int index)
 
 void PanelModel::togglePause()
 {
-    setPaused(!paused());
+    settings_->setPaused(!paused());
 }
 
 void PanelModel::refresh()
@@ -564,134 +386,14 @@ void PanelModel::quit()
         QCoreApplication::quit();
 }
 
-bool PanelModel::setStreamEnabled(const QString &kindRaw, bool on)
-{
-    const auto kind = SignalKinds::fromRaw(kindRaw);
-    if (!store_ || !kind)
-        return false;
-    Preferences next = store_->preferences();
-    next.streams[*kind] = on;
-    return store_->updatePreferences(next);
-}
-
-bool PanelModel::setMinimumSize(double usd)
-{
-    if (!store_ || !std::isfinite(usd) || usd < 0)
-        return false;
-    Preferences next = store_->preferences();
-    next.minTradeUsd = usd;
-    return store_->updatePreferences(next);
-}
-
-bool PanelModel::setFocusSize(double usd)
-{
-    if (!store_ || !std::isfinite(usd) || usd < 0)
-        return false;
-    Preferences next = store_->preferences();
-    next.focalUsd = usd;
-    return store_->updatePreferences(next);
-}
-
-bool PanelModel::trayOnly() const
-{
-    return store_ && store_->preferences().trayOnly;
-}
-
-bool PanelModel::setTrayOnly(bool on)
-{
-    if (!store_)
-        return false;
-    Preferences next = store_->preferences();
-    next.trayOnly = on;
-    return store_->updatePreferences(next);
-}
-
-bool PanelModel::setPaused(bool paused)
-{
-    if (!store_)
-        return false;
-    Preferences next = store_->preferences();
-    next.paused = paused;
-    return store_->updatePreferences(next);
-}
-
-bool PanelModel::notifyTakeovers() const
-{
-    return !store_ || store_->preferences().notifyTakeovers;
-}
-
-bool PanelModel::setNotifyTakeovers(bool on)
-{
-    if (!store_)
-        return false;
-    Preferences next = store_->preferences();
-    next.notifyTakeovers = on;
-    return store_->updatePreferences(next);
-}
-
-void PanelModel::setLaunchAtLogin(bool on)
-{
-    if (setLaunchAtLoginHook)
-        setLaunchAtLoginHook(on);
-    else
-        PreferencesStore::setLaunchAtLogin(on);
-    // Show what the system holds now, so a refused change flips back.
-    launchAtLogin_ = launchAtLoginHook ? launchAtLoginHook() : PreferencesStore::launchAtLogin();
-    Q_EMIT launchAtLoginChanged();
-}
-
 QVariantMap PanelModel::inspector(const QString &id) const
 {
     if (!store_)
         return {{QStringLiteral("state"), PanelText::inspectorStateName(PanelText::InspectorState::loading)}};
-    return inspectorFor(id, store_->details(), store_->failedDetail(), now_);
+    return Evidence::inspector(id, store_->details(), store_->failedDetail(), now_);
 }
-
-QVariantMap PanelModel::inspectorFor(const QString &id, const QHash<QString, SignalDetail> &details,
-                                     const QSet<QString> &failed, double now)
-{
-    QVariantMap out;
-    const auto state = PanelText::inspectorState(id, details, failed);
-    out[QStringLiteral("state")] = PanelText::inspectorStateName(state);
-    if (state != PanelText::InspectorState::details)
-        return out;
-    const SignalDetail d = details.value(id);
-    if (d.wallet)
-        out[QStringLiteral("wallet")] = walletModule(*d.wallet, now);
-    if (d.token)
-        out[QStringLiteral("token")] = tokenModule(*d.token);
-    if (d.equity)
-        out[QStringLiteral("equity")] = equityModule(*d.equity);
-    QVariantList links;
-    if (d.links.chart && PanelText::isOpenableUrl(*d.links.chart))
-        links << QVariantMap{{QStringLiteral("title"), QStringLiteral("CHART")},
-                             {QStringLiteral("url"), d.links.chart->toString(QUrl::FullyEncoded)}};
-    if (d.links.profile && PanelText::isOpenableUrl(*d.links.profile))
-        links << QVariantMap{{QStringLiteral("title"), QStringLiteral("WALLET")},
-                             {QStringLiteral("url"), d.links.profile->toString(QUrl::FullyEncoded)}};
-    out[QStringLiteral("links")] = links;
-    return out;
-}
-
-// ---- mute and watch ----
 
 namespace {
-QString labelFor(const QString &kind, const QString &name)
-{
-    return (kind == QLatin1String("token") ? QStringLiteral("$") : QStringLiteral("@")) + name;
-}
-
-QStringList *listFor(Preferences &p, const QString &kind)
-{
-    if (kind == QLatin1String("token"))
-        return &p.mutedTokens;
-    if (kind == QLatin1String("wallet"))
-        return &p.mutedWallets;
-    if (kind == QLatin1String("watch"))
-        return &p.watchedWallets;
-    return nullptr;
-}
-
 QVariantMap entry(const QString &action, const QString &title)
 {
     return {{QStringLiteral("action"), action}, {QStringLiteral("title"), title}};
@@ -701,16 +403,16 @@ QVariantMap entry(const QString &action, const QString &title)
 QVariantList PanelModel::menuEntries(const QString &id) const
 {
     QVariantList out;
-    if (undo_)
-        out << entry(QStringLiteral("undo"), undoText());
+    if (settings_->canUndo())
+        out << entry(QStringLiteral("undo"), settings_->undoText());
     const Signal *s = findSignal(id);
     if (!s || !store_)
         return out;
     if (const auto token = FeedStore::tokenOf(*s))
         out << entry(QStringLiteral("muteToken"),
-                     QStringLiteral("Mute ") + labelFor(QStringLiteral("token"), *token));
+                     QStringLiteral("Mute ") + SettingsModel::listedLabel(QStringLiteral("token"), *token));
     if (const auto handle = FeedStore::handleOf(*s)) {
-        const QString at = labelFor(QStringLiteral("wallet"), *handle);
+        const QString at = SettingsModel::listedLabel(QStringLiteral("wallet"), *handle);
         out << entry(QStringLiteral("muteWallet"), QStringLiteral("Mute ") + at);
         out << (store_->isWatched(*s)
                     ? entry(QStringLiteral("unwatch"), QStringLiteral("Stop watching ") + at)
@@ -722,7 +424,7 @@ QVariantList PanelModel::menuEntries(const QString &id) const
 bool PanelModel::runMenuAction(const QString &id, const QString &action)
 {
     if (action == QLatin1String("undo"))
-        return undoMute();
+        return settings_->undoMute();
     const Signal *s = findSignal(id);
     if (!s) {
         Log::write("Larkpin",
@@ -732,56 +434,14 @@ bool PanelModel::runMenuAction(const QString &id, const QString &action)
     const auto token = FeedStore::tokenOf(*s);
     const auto handle = FeedStore::handleOf(*s);
     if (action == QLatin1String("muteToken") && token)
-        return setListed(QStringLiteral("token"), *token, true);
+        return settings_->setListed(QStringLiteral("token"), *token, true);
     if (action == QLatin1String("muteWallet") && handle)
-        return setListed(QStringLiteral("wallet"), *handle, true);
+        return settings_->setListed(QStringLiteral("wallet"), *handle, true);
     if ((action == QLatin1String("watch") || action == QLatin1String("unwatch")) && handle)
-        return setListed(QStringLiteral("watch"), *handle, action == QLatin1String("watch"));
+        return settings_->setListed(QStringLiteral("watch"), *handle, action == QLatin1String("watch"));
     Log::write("Larkpin",
                QStringLiteral("menu action ") + action + QStringLiteral(" does not apply to ") + id);
     return false;
-}
-
-bool PanelModel::setListed(const QString &kind, const QString &name, bool on)
-{
-    if (!store_)
-        return false;
-    Preferences next = store_->preferences();
-    QStringList *list = listFor(next, kind);
-    if (!list)
-        return false;
-    if (on && !Preferences::isListable(name)) {
-        Log::write("Larkpin", QStringLiteral("cannot list ") + name.left(Preferences::maxNameLength) +
-                                  QStringLiteral(": not a plain symbol or handle"));
-        return false;
-    }
-    if (!Preferences::setListed(*list, name, on))
-        return false;
-    if (!store_->updatePreferences(next))
-        return false;
-    const bool isMute = kind != QLatin1String("watch");
-    if (isMute && on) {
-        undo_ = Undo{kind, name};
-        undoTimer_->start();
-        Q_EMIT undoChanged();
-    } else if (undo_ && undo_->kind == kind && undo_->name == name) {
-        // Taken back some other way (from settings): nothing left to undo.
-        undo_.reset();
-        undoTimer_->stop();
-        Q_EMIT undoChanged();
-    }
-    return true;
-}
-
-bool PanelModel::undoMute()
-{
-    if (!undo_)
-        return false;
-    const Undo was = *undo_;
-    undo_.reset();
-    undoTimer_->stop();
-    Q_EMIT undoChanged();
-    return setListed(was.kind, was.name, false);
 }
 
 void PanelModel::menuShown(bool shown)
@@ -796,38 +456,4 @@ bool PanelModel::dismissMenus()
     Q_EMIT dismissMenusRequested();
     openMenus_ = 0;
     return true;
-}
-
-QString PanelModel::undoText() const
-{
-    return undo_ ? QStringLiteral("Undo mute ") + labelFor(undo_->kind, undo_->name) : QString();
-}
-
-QVariantList PanelModel::mutedList() const
-{
-    QVariantList out;
-    if (!store_)
-        return out;
-    const Preferences &p = store_->preferences();
-    for (const QString &name : p.mutedTokens)
-        out << QVariantMap{{QStringLiteral("kind"), QStringLiteral("token")},
-                           {QStringLiteral("name"), name},
-                           {QStringLiteral("label"), labelFor(QStringLiteral("token"), name)}};
-    for (const QString &name : p.mutedWallets)
-        out << QVariantMap{{QStringLiteral("kind"), QStringLiteral("wallet")},
-                           {QStringLiteral("name"), name},
-                           {QStringLiteral("label"), labelFor(QStringLiteral("wallet"), name)}};
-    return out;
-}
-
-QVariantList PanelModel::watchedList() const
-{
-    QVariantList out;
-    if (!store_)
-        return out;
-    for (const QString &name : store_->preferences().watchedWallets)
-        out << QVariantMap{{QStringLiteral("kind"), QStringLiteral("watch")},
-                           {QStringLiteral("name"), name},
-                           {QStringLiteral("label"), labelFor(QStringLiteral("watch"), name)}};
-    return out;
 }

@@ -1,15 +1,17 @@
 #pragma once
 // The panel's view state and the store, as QML sees them ("panel"). One is
 // built for every opening of the panel, so its navigation state (open signal,
-// settings shown, bloom) always starts cleared. All decisions live here or in
-// PanelText; the QML only binds and calls.
+// settings shown, bloom) always starts cleared. All decisions live here, in
+// SettingsModel ("panel.settings"), Evidence or PanelText; the QML only binds
+// and calls.
 
 #include "Feed/LinkState.h"
+#include "Look/Motion.h"
+#include "Look/ReducedMotion.h"
 #include "Model/Clock.h"
 #include "Model/Signal.h"
+#include "Panel/SettingsModel.h"
 #include "Panel/SignalListModel.h"
-#include "Look/ReducedMotion.h"
-#include "Look/Motion.h"
 
 #include <QColor>
 #include <QObject>
@@ -19,7 +21,6 @@
 #include <QVariantMap>
 
 #include <functional>
-#include <optional>
 
 class FeedStore;
 class QTimer;
@@ -32,7 +33,6 @@ class PanelModel : public QObject {
     Q_PROPERTY(QColor linkColour READ linkColour NOTIFY linkChanged)
     Q_PROPERTY(bool linkAlive READ linkAlive NOTIFY linkChanged)
     Q_PROPERTY(bool paused READ paused NOTIFY preferencesChanged)
-    Q_PROPERTY(bool trayOnly READ trayOnly NOTIFY preferencesChanged)
     Q_PROPERTY(QString pauseSymbol READ pauseSymbol NOTIFY preferencesChanged)
     Q_PROPERTY(QString pauseHelp READ pauseHelp NOTIFY preferencesChanged)
     // Navigation
@@ -66,29 +66,17 @@ class PanelModel : public QObject {
     Q_PROPERTY(QStringList counters READ counters NOTIFY telemetryChanged)
     // Inspector: bumps whenever anything an inspector shows may have changed.
     Q_PROPERTY(int detailRevision READ detailRevision NOTIFY detailRevisionChanged)
-    // Settings
-    Q_PROPERTY(QVariantList streamSwitches READ streamSwitches NOTIFY preferencesChanged)
-    Q_PROPERTY(QVariantList minimumChips READ minimumChips NOTIFY preferencesChanged)
-    Q_PROPERTY(QVariantList focusChips READ focusChips NOTIFY preferencesChanged)
-    Q_PROPERTY(bool launchAtLogin READ launchAtLogin NOTIFY launchAtLoginChanged)
-    Q_PROPERTY(bool notifyTakeovers READ notifyTakeovers NOTIFY preferencesChanged)
-    Q_PROPERTY(QString versionText READ versionText CONSTANT)
+    // The settings page and the muted and watched lists.
+    Q_PROPERTY(SettingsModel *settings READ settings CONSTANT)
     Q_PROPERTY(QString siteText READ siteText CONSTANT)
-    // Mute and watch: the settings lists ({kind: token|wallet|watch, name,
-    // label}) and the last mute, undoable for a few seconds ("" when none).
-    Q_PROPERTY(QVariantList mutedList READ mutedList NOTIFY preferencesChanged)
-    Q_PROPERTY(QVariantList watchedList READ watchedList NOTIFY preferencesChanged)
-    Q_PROPERTY(QString undoText READ undoText NOTIFY undoChanged)
 
 public:
     explicit PanelModel(FeedStore *store, QObject *parent = nullptr);
     ~PanelModel() override;
 
     // Seams for tests and the snapshot renderer.
-    std::function<bool(const QUrl &)> openUrlHook;  // default: QDesktopServices
-    std::function<void()> quitHook;                 // default: QCoreApplication::quit
-    std::function<void(bool)> setLaunchAtLoginHook; // default: PreferencesStore
-    std::function<bool()> launchAtLoginHook;
+    std::function<bool(const QUrl &)> openUrlHook; // default: QDesktopServices
+    std::function<void()> quitHook;                // default: QCoreApplication::quit
     static constexpr int clockIntervalMs = 3000;
     static constexpr int bloomMs = 800;
 
@@ -97,7 +85,6 @@ public:
     QColor linkColour() const;
     bool linkAlive() const;
     bool paused() const;
-    bool trayOnly() const;
     QString pauseSymbol() const;
     QString pauseHelp() const;
     QString openId() const { return openId_; }
@@ -126,12 +113,7 @@ public:
     QString sellText() const;
     QStringList counters() const;
     int detailRevision() const { return detailRevision_; }
-    QVariantList streamSwitches() const;
-    QVariantList minimumChips() const;
-    QVariantList focusChips() const;
-    bool launchAtLogin() const { return launchAtLogin_; }
-    bool notifyTakeovers() const;
-    QString versionText() const;
+    SettingsModel *settings() const { return settings_; }
     QString siteText() const { return QStringLiteral("LARKPIN.APP"); }
 
     // Actions the QML calls.
@@ -145,36 +127,18 @@ public:
     Q_INVOKABLE bool openLink(const QString &url);
     Q_INVOKABLE void openSite();
     Q_INVOKABLE void quit();
-    // Settings edits; each returns whether anything was saved.
-    Q_INVOKABLE bool setStreamEnabled(const QString &kindRaw, bool on);
-    Q_INVOKABLE bool setMinimumSize(double usd);
-    Q_INVOKABLE bool setFocusSize(double usd);
-    Q_INVOKABLE bool setPaused(bool paused);
-    Q_INVOKABLE bool setTrayOnly(bool on);
-    Q_INVOKABLE void setLaunchAtLogin(bool on);
-    // Mute and watch. menuEntries lists what the context menu of one signal
-    // offers ({action, title}, the pending undo first); runMenuAction does one.
-    // kind is "token", "wallet" (muted) or "watch"; names are bare.
+    // Mute and watch from the context menu of one signal: menuEntries lists
+    // what it offers ({action, title}, the pending undo first); runMenuAction
+    // does one through the settings.
     Q_INVOKABLE QVariantList menuEntries(const QString &id) const;
     Q_INVOKABLE bool runMenuAction(const QString &id, const QString &action);
-    Q_INVOKABLE bool setListed(const QString &kind, const QString &name, bool on);
-    Q_INVOKABLE bool undoMute();
     // Menus report being shown; Escape (taken by the window) closes them
     // first, and dismissMenus says whether there was one.
     Q_INVOKABLE void menuShown(bool shown);
     bool dismissMenus();
-    QVariantList mutedList() const;
-    QVariantList watchedList() const;
-    QString undoText() const;
-    static constexpr int undoMs = 6000;
-    QTimer *undoTimer() const { return undoTimer_; }
 
-    Q_INVOKABLE bool setNotifyTakeovers(bool on);
-    // Everything the inspector shows for one signal: "state" (details, blank,
-    // failed, loading) and, with details, "wallet", "token", "equity", "links".
+    // Everything the inspector shows for one signal (see Evidence::inspector).
     Q_INVOKABLE QVariantMap inspector(const QString &id) const;
-    static QVariantMap inspectorFor(const QString &id, const QHash<QString, SignalDetail> &details,
-                                    const QSet<QString> &failed, double now);
 
     // For tests: advance the clock as if the 3 s timer fired.
     void tick(double now);
@@ -196,8 +160,6 @@ Q_SIGNALS:
     void emptyChanged();
     void telemetryChanged();
     void detailRevisionChanged();
-    void launchAtLoginChanged();
-    void undoChanged();
     void dismissMenusRequested();
 
 private:
@@ -217,19 +179,11 @@ private:
     bool animated_ = true;
     bool reduceMotion_ = ReducedMotion::reduced();
     QString detailCardId_;
-    bool launchAtLogin_ = false;
     int detailRevision_ = 0;
     QString firstHeroId_;
     QList<Signal> heroes_;
     SignalListModel *minis_;
     SignalListModel *stream_;
-
-    // The last mute, while it can still be taken back.
-    struct Undo {
-        QString kind;
-        QString name;
-    };
-    std::optional<Undo> undo_;
+    SettingsModel *settings_;
     int openMenus_ = 0;
-    QTimer *undoTimer_ = nullptr;
 };

@@ -1,11 +1,13 @@
 #include "Panel/SignalListModel.h"
 
 #include "Feed/FeedStore.h"
+#include "Panel/Evidence.h"
 #include "Panel/PanelText.h"
 #include "Support/Format.h"
 
 #include <algorithm>
 #include <cmath>
+#include <optional>
 
 SignalListModel::SignalListModel(const FeedStore *store, QObject *parent)
     : QAbstractListModel(parent), store_(store)
@@ -17,13 +19,33 @@ int SignalListModel::rowCount(const QModelIndex &parent) const
     return parent.isValid() ? 0 : int(signals_.size());
 }
 
+namespace {
+const QHash<int, QByteArray> &names()
+{
+    using M = SignalListModel;
+    static const QHash<int, QByteArray> roles{
+        {M::IdRole, "signalId"},         {M::KindRole, "kind"},
+        {M::KindLabelRole, "kindLabel"}, {M::TickerRole, "ticker"},
+        {M::BodyRole, "body"},           {M::FigureRole, "figure"},
+        {M::HeadlineRole, "headline"},   {M::DetailRole, "detail"},
+        {M::MetaRole, "meta"},           {M::AgeRole, "age"},
+        {M::AmountRole, "amount"},       {M::HasWinRateRole, "hasWinRate"},
+        {M::WinRateRole, "winRate"},     {M::WinRateTextRole, "winRateText"},
+        {M::ChartUrlRole, "chartUrl"},   {M::WatchedRole, "watched"}};
+    return roles;
+}
+
+std::optional<double> winRateOf(const Signal &s)
+{
+    if (s.wallet && s.wallet->winRate && std::isfinite(*s.wallet->winRate))
+        return *s.wallet->winRate;
+    return std::nullopt;
+}
+} // namespace
+
 QHash<int, QByteArray> SignalListModel::roleNames() const
 {
-    return {{IdRole, "signalId"},       {KindRole, "kind"},      {KindLabelRole, "kindLabel"},
-            {TickerRole, "ticker"},     {BodyRole, "body"},      {FigureRole, "figure"},
-            {HeadlineRole, "headline"}, {DetailRole, "detail"},  {MetaRole, "meta"},
-            {AgeRole, "age"},           {AmountRole, "amount"},  {WinRateRole, "winRate"},
-            {ChartUrlRole, "chartUrl"}, {WatchedRole, "watched"}};
+    return names();
 }
 
 QString SignalListModel::chartUrl(const QString &id, const FeedStore *store)
@@ -31,44 +53,11 @@ QString SignalListModel::chartUrl(const QString &id, const FeedStore *store)
     if (!store)
         return {};
     const auto it = store->details().constFind(id);
-    if (it == store->details().constEnd() || !it->links.chart || !PanelText::isOpenableUrl(*it->links.chart))
-        return {};
-    // Encoded as it came: a decoded form ("%20" as a space) would fail the
-    // strict parse that stands before the opener.
-    return it->links.chart->toString(QUrl::FullyEncoded);
+    return it == store->details().constEnd() ? QString() : Evidence::openableUrl(it->links.chart);
 }
 
-QVariantMap SignalListModel::describe(const Signal &s, double now, const FeedStore *store)
+QVariant SignalListModel::value(const Signal &s, int role, double now, const FeedStore *store)
 {
-    QVariantMap m;
-    m[QStringLiteral("signalId")] = s.id;
-    m[QStringLiteral("kind")] = SignalKinds::rawValue(s.kind);
-    m[QStringLiteral("kindLabel")] = SignalKinds::label(s.kind);
-    m[QStringLiteral("ticker")] = s.line.ticker;
-    m[QStringLiteral("body")] = s.line.body;
-    m[QStringLiteral("figure")] = s.line.figure.value_or(QString());
-    m[QStringLiteral("headline")] = s.line.text();
-    m[QStringLiteral("detail")] = s.detail.value_or(QString());
-    m[QStringLiteral("meta")] = PanelText::metaText(s, now);
-    m[QStringLiteral("age")] = Format::relative(s.createdAt, now);
-    m[QStringLiteral("amount")] =
-        s.notionalUsd && std::isfinite(*s.notionalUsd) ? Format::usd(*s.notionalUsd) : QString();
-    const bool hasWinRate = s.wallet && s.wallet->winRate && std::isfinite(*s.wallet->winRate);
-    // A wallet that never won still has a win rate: 0 shows an empty ring.
-    m[QStringLiteral("hasWinRate")] = hasWinRate;
-    m[QStringLiteral("winRate")] = hasWinRate ? std::clamp(*s.wallet->winRate, 0.0, 1.0) : 0.0;
-    m[QStringLiteral("winRateText")] =
-        hasWinRate ? PanelText::winRatePercent(*s.wallet->winRate) + QStringLiteral(" WR") : QString();
-    m[QStringLiteral("chartUrl")] = chartUrl(s.id, store);
-    m[QStringLiteral("watched")] = store && store->isWatched(s);
-    return m;
-}
-
-QVariant SignalListModel::data(const QModelIndex &index, int role) const
-{
-    if (!index.isValid() || index.row() >= signals_.size())
-        return {};
-    const Signal &s = signals_.at(index.row());
     switch (role) {
     case IdRole: return s.id;
     case KindRole: return SignalKinds::rawValue(s.kind);
@@ -78,16 +67,36 @@ QVariant SignalListModel::data(const QModelIndex &index, int role) const
     case FigureRole: return s.line.figure.value_or(QString());
     case HeadlineRole: return s.line.text();
     case DetailRole: return s.detail.value_or(QString());
-    case MetaRole: return PanelText::metaText(s, now_);
-    case AgeRole: return Format::relative(s.createdAt, now_);
+    case MetaRole: return PanelText::metaText(s, now);
+    case AgeRole: return Format::relative(s.createdAt, now);
     case AmountRole:
         return s.notionalUsd && std::isfinite(*s.notionalUsd) ? Format::usd(*s.notionalUsd) : QString();
-    case WinRateRole:
-        return s.wallet && s.wallet->winRate && std::isfinite(*s.wallet->winRate) ? *s.wallet->winRate : -1.0;
-    case ChartUrlRole: return chartUrl(s.id, store_);
-    case WatchedRole: return store_ && store_->isWatched(s);
+    // A wallet that never won still has a win rate: 0 shows an empty ring.
+    case HasWinRateRole: return winRateOf(s).has_value();
+    case WinRateRole: return std::clamp(winRateOf(s).value_or(0.0), 0.0, 1.0);
+    case WinRateTextRole: {
+        const auto rate = winRateOf(s);
+        return rate ? PanelText::winRatePercent(*rate) + QStringLiteral(" WR") : QString();
+    }
+    case ChartUrlRole: return chartUrl(s.id, store);
+    case WatchedRole: return store && store->isWatched(s);
     default: return {};
     }
+}
+
+QVariantMap SignalListModel::describe(const Signal &s, double now, const FeedStore *store)
+{
+    QVariantMap m;
+    for (auto it = names().cbegin(); it != names().cend(); ++it)
+        m.insert(QString::fromLatin1(it.value()), value(s, it.key(), now, store));
+    return m;
+}
+
+QVariant SignalListModel::data(const QModelIndex &index, int role) const
+{
+    if (!index.isValid() || index.row() >= signals_.size())
+        return {};
+    return value(signals_.at(index.row()), role, now_, store_);
 }
 
 QStringList SignalListModel::ids() const

@@ -25,7 +25,9 @@ public:
         MetaRole,
         AgeRole,
         AmountRole,
-        WinRateRole,
+        HasWinRateRole,
+        WinRateRole, // 0..1; 0 also when unknown, so read HasWinRateRole first
+        WinRateTextRole,
         ChartUrlRole,
         WatchedRole, // by a wallet the user watches
     };
@@ -46,7 +48,10 @@ public:
     // The row of signal `id`, or -1: the list finds its reader's row again.
     Q_INVOKABLE int indexOf(const QString &id) const;
 
-    // The same fields as the roles, for one signal (the hero card).
+    // What a role holds for one signal: data() and describe() both read this,
+    // so a row and a hero card of the same signal cannot disagree.
+    static QVariant value(const Signal &signal, int role, double now, const FeedStore *store);
+    // Every role of one signal by its name (the hero card, the detail card).
     static QVariantMap describe(const Signal &signal, double now, const FeedStore *store);
     static QString chartUrl(const QString &id, const FeedStore *store);
 

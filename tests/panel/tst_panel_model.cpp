@@ -1,11 +1,9 @@
 // The panel's texts and its model over a real store, without a window.
 
-#include "Model/Preferences.h"
 #include "Panel/PanelModel.h"
 #include "Panel/PanelText.h"
 #include "PanelTestSupport.h"
 
-#include <QFile>
 #include <QSettings>
 #include <QSignalSpy>
 #include <QTest>
@@ -17,8 +15,6 @@ namespace {
 constexpr double now = 1'700'000'000;
 const double notANumber = std::numeric_limits<double>::quiet_NaN();
 using Maybe = std::optional<double>;
-using Edit = std::function<bool(PanelModel &, bool same)>;
-using Saved = std::function<bool(const Preferences &)>;
 
 Signal whale(Maybe winRate, double createdAt, SignalKind kind = SignalKind::whale)
 {
@@ -48,31 +44,9 @@ QString counters(Maybe latency, Maybe lastFrameAge, LinkState link)
         t.lastFrameAt = now - *lastFrameAge;
     return PanelText::counters(t, link, now).join(QLatin1Char('|'));
 }
-
-QString winRing(Maybe winRate)
-{
-    const QVariantMap hero = SignalListModel::describe(whale(winRate, now), now, nullptr);
-    return hero[QStringLiteral("hasWinRate")].toBool() ? hero[QStringLiteral("winRateText")].toString()
-                                                       : QStringLiteral("no ring");
-}
-
-// One line per entry of an inspector list: the chosen fields, joined.
-QStringList rows(const QVariant &list, const QStringList &keys, QChar separator = QLatin1Char(' '))
-{
-    QStringList out;
-    for (const QVariant &item : list.toList()) {
-        QStringList fields;
-        for (const QString &key : keys)
-            fields << item.toMap()[key].toString();
-        out << fields.join(separator);
-    }
-    return out;
-}
-const QStringList stat{QStringLiteral("label"), QStringLiteral("value")};
 } // namespace
 
-Q_DECLARE_METATYPE(Edit)
-Q_DECLARE_METATYPE(Saved)
+Q_DECLARE_METATYPE(Maybe)
 
 class PanelModelTest : public QObject {
     Q_OBJECT
@@ -143,14 +117,8 @@ private Q_SLOTS:
         row("version", PanelText::versionText(QStringLiteral("0.1.0")), "Version 0.1.0");
         row("unknown version", PanelText::versionText(QStringLiteral(" ")), "Version \u2014");
         row("buys unknown", PanelText::buysSellsText(std::nullopt, 3), "- buys / 3 sells");
-        row("meta: win rate over age", PanelText::metaText(whale(0.62, now - 600), now), "62% WR");
-        row("meta: no win rate, age", PanelText::metaText(whale({}, now - 600), now), "10m");
-        row("meta: broken win rate, age", PanelText::metaText(whale(notANumber, now - 600), now), "10m");
         row("meta: an old pile-in", PanelText::metaText(whale({}, now - 3 * 3600, SignalKind::spike), now),
             "3h");
-        row("ring: known", winRing(0.62), "62% WR");
-        row("ring: never won", winRing(0.0), "0% WR");
-        row("ring: unknown", winRing({}), "no ring");
     }
     void texts()
     {
@@ -210,67 +178,6 @@ private Q_SLOTS:
         QCOMPARE(model.hero()[QStringLiteral("age")].toString(), QStringLiteral("3m"));
     }
 
-    // Each edit saves once and persists; pressing the selected value or
-    // passing nonsense saves nothing.
-    void settingsEdits_data()
-    {
-        QTest::addColumn<Edit>("edit");
-        QTest::addColumn<Saved>("saved");
-        QTest::newRow("minimum size")
-            << Edit([](PanelModel &m, bool same) { return m.setMinimumSize(same ? 1000 : 5000); })
-            << Saved([](const Preferences &p) { return p.minTradeUsd == 5000; });
-        QTest::newRow("focus size") << Edit([](PanelModel &m, bool same) {
-            return m.setFocusSize(same ? 25000 : 0);
-        }) << Saved([](const Preferences &p) { return p.focalUsd == 0; });
-        QTest::newRow("stream switch") << Edit([](PanelModel &m, bool same) {
-            return m.setStreamEnabled(QStringLiteral("spike"), same);
-        }) << Saved([](const Preferences &p) { return !p.shows(SignalKind::spike); });
-        QTest::newRow("pause") << Edit([](PanelModel &m, bool same) { return m.setPaused(!same); })
-                               << Saved([](const Preferences &p) { return p.paused; });
-    }
-    void settingsEdits()
-    {
-        QFETCH(Edit, edit);
-        QFETCH(Saved, saved);
-        PanelModel model(store.get());
-        QSettings settings(QStringLiteral("Larkpin"), QStringLiteral("Larkpin"));
-        // A marker in the settings file shows whether anything was written.
-        settings.setValue(QStringLiteral("minTradeUsd"), 777.0);
-        settings.sync();
-        QSignalSpy prefs(store.get(), &FeedStore::preferencesChanged);
-        QVERIFY(!edit(model, true));
-        QCOMPARE(prefs.count(), 0);
-        settings.sync();
-        QCOMPARE(settings.value(QStringLiteral("minTradeUsd")).toDouble(), 777.0);
-
-        QVERIFY(edit(model, false));
-        QCOMPARE(prefs.count(), 1);
-        QCOMPARE(PreferencesStore::load(), store->preferences());
-        QVERIFY(saved(PreferencesStore::load()));
-
-        QVERIFY(!model.setMinimumSize(-5));
-        QVERIFY(!model.setFocusSize(notANumber));
-        QVERIFY(!model.setStreamEnabled(QStringLiteral("nonsense"), false));
-        QCOMPARE(prefs.count(), 1);
-    }
-
-    // The switch shows what the system holds, not what was asked for.
-    void launchAtLogin()
-    {
-        PanelModel model(store.get());
-        model.setLaunchAtLogin(true);
-        QVERIFY(model.launchAtLogin());
-        QVERIFY(QFile::exists(PreferencesStore::autostartPath()));
-        model.setLaunchAtLogin(false);
-        QVERIFY(!model.launchAtLogin());
-        QVERIFY(!QFile::exists(PreferencesStore::autostartPath()));
-
-        model.setLaunchAtLoginHook = [](bool) {}; // the system refuses
-        model.launchAtLoginHook = [] { return false; };
-        model.setLaunchAtLogin(true);
-        QVERIFY(!model.launchAtLogin());
-    }
-
     // Links come from the wire: only web addresses reach the desktop.
     void onlyWebLinksOpen_data()
     {
@@ -299,106 +206,47 @@ private Q_SLOTS:
         QCOMPARE(opened, opens ? 1 : 0);
     }
 
-    // Which body the inspector shows, and that blank evidence offers no links.
-    void inspectorState_data()
+    // A row and a card of the same signal read one value per role: the win
+    // ring's three fields and every other role agree between data() and describe().
+    void rolesAgreeWithTheCard_data()
     {
-        QTest::addColumn<bool>("hasDetail");
-        QTest::addColumn<bool>("blank");
-        QTest::addColumn<bool>("failed");
-        QTest::addColumn<QString>("state");
-        QTest::addColumn<QStringList>("links");
-        const QStringList none, both{QStringLiteral("CHART"), QStringLiteral("WALLET")};
-        QTest::newRow("nothing yet") << false << false << false << QStringLiteral("loading") << none;
-        QTest::newRow("failed") << false << false << true << QStringLiteral("failed") << none;
-        QTest::newRow("details") << true << false << false << QStringLiteral("details") << both;
-        QTest::newRow("blank details") << true << true << false << QStringLiteral("blank") << none;
-        // Evidence once loaded wins over any stale failure mark.
-        QTest::newRow("details beat a failure") << true << false << true << QStringLiteral("details") << both;
+        QTest::addColumn<Maybe>("winRate");
+        QTest::addColumn<bool>("hasRing");
+        QTest::addColumn<double>("ring");
+        QTest::addColumn<QString>("ringText");
+        QTest::addColumn<QString>("meta");
+        QTest::newRow("known") << Maybe(0.62) << true << 0.62 << "62% WR"
+                               << "62% WR";
+        QTest::newRow("never won: an empty ring") << Maybe(0.0) << true << 0.0 << "0% WR"
+                                                  << "0% WR";
+        QTest::newRow("over one: the ring stops full") << Maybe(1.4) << true << 1.0 << "140% WR"
+                                                       << "140% WR";
+        QTest::newRow("unknown: no ring, the age") << Maybe() << false << 0.0 << ""
+                                                   << "10m";
+        QTest::newRow("broken: no ring, the age") << Maybe(notANumber) << false << 0.0 << ""
+                                                  << "10m";
     }
-    void inspectorState()
+    void rolesAgreeWithTheCard()
     {
-        QFETCH(bool, hasDetail);
-        QFETCH(bool, blank);
-        QFETCH(bool, failed);
-        QFETCH(QString, state);
-        QFETCH(QStringList, links);
-        const QString id = QStringLiteral("tw-fill-9");
-        QHash<QString, SignalDetail> details;
-        QSet<QString> failures;
-        if (hasDetail) {
-            SignalDetail d;
-            d.signalId = id;
-            d.links.chart = QUrl(QStringLiteral("https://a.example/c"));
-            d.links.profile = QUrl(QStringLiteral("https://a.example/p"));
-            if (!blank)
-                d.token.emplace().symbol = QStringLiteral("WIF");
-            details.insert(id, d);
-        }
-        if (failed)
-            failures.insert(id);
-        const QVariantMap info = PanelModel::inspectorFor(id, details, failures, now);
-        QCOMPARE(info[QStringLiteral("state")].toString(), state);
-        QCOMPARE(rows(info[QStringLiteral("links")], {QStringLiteral("title")}), links);
-        // Another signal's evidence says nothing about this one.
-        QCOMPARE(PanelModel::inspectorFor(QStringLiteral("other"), details, {}, now)[QStringLiteral("state")],
-                 QVariant(QStringLiteral("loading")));
-    }
-
-    void inspectorModules()
-    {
-        const QString id = QStringLiteral("tw-fill-7");
-        SignalDetail d;
-        d.signalId = id;
-        WalletProfile w;
-        w.address = QStringLiteral("7xKXtg2CW87d97TXJSDpbD5jBkheTqA83TZRuJosgAsU");
-        w.label = QStringLiteral("@<b>ansem</b>");
-        w.winRate = 0.62;
-        w.realizedPnlUsd = 182000;
-        w.pnlRatio = -0.042;
-        w.recentTrades = {{TradeSide::buy, QStringLiteral("WIF"), 45000, now - 300, std::nullopt},
-                          {TradeSide::sell, QStringLiteral("BONK"), 12000, now - 7200, 0.31},
-                          {TradeSide::buy, QStringLiteral("A"), 1, now, std::nullopt},
-                          {TradeSide::buy, QStringLiteral("B"), 1, now, std::nullopt},
-                          {TradeSide::buy, QStringLiteral("C"), 1, now, std::nullopt}};
-        d.wallet = w;
-        TokenProfile &t = d.token.emplace();
-        t.symbol = QStringLiteral("WIF");
-        t.priceUsd = 2.3412;
-        t.liquidityUsd = 4'200'000;
-        t.holders = 152033;
-        t.poolAgeHours = 30;
-        t.buys24 = 812;
-        t.sells24 = 640;
-        d.equity = EquityMove{QStringLiteral("TSLA"), MarketSession::post, 0.021, 251.5};
-        d.links.chart = QUrl(QStringLiteral("https://dexscreener.com/solana/x"));
-        d.links.profile = QUrl(QStringLiteral("javascript:alert(1)"));
-
-        const QVariantMap info = PanelModel::inspectorFor(id, {{id, d}}, {}, now);
-        const QVariantMap wallet = info[QStringLiteral("wallet")].toMap();
-        QCOMPARE(wallet[QStringLiteral("title")].toString(), QStringLiteral("@<b>ansem</b>"));
-        QCOMPARE(rows(wallet[QStringLiteral("stats")], stat, QLatin1Char('=')),
-                 (QStringList{QStringLiteral("WIN RATE=62%"), QStringLiteral("FILLS=-"),
-                              QStringLiteral("MEDIAN HOLD=-"), QStringLiteral("REALISED=$182.0K")}));
-        QCOMPARE(wallet[QStringLiteral("delta")].toString(), QStringLiteral("-4.2%"));
-        QVERIFY(wallet[QStringLiteral("deltaNegative")].toBool());
-        const QStringList trades =
-            rows(wallet[QStringLiteral("trades")], {QStringLiteral("side"), QStringLiteral("amount"),
-                                                    QStringLiteral("age"), QStringLiteral("pnl")});
-        QCOMPARE(trades.size(), 4); // at most four
-        QCOMPARE(trades.mid(0, 2), (QStringList{QStringLiteral("BUY $45.0K 5m open"),
-                                                QStringLiteral("SELL $12.0K 2h +31.0%")}));
-
-        const QVariantMap token = info[QStringLiteral("token")].toMap();
-        QCOMPARE(token[QStringLiteral("title")].toString(), QStringLiteral("$2.34"));
-        QCOMPARE(rows(token[QStringLiteral("stats")], stat, QLatin1Char('=')),
-                 (QStringList{QStringLiteral("LIQUIDITY=$4.20M"), QStringLiteral("24H VOLUME=-"),
-                              QStringLiteral("HOLDERS=152,033"), QStringLiteral("POOL AGE=1d 6h")}));
-        QCOMPARE(token[QStringLiteral("flowLine")].toString(), QStringLiteral("812 buys / 640 sells"));
-        QCOMPARE(rows(QVariantList{info[QStringLiteral("equity")]},
-                      {QStringLiteral("title"), QStringLiteral("delta"), QStringLiteral("session")}),
-                 QStringList{QStringLiteral("$251.50 +2.1% After hours")});
-        QCOMPARE(rows(info[QStringLiteral("links")], {QStringLiteral("title")}),
-                 QStringList{QStringLiteral("CHART")}); // the script link is dropped
+        QFETCH(Maybe, winRate);
+        QFETCH(bool, hasRing);
+        QFETCH(double, ring);
+        QFETCH(QString, ringText);
+        QFETCH(QString, meta);
+        const Signal s = whale(winRate, now - 600);
+        SignalListModel list(nullptr);
+        list.setSignals({s}, now);
+        const QModelIndex row = list.index(0);
+        const QVariantMap card = SignalListModel::describe(s, now, nullptr);
+        const QHash<int, QByteArray> roles = list.roleNames();
+        QCOMPARE(card.size(), roles.size());
+        for (auto it = roles.cbegin(); it != roles.cend(); ++it)
+            QVERIFY2(list.data(row, it.key()) == card.value(QString::fromLatin1(it.value())),
+                     it.value().constData());
+        QCOMPARE(card.value(QStringLiteral("hasWinRate")).toBool(), hasRing);
+        QCOMPARE(card.value(QStringLiteral("winRate")).toDouble(), ring);
+        QCOMPARE(card.value(QStringLiteral("winRateText")).toString(), ringText);
+        QCOMPARE(card.value(QStringLiteral("meta")).toString(), meta);
     }
 };
 

@@ -168,7 +168,7 @@ int main(int argc, char **argv)
             const QString target = model->stream()->signalList().value(1).id;
             // The top row's wallet watched, to show its mark.
             if (const auto handle = FeedStore::handleOf(model->stream()->signalList().value(0)))
-                model->setListed(QStringLiteral("watch"), *handle, true);
+                model->settings()->setListed(QStringLiteral("watch"), *handle, true);
             hooks.clear();
             collect(panel.rootItem());
             bool shown = false;
@@ -188,7 +188,7 @@ int main(int argc, char **argv)
                 std::fprintf(stderr, "panel-render: no menu for %s\n", qUtf8Printable(target));
                 ++failures;
             }
-            model->undoMute();
+            model->settings()->undoMute();
             live.setPreferences(Preferences::defaults());
             live.rebuild();
         }

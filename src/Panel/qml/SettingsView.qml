@@ -69,9 +69,9 @@ Item {
                     title: "STREAMS"
                     width: parent.width
                     Repeater {
-                        model: panel.streamSwitches.length
+                        model: panel.settings.streamSwitches.length
                         Column {
-                            readonly property var modelData: panel.streamSwitches[index]
+                            readonly property var modelData: panel.settings.streamSwitches[index]
                             width: parent.width
                             SwitchRow {
                                 objectName: "stream-" + modelData.kind
@@ -80,7 +80,7 @@ Item {
                                 titleColour: hud.kindColour(modelData.kind)
                                 subtitle: modelData.subtitle
                                 on: modelData.on
-                                onToggled: (value) => panel.setStreamEnabled(modelData.kind, value)
+                                onToggled: (value) => panel.settings.setStreamEnabled(modelData.kind, value)
                             }
                             Hairline { visible: index < 2; width: parent.width }
                         }
@@ -93,8 +93,8 @@ Item {
                     ChipRow {
                         objectName: "minimumChips"
                         topPadding: 2
-                        values: panel.minimumChips
-                        onChosen: (value) => panel.setMinimumSize(value)
+                        values: panel.settings.minimumChips
+                        onChosen: (value) => panel.settings.setMinimumSize(value)
                     }
                 }
                 SettingsSection {
@@ -104,8 +104,8 @@ Item {
                     ChipRow {
                         objectName: "focusChips"
                         topPadding: 2
-                        values: panel.focusChips
-                        onChosen: (value) => panel.setFocusSize(value)
+                        values: panel.settings.focusChips
+                        onChosen: (value) => panel.settings.setFocusSize(value)
                     }
                 }
                 SettingsSection {
@@ -115,8 +115,8 @@ Item {
                         objectName: "launchAtLogin"
                         width: parent.width
                         title: "Launch at login"
-                        on: panel.launchAtLogin
-                        onToggled: (value) => panel.setLaunchAtLogin(value)
+                        on: panel.settings.launchAtLogin
+                        onToggled: (value) => panel.settings.setLaunchAtLogin(value)
                     }
                     Hairline { width: parent.width }
                     SwitchRow {
@@ -124,8 +124,8 @@ Item {
                         width: parent.width
                         title: "Pause ticker"
                         subtitle: "The panel keeps updating."
-                        on: panel.paused
-                        onToggled: (value) => panel.setPaused(value)
+                        on: panel.settings.paused
+                        onToggled: (value) => panel.settings.setPaused(value)
                     }
                     Hairline { width: parent.width }
                     SwitchRow {
@@ -133,8 +133,8 @@ Item {
                         width: parent.width
                         title: "Notify on focus alerts"
                         subtitle: "A desktop notification when a trade takes the ticker over."
-                        on: panel.notifyTakeovers
-                        onToggled: (value) => panel.setNotifyTakeovers(value)
+                        on: panel.settings.notifyTakeovers
+                        onToggled: (value) => panel.settings.setNotifyTakeovers(value)
                     }
                     Hairline { width: parent.width }
                     SwitchRow {
@@ -142,14 +142,14 @@ Item {
                         width: parent.width
                         title: "Tray icon only"
                         subtitle: "No ticker strip at the top of the screen."
-                        on: panel.trayOnly
-                        onToggled: (value) => panel.setTrayOnly(value)
+                        on: panel.settings.trayOnly
+                        onToggled: (value) => panel.settings.setTrayOnly(value)
                     }
                 }
                 SettingsSection {
                     id: listedSection
                     objectName: "mutedAndWatched"
-                    readonly property var entries: panel.mutedList.concat(panel.watchedList)
+                    readonly property var entries: panel.settings.mutedList.concat(panel.settings.watchedList)
                     title: "MUTED AND WATCHED"
                     note: entries.length === 0
                           ? "Right-click a trade to mute its token or wallet, or to watch a wallet."
@@ -164,7 +164,7 @@ Item {
                                 width: parent.width
                                 label: modelData.label
                                 kind: modelData.kind
-                                onRemoved: panel.setListed(modelData.kind, modelData.name, false)
+                                onRemoved: panel.settings.setListed(modelData.kind, modelData.name, false)
                             }
                             Hairline { visible: index < listedSection.entries.length - 1; width: parent.width }
                         }
@@ -185,7 +185,7 @@ Item {
                         id: version
                         objectName: "versionText"
                         anchors.verticalCenter: parent.verticalCenter
-                        text: panel.versionText
+                        text: panel.settings.versionText
                         textFormat: Text.PlainText
                         font.family: hud.mono
                         font.pointSize: 9 * hud.pt

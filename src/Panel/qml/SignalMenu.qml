@@ -9,7 +9,7 @@ Popup {
     objectName: "signalMenuPopup"
     property string signalId: ""
     // Re-read when the lists or the pending undo change.
-    readonly property var entries: (panel.undoText, panel.mutedList, panel.watchedList, panel.menuEntries(signalId))
+    readonly property var entries: (panel.settings.undoText, panel.settings.mutedList, panel.settings.watchedList, panel.menuEntries(signalId))
     property int current: 0
 
     padding: 5

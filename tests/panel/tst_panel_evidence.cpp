@@ -1,0 +1,247 @@
+// The inspector's evidence, straight from the records: which body shows,
+// and every text of the wallet, token and equity modules and the links.
+
+#include "Panel/Evidence.h"
+
+#include <QTest>
+
+#include <limits>
+
+namespace {
+constexpr double now = 1'700'000'000;
+const double notANumber = std::numeric_limits<double>::quiet_NaN();
+const QString longAddress = QStringLiteral("7xKXtg2CW87d97TXJSDpbD5jBkheTqA83TZRuJosgAsU");
+
+// The named fields of a module joined by "|"; a list field (stats, trades)
+// reads as its entries joined by ";", each entry's values joined by " ".
+QString fields(const QVariantMap &module, const QStringList &keys)
+{
+    QStringList out;
+    for (const QString &key : keys) {
+        const QVariant v = module.value(key);
+        if (v.typeId() != QMetaType::QVariantList) {
+            out << v.toString();
+            continue;
+        }
+        QStringList entries;
+        for (const QVariant &entry : v.toList()) {
+            const QVariantMap m = entry.toMap();
+            QStringList values;
+            for (const QString &k : m.keys())
+                if (k != QLatin1String("tradeId") && k != QLatin1String("url"))
+                    values << m.value(k).toString();
+            entries << values.join(QLatin1Char(' '));
+        }
+        out << entries.join(QLatin1Char(';'));
+    }
+    return out.join(QLatin1Char('|'));
+}
+QString fields(const QVariantMap &module, const char *keys)
+{
+    return fields(module, QString::fromLatin1(keys).split(QLatin1Char(' ')));
+}
+
+WalletProfile wallet()
+{
+    WalletProfile w;
+    w.address = longAddress;
+    w.label = QStringLiteral("@<b>ansem</b>"); // wire text, shown as it came
+    w.winRate = 0.62;
+    w.tradeCount = 1234;
+    w.medianHoldMinutes = 95;
+    w.realizedPnlUsd = 182000;
+    w.pnlRatio = -0.042;
+    return w;
+}
+
+WalletTrade trade(TradeSide side, const char *symbol, double usd, double at, std::optional<double> pnl)
+{
+    return {side, QString::fromLatin1(symbol), usd, at, pnl};
+}
+
+TokenProfile token()
+{
+    TokenProfile t;
+    t.symbol = QStringLiteral("WIF");
+    t.name = QStringLiteral("dogwifhat");
+    t.priceUsd = 2.3412;
+    t.change24h = 0.125;
+    t.liquidityUsd = 4'200'000;
+    t.volume24hUsd = 9'800'000;
+    t.holders = 152033;
+    t.poolAgeHours = 30;
+    t.buys24 = 812;
+    t.sells24 = 640;
+    return t;
+}
+} // namespace
+
+class PanelEvidenceTest : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void modules_data()
+    {
+        QTest::addColumn<QString>("actual");
+        QTest::addColumn<QString>("expected");
+        const auto row = [](const char *name, const QString &actual, const char *expected) {
+            QTest::newRow(name) << actual << QString::fromUtf8(expected);
+        };
+
+        WalletProfile w = wallet();
+        row("wallet: a label is the title, the address shortened below",
+            fields(Evidence::walletModule(w, now), "eyebrow title subtitle"),
+            "WALLET|@<b>ansem</b>|7xKX\u2026gAsU");
+        row("wallet: stats", fields(Evidence::walletModule(w, now), "stats"),
+            "WIN RATE 62%;FILLS 1,234;MEDIAN HOLD 1h 35m;REALISED $182.0K");
+        row("wallet: unrealised loss",
+            fields(Evidence::walletModule(w, now), "hasDelta delta deltaNegative deltaNote"),
+            "true|-4.2%|true|unrealised, open bags");
+        {
+            WalletProfile bare;
+            bare.address = longAddress;
+            bare.winRate = notANumber;
+            bare.realizedPnlUsd = std::numeric_limits<double>::infinity();
+            bare.pnlRatio = notANumber;
+            row("wallet: no label, the address is the title; a broken ratio is no delta",
+                fields(Evidence::walletModule(bare, now), "title subtitle hasDelta delta deltaNegative"),
+                "7xKX\u2026gAsU||false||false");
+            row("wallet: missing and broken stats read as dashes",
+                fields(Evidence::walletModule(bare, now), "stats"),
+                "WIN RATE -;FILLS -;MEDIAN HOLD -;REALISED -");
+            bare.address = QStringLiteral("123456789012");
+            row("wallet: twelve characters stay whole", fields(Evidence::walletModule(bare, now), "title"),
+                "123456789012");
+            bare.address = QStringLiteral("1234567890123");
+            row("wallet: thirteen are shortened", fields(Evidence::walletModule(bare, now), "title"),
+                "1234\u20260123");
+            bare.winRate = 0.0;
+            bare.pnlRatio = 0.0;
+            row("wallet: never won is 0%",
+                fields(Evidence::walletModule(bare, now), "stats").section(QLatin1Char(';'), 0, 0),
+                "WIN RATE 0%");
+            row("wallet: flat is no loss", fields(Evidence::walletModule(bare, now), "delta deltaNegative"),
+                "0.0%|false");
+        }
+        // Trades: newest first as they came, at most four; keys read in
+        // alphabetical order: age amount buy open pnl pnlNegative side symbol.
+        w.recentTrades = {trade(TradeSide::buy, "WIF", 45000, now - 300, std::nullopt),
+                          trade(TradeSide::sell, "BONK", 12000, now - 7200, 0.31),
+                          trade(TradeSide::sell, "POPCAT", 800, now - 60, -0.5),
+                          trade(TradeSide::buy, "MEW", notANumber, notANumber, notANumber),
+                          trade(TradeSide::buy, "FIFTH", 1, now, std::nullopt)};
+        row("wallet: trades", fields(Evidence::walletModule(w, now), "trades"),
+            "5m $45.0K true true open false BUY WIF;"
+            "2h $12.0K false false +31.0% false SELL BONK;"
+            "1m $800.00 false false -50.0% true SELL POPCAT;"
+            "- - true true open false BUY MEW");
+
+        TokenProfile t = token();
+        row("token: price, symbol and name", fields(Evidence::tokenModule(t), "eyebrow title subtitle"),
+            "TOKEN|$2.34|$WIF \u00B7 dogwifhat");
+        row("token: stats", fields(Evidence::tokenModule(t), "stats"),
+            "LIQUIDITY $4.20M;24H VOLUME $9.80M;HOLDERS 152,033;POOL AGE 1d 6h");
+        row("token: day's change and flow",
+            fields(Evidence::tokenModule(t), "hasDelta delta deltaNegative flowLine"),
+            "true|+12.5%|false|812 buys / 640 sells");
+        {
+            TokenProfile bare;
+            bare.symbol = QStringLiteral("WIF");
+            bare.priceUsd = notANumber;
+            bare.sells24 = 3;
+            row("token: nothing but a symbol",
+                fields(Evidence::tokenModule(bare), "title subtitle hasDelta stats flowLine"),
+                "-|$WIF|false|LIQUIDITY -;24H VOLUME -;HOLDERS -;POOL AGE -|- buys / 3 sells");
+        }
+
+        const EquityMove e{QStringLiteral("TSLA"), MarketSession::post, -0.021, 251.5};
+        row("equity", fields(Evidence::equityModule(e), "eyebrow title subtitle delta deltaNegative session"),
+            "EQUITY|$251.50|TSLA|-2.1%|true|After hours");
+        row("equity: no price, no change",
+            fields(Evidence::equityModule({QStringLiteral("NVDA"), MarketSession::regular, {}, {}}),
+                   "title hasDelta"),
+            "-|false");
+
+        // Only web addresses are offered, encoded as they came.
+        const auto links = [](const char *chart, const char *profile) {
+            SignalLinks l;
+            if (chart)
+                l.chart = QUrl(QString::fromLatin1(chart));
+            if (profile)
+                l.profile = QUrl(QString::fromLatin1(profile));
+            QStringList out;
+            for (const QVariant &link : Evidence::links(l))
+                out << link.toMap().value(QStringLiteral("title")).toString() + QLatin1Char('=') +
+                           link.toMap().value(QStringLiteral("url")).toString();
+            return out.join(QLatin1Char(';'));
+        };
+        row("links: both", links("https://a.example/c", "http://a.example/p"),
+            "CHART=https://a.example/c;WALLET=http://a.example/p");
+        row("links: a script is dropped", links("https://a.example/c", "javascript:alert(1)"),
+            "CHART=https://a.example/c");
+        row("links: escapes kept", links("https://a.example/a%20b", nullptr),
+            "CHART=https://a.example/a%20b");
+    }
+    void modules()
+    {
+        QFETCH(QString, actual);
+        QFETCH(QString, expected);
+        QCOMPARE(actual, expected);
+    }
+
+    // Which body the inspector shows, and that only evidence with something
+    // in it brings its modules and links.
+    void inspector_data()
+    {
+        QTest::addColumn<bool>("hasDetail");
+        QTest::addColumn<bool>("blank");
+        QTest::addColumn<bool>("failed");
+        QTest::addColumn<QString>("state");
+        QTest::addColumn<QStringList>("keys");
+        const QStringList none{QStringLiteral("state")};
+        const QStringList all{QStringLiteral("equity"), QStringLiteral("links"), QStringLiteral("state"),
+                              QStringLiteral("token"), QStringLiteral("wallet")};
+        QTest::newRow("nothing yet") << false << false << false << QStringLiteral("loading") << none;
+        QTest::newRow("failed") << false << false << true << QStringLiteral("failed") << none;
+        QTest::newRow("details") << true << false << false << QStringLiteral("details") << all;
+        QTest::newRow("blank details") << true << true << false << QStringLiteral("blank") << none;
+        // Evidence once loaded wins over any stale failure mark.
+        QTest::newRow("details beat a failure") << true << false << true << QStringLiteral("details") << all;
+    }
+    void inspector()
+    {
+        QFETCH(bool, hasDetail);
+        QFETCH(bool, blank);
+        QFETCH(bool, failed);
+        QFETCH(QString, state);
+        QFETCH(QStringList, keys);
+        const QString id = QStringLiteral("tw-fill-9");
+        QHash<QString, SignalDetail> details;
+        QSet<QString> failures;
+        if (hasDetail) {
+            SignalDetail d;
+            d.signalId = id;
+            d.links.chart = QUrl(QStringLiteral("https://a.example/c"));
+            if (!blank) {
+                d.wallet = wallet();
+                d.token = token();
+                d.equity = EquityMove{QStringLiteral("TSLA"), MarketSession::regular, 0.01, 250};
+            }
+            details.insert(id, d);
+        }
+        if (failed)
+            failures.insert(id);
+        const QVariantMap info = Evidence::inspector(id, details, failures, now);
+        QCOMPARE(info.value(QStringLiteral("state")).toString(), state);
+        QCOMPARE(info.keys(), keys);
+        if (info.contains(QStringLiteral("wallet")))
+            QCOMPARE(info.value(QStringLiteral("wallet")).toMap(), Evidence::walletModule(wallet(), now));
+        // Another signal's evidence says nothing about this one.
+        QCOMPARE(
+            Evidence::inspector(QStringLiteral("other"), details, {}, now).value(QStringLiteral("state")),
+            QVariant(QStringLiteral("loading")));
+    }
+};
+
+QTEST_GUILESS_MAIN(PanelEvidenceTest)
+#include "tst_panel_evidence.moc"
