@@ -267,6 +267,10 @@ private Q_SLOTS:
         store().ingest({radar("pool", 4, T0 + 1)}); // one more wallet: a new headline
         QCOMPARE(signalsSpy.count(), 3);
         QCOMPARE(store().signalList().first().line.tag, std::optional(QStringLiteral("×4")));
+
+        QSignalSpy prefsSpy(&store(), &FeedStore::preferencesChanged);
+        store().setPreferences(store().preferences());
+        QCOMPARE(prefsSpy.count(), 0);
     }
 
     void clientCallbacks()

@@ -428,13 +428,19 @@ private Q_SLOTS:
         client_->ensureEnrichment();
         QVERIFY(!client_->enrichmentRunning()); // still fresh
         // A failed half keeps its last good table; the stamp is set either way.
-        const int traders = client_->traderCount();
+        const int traders = client_->traderCount(), tokens = client_->tokenCount();
         sim_->setEndpointFault(QStringLiteral("/traders"), EndpointFault{EndpointFaultKind::Status500, 0});
         now += 1;
         QVERIFY(load());
         QCOMPARE(requests("/traders"), 2);
         QCOMPARE(client_->traderCount(), traders);
         QCOMPARE(client_->enrichmentFetchedAt(), std::optional(1120.0));
+        sim_->clearFaults();
+        sim_->setEndpointFault(QStringLiteral("/tokens"), EndpointFault{EndpointFaultKind::Status500, 0});
+        client_->clearEnrichmentStamp(); // stale at once, whatever the clock says
+        QVERIFY(load());
+        QCOMPARE(requests("/tokens"), 3);
+        QCOMPARE(client_->tokenCount(), tokens);
     }
 
     void badFramesAreHarmlessAndLogged_data()
