@@ -137,6 +137,7 @@ private Q_SLOTS:
                R"([{"token":"M","symbol":"P","first_ts":1,"buyers":2.5}])");
         record("token honeypot true", "token", 1, R"([{"token":"M","symbol":"P","honeypot":true}])");
         record("token honeypot is strict", "token", -1, R"([{"token":"M","symbol":"P","honeypot":1}])");
+        record("token pair_url number", "token", -1, R"([{"token":"M","symbol":"P","pair_url":5}])");
         record("trader", "trader", 1, R"([{"address":"A","handle":"k","win_rate":0.6,"closed_trades":12}])");
         record("trader handle null", "trader", -1, R"([{"address":"A","handle":null}])");
         record("one bad trader fails the list", "trader", -1,
