@@ -92,24 +92,27 @@ private Q_SLOTS:
             QVERIFY(model.index(row).data(SignalListModel::BodyRole).toString() == QStringLiteral("dumped"));
     }
 
-    // A wallet without a win rate reads -1, apart from a wallet that never won.
-    void winRateRole_data()
+    // A wallet that never won still has a win rate; one without a record has none.
+    void winRateRoles_data()
     {
         QTest::addColumn<std::optional<double>>("winRate");
-        QTest::addColumn<double>("role");
-        QTest::newRow("no wallet record") << std::optional<double>() << -1.0;
-        QTest::newRow("never won") << std::optional<double>(0.0) << 0.0;
-        QTest::newRow("most won") << std::optional<double>(0.75) << 0.75;
+        QTest::addColumn<bool>("has");
+        QTest::addColumn<double>("rate");
+        QTest::newRow("no wallet record") << std::optional<double>() << false << 0.0;
+        QTest::newRow("never won") << std::optional<double>(0.0) << true << 0.0;
+        QTest::newRow("most won") << std::optional<double>(0.75) << true << 0.75;
     }
-    void winRateRole()
+    void winRateRoles()
     {
         QFETCH(std::optional<double>, winRate);
-        QFETCH(double, role);
+        QFETCH(bool, has);
+        QFETCH(double, rate);
         QList<Signal> list = listOf(QStringLiteral("a"));
         list[0].wallet = WalletRef{QStringLiteral("Wkai"), QStringLiteral("@kai"), winRate};
         SignalListModel model(nullptr);
         model.setSignals(list, T0);
-        QCOMPARE(model.index(0).data(SignalListModel::WinRateRole).toDouble(), role);
+        QCOMPARE(model.index(0).data(SignalListModel::HasWinRateRole).toBool(), has);
+        QCOMPARE(model.index(0).data(SignalListModel::WinRateRole).toDouble(), rate);
     }
 
     // Driven by the store as the panel drives it: inserts, merges, filters,
