@@ -17,20 +17,6 @@ private Q_SLOTS:
         QCOMPARE(h.text(), QStringLiteral("$WIF · @kai aped $2.50M"));
     }
 
-    void signalEqualityUsesEveryField()
-    {
-        Signal a;
-        a.id = QStringLiteral("tw-fill-1");
-        a.expiresAt = 100;
-        Signal b = a;
-        QVERIFY(a == b);
-        b.expiresAt = 101;
-        QVERIFY(!(a == b));
-        b = a;
-        b.wallet = WalletRef{QStringLiteral("w"), std::nullopt, std::nullopt};
-        QVERIFY(!(a == b));
-    }
-
     void walletTradeId_data()
     {
         QTest::addColumn<double>("at");

@@ -150,6 +150,7 @@ private Q_SLOTS:
         QTest::newRow("removed") << "BONK" << false << true << names("WIF");
         QTest::newRow("removing a stranger") << "MEW" << false << false << start;
         QTest::newRow("not a name") << "$MEW" << true << false << start;
+        QTest::newRow("a handle written with its @") << "@kai" << true << false << start;
         QTest::newRow("full list") << "full" << true << false << start;
     }
     void setListed()

@@ -106,6 +106,7 @@ private Q_SLOTS:
         QTest::addColumn<int>("kind");
         QTest::newRow("tape 500") << QStringLiteral("/tape") << int(EndpointFaultKind::Status500);
         QTest::newRow("tape does not decode") << QStringLiteral("/tape") << int(EndpointFaultKind::BadBody);
+        QTest::newRow("trader 204") << QStringLiteral("/trader/") << int(EndpointFaultKind::Status204);
         QTest::newRow("trader too slow") << QStringLiteral("/trader/") << int(EndpointFaultKind::Delay);
     }
     void failures()
@@ -184,9 +185,11 @@ private Q_SLOTS:
         QVERIFY(loadAndSettle(s));
         const SignalDetail d = store().details().value(s.id);
         QVERIFY(d.equity);
+        QCOMPARE(d.equity->ticker, s.asset->symbol);
         QCOMPARE(d.equity->session, SignalRules::marketSession(d.fetchedAt));
         const TwToken *token = client().token(*s.asset->address);
         QVERIFY(token);
+        QCOMPARE(d.equity->lastPrice, token->mark);
         QCOMPARE(d.equity->change, token->change24 ? std::optional(*token->change24 / 100.0) : std::nullopt);
     }
 
@@ -211,8 +214,10 @@ private Q_SLOTS:
         QTest::addColumn<QString>("text");
         QTest::addColumn<bool>("kept");
         QTest::newRow("https") << QStringLiteral("https://charts.example/pool/abc") << true;
+        QTest::newRow("http") << QStringLiteral("http://charts.example/x?y=1") << true;
         QTest::newRow("upper-case scheme") << QStringLiteral("HTTPS://charts.example/") << true;
         QTest::newRow("javascript") << QStringLiteral("javascript:alert(1)") << false;
+        QTest::newRow("file") << QStringLiteral("file:///etc/passwd") << false;
         QTest::newRow("no host") << QStringLiteral("https://") << false;
         QTest::newRow("empty") << QString() << false;
         QTest::newRow("blank in host") << QStringLiteral("https://charts example/") << false;

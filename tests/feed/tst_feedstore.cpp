@@ -81,6 +81,7 @@ private Q_SLOTS:
         QTest::addColumn<bool>("sell");
         QTest::addColumn<QString>("kept");
         QTest::newRow("smaller repeat ignored") << 5000.0 << 3000.0 << 120.0 << false << "tw-fill-1";
+        QTest::newRow("equal repeat ignored") << 5000.0 << 5000.0 << 120.0 << false << "tw-fill-1";
         QTest::newRow("larger repeat replaces") << 3000.0 << 5000.0 << 120.0 << false << "tw-fill-2";
         QTest::newRow("exactly 300 s is a new move")
             << 5000.0 << 3000.0 << 300.0 << false << "tw-fill-2 tw-fill-1";
@@ -94,8 +95,10 @@ private Q_SLOTS:
         QFETCH(double, gap);
         QFETCH(bool, sell);
         QFETCH(QString, kept);
-        now_ = T0 + std::max(gap, 0.0);
+        // The clock moves between the two, so the first is still remembered
+        // when the second arrives: pruning must not decide the boundary.
         store().ingest({fill(1, T0, "kai", "wif", firstUsd)});
+        now_ = T0 + std::max(gap, 0.0);
         store().ingest({fill(2, T0 + gap, "kai", "wif", secondUsd, sell ? "sell" : "buy")});
         QCOMPARE(ids(store().signalList()).join(QLatin1Char(' ')), kept);
     }
@@ -117,9 +120,9 @@ private Q_SLOTS:
         QFETCH(QString, secondSide);
         QFETCH(double, gap);
         QFETCH(QString, body);
-        now_ = T0 + gap;
         store().ingest({fill(1, T0, "ana", "nvdax", 3000, "sell", true)});
         QVERIFY(store().signalList().isEmpty()); // one wallet alone is not shown
+        now_ = T0 + gap;
         store().ingest({fill(2, T0 + gap, "bo", "nvdax", 2000, secondSide.toLatin1().constData(), true)});
         QCOMPARE(store().signalList().size(), body.isEmpty() ? 0 : 1);
         if (body.isEmpty())
@@ -150,11 +153,16 @@ private Q_SLOTS:
 
     void preferencesFilter()
     {
-        store().ingest({fill(1, T0, "kai", "wif", 900), fill(2, T0, "mo", "bonk", 1500)});
+        // The default minimum is $1,000: exactly that much is shown.
+        store().ingest({fill(1, T0, "kai", "wif", 900), fill(2, T0, "mo", "bonk", 1500),
+                        fill(5, T0, "lu", "pepe", 1000)});
         store().ingest({radar("pool", 3, T0)});
-        QCOMPARE(store().heldCount(), 3);
-        QCOMPARE(ids(store().signalList()).size(), 2); // the $900 whale is held, not shown
+        QCOMPARE(store().heldCount(), 4);
+        QCOMPARE(ids(store().signalList()).size(), 3); // the $900 whale is held, not shown
         QVERIFY(!ids(store().signalList()).contains(QStringLiteral("tw-fill-1")));
+        QVERIFY(ids(store().signalList()).contains(QStringLiteral("tw-fill-5")));
+        QCOMPARE(store().telemetry().held, 4);
+        QCOMPARE(store().telemetry().visible, 3);
 
         Preferences p = store().preferences();
         p.streams[SignalKind::whale] = false;
@@ -164,7 +172,7 @@ private Q_SLOTS:
         QVERIFY(!store().updatePreferences(p)); // the same value saves nothing
 
         store().ingest({fill(3, T0 + 5, "mo", "bonk", 1200)}); // hidden whales still merge repeats
-        QCOMPARE(store().heldCount(), 3);
+        QCOMPARE(store().heldCount(), 4);
     }
 
     void publishedLists()
@@ -201,6 +209,18 @@ private Q_SLOTS:
         const QList<Signal> ticker = store().tickerSignals();
         QCOMPARE(ticker.size(), 8);
         QCOMPARE(ticker.first().id, QStringLiteral("tw-fill-150"));
+    }
+
+    // Equal scores keep the published order, newest first, in the heroes and the ticker.
+    void equalScoresKeepThePublishedOrder()
+    {
+        // $12,200 is worth 89, $10,000 88; two minutes of age cost the first one point.
+        store().ingest({fill(1, T0, "kai", "wif", 12200)});
+        now_ = T0 + 120;
+        store().ingest({fill(2, T0 + 120, "mo", "bonk", 10000)});
+        QCOMPARE(store().score(store().signalList().at(0), now_), store().score(store().signalList().at(1), now_));
+        QCOMPARE(ids(store().heroSignals()), names("tw-fill-2 tw-fill-1"));
+        QCOMPARE(ids(store().tickerSignals()), names("tw-fill-2 tw-fill-1"));
     }
 
     void scoreLosesHalfAPointPerMinute()
@@ -247,6 +267,10 @@ private Q_SLOTS:
         store().ingest({radar("pool", 4, T0 + 1)}); // one more wallet: a new headline
         QCOMPARE(signalsSpy.count(), 3);
         QCOMPARE(store().signalList().first().line.tag, std::optional(QStringLiteral("×4")));
+
+        QSignalSpy prefsSpy(&store(), &FeedStore::preferencesChanged);
+        store().setPreferences(store().preferences());
+        QCOMPARE(prefsSpy.count(), 0);
     }
 
     void clientCallbacks()

@@ -179,6 +179,7 @@ private Q_SLOTS:
         TarnwickTiming timing = quick();
         timing.openWatchdogMs = watchdogMs;
         timing.handshakeTimeoutMs = handshakeMs;
+        timing.radarIntervalMs = 60000; // each poll re-arms on the poll's own period
         makeClient(timing);
         client_->start();
         QVERIFY(waitForLink(LinkState::polling));
@@ -191,7 +192,7 @@ private Q_SLOTS:
             QVERIFY(client_->hasSocket());
             QCOMPARE(client_->socketFailures(), 0);
         }
-        QVERIFY(until([&] { return requests("/tape") >= 3; }));
+        QVERIFY(until([&] { return requests("/tape") >= 4; }));
         // A running poller is not announced twice; what never worked never dropped.
         QCOMPARE(links_, (QList<LinkState>{LinkState::connecting, LinkState::polling}));
         client_->stop();
@@ -307,6 +308,8 @@ private Q_SLOTS:
         QTest::addColumn<bool>("roundTrip");
         QTest::newRow("healthy") << int(EndpointFaultKind::None) << true;
         QTest::newRow("500") << int(EndpointFaultKind::Status500) << false;
+        QTest::newRow("204 fails like 500") << int(EndpointFaultKind::Status204) << false;
+        QTest::newRow("304 fails like 500") << int(EndpointFaultKind::Status304) << false;
         QTest::newRow("200 with a body that does not decode") << int(EndpointFaultKind::BadBody) << true;
         QTest::newRow("slower than the time-out") << int(EndpointFaultKind::Delay) << false;
         QTest::newRow("body cut short") << -1 << false;
@@ -387,6 +390,7 @@ private Q_SLOTS:
         // min(2 x failures + 2, 30) seconds, plus a jitter spread over [0, 4).
         QCOMPARE(TarnwickClient::reconnectBaseDelay(1), 4.0);
         QCOMPARE(TarnwickClient::reconnectBaseDelay(13), 28.0);
+        QCOMPARE(TarnwickClient::reconnectBaseDelay(14), 30.0);
         QCOMPARE(TarnwickClient::reconnectBaseDelay(1000), 30.0);
         double low = 4, high = 0;
         for (int i = 0; i < 2000; ++i) {
@@ -424,13 +428,19 @@ private Q_SLOTS:
         client_->ensureEnrichment();
         QVERIFY(!client_->enrichmentRunning()); // still fresh
         // A failed half keeps its last good table; the stamp is set either way.
-        const int traders = client_->traderCount();
+        const int traders = client_->traderCount(), tokens = client_->tokenCount();
         sim_->setEndpointFault(QStringLiteral("/traders"), EndpointFault{EndpointFaultKind::Status500, 0});
         now += 1;
         QVERIFY(load());
         QCOMPARE(requests("/traders"), 2);
         QCOMPARE(client_->traderCount(), traders);
         QCOMPARE(client_->enrichmentFetchedAt(), std::optional(1120.0));
+        sim_->clearFaults();
+        sim_->setEndpointFault(QStringLiteral("/tokens"), EndpointFault{EndpointFaultKind::Status500, 0});
+        client_->clearEnrichmentStamp(); // stale at once, whatever the clock says
+        QVERIFY(load());
+        QCOMPARE(requests("/tokens"), 3);
+        QCOMPARE(client_->tokenCount(), tokens);
     }
 
     void badFramesAreHarmlessAndLogged_data()

@@ -121,6 +121,7 @@ private Q_SLOTS:
         QTest::addColumn<int>("kind");
         QTest::addColumn<int>("status");
         QTest::newRow("500") << int(EndpointFaultKind::Status500) << 500;
+        QTest::newRow("204") << int(EndpointFaultKind::Status204) << 204;
         QTest::newRow("304") << int(EndpointFaultKind::Status304) << 304;
         QTest::newRow("bad body") << int(EndpointFaultKind::BadBody) << 200;
         QTest::newRow("delay") << int(EndpointFaultKind::Delay) << 200;

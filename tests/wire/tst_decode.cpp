@@ -71,6 +71,7 @@ private Q_SLOTS:
             QTest::addRow("without %s", key) << QByteArray(key) << QByteArray() << false;
         QTest::newRow("usd missing is 0") << QByteArray("usd") << QByteArray() << true;
         QTest::newRow("id as fraction") << QByteArray("id") << QByteArray("1.5") << false;
+        QTest::newRow("id as string") << QByteArray("id") << QByteArray(R"("7")") << false;
         QTest::newRow("ts as string") << QByteArray("ts") << QByteArray(R"("now")") << false;
         QTest::newRow("price null stays absent") << QByteArray("price") << QByteArray("null") << true;
         QTest::newRow("price wrong type fails") << QByteArray("price") << QByteArray(R"("1.2")") << false;
@@ -136,6 +137,7 @@ private Q_SLOTS:
                R"([{"token":"M","symbol":"P","first_ts":1,"buyers":2.5}])");
         record("token honeypot true", "token", 1, R"([{"token":"M","symbol":"P","honeypot":true}])");
         record("token honeypot is strict", "token", -1, R"([{"token":"M","symbol":"P","honeypot":1}])");
+        record("token pair_url number", "token", -1, R"([{"token":"M","symbol":"P","pair_url":5}])");
         record("trader", "trader", 1, R"([{"address":"A","handle":"k","win_rate":0.6,"closed_trades":12}])");
         record("trader handle null", "trader", -1, R"([{"address":"A","handle":null}])");
         record("one bad trader fails the list", "trader", -1,
@@ -145,6 +147,7 @@ private Q_SLOTS:
                R"({"address":"A","handle":"k","bags":[{"symbol":"W","cost_usd":10},{"symbol":"M"}]})");
         record("bag without a symbol", "detail", -1, R"({"address":"A","handle":"k","bags":[{"value":3}]})");
         record("detail bags not a list", "detail", -1, R"({"address":"A","handle":"k","bags":{}})");
+        record("detail bags null is empty", "detail", 0, R"({"address":"A","handle":"k","bags":null})");
         record("detail as a list", "detail", -1, R"([{"address":"A","handle":"k"}])");
     }
     void records()

@@ -149,7 +149,9 @@ private Q_SLOTS:
         row("999 followers", "", 999, -1, "");
         row("1000 followers", "", 1000, -1, "1K followers.");
         row("4 closes still shown", "", 0, 4, "12 of 4 closes green.");
+        row("5 closes", "", 0, 5, "12 of 5 closes green.");
         row("pile-in of one not shown", "pile-in 1", 0, -1, "");
+        row("pile-in of two shown", "pile-in 2", 0, -1, "2 tracked wallets in this pool.");
         row("huge pile-in still reads", "pile-in 5000000000", 0, -1,
             "5000000000 tracked wallets in this pool.");
     }
@@ -243,11 +245,35 @@ private Q_SLOTS:
         QCOMPARE(s ? s->id : QString(), id);
     }
 
+    // The win rate from five closed trades on; the trade count from the
+    // detail record, else from the trader record.
+    void walletProfile_data()
+    {
+        QTest::addColumn<qint64>("closed"); // -1: no trader record
+        QTest::addColumn<qint64>("numTrades"); // -1: absent from the detail
+        QTest::addColumn<OptDouble>("winRate");
+        QTest::addColumn<std::optional<qint64>>("tradeCount");
+        QTest::addColumn<OptDouble>("pnlRatio");
+        using Count = std::optional<qint64>;
+        QTest::newRow("5 closed trades") << qint64(5) << qint64(-1) << OptDouble(0.62) << Count(77) << OptDouble(-0.25);
+        QTest::newRow("4 closed trades") << qint64(4) << qint64(-1) << OptDouble() << Count(77) << OptDouble(-0.25);
+        QTest::newRow("the detail's count first") << qint64(5) << qint64(9) << OptDouble(0.62) << Count(9)
+                                                  << OptDouble(-0.25);
+        QTest::newRow("no trader record") << qint64(-1) << qint64(9) << OptDouble() << Count(9) << OptDouble();
+        QTest::newRow("no count anywhere") << qint64(-1) << qint64(-1) << OptDouble() << Count() << OptDouble();
+    }
     void walletProfile()
     {
+        QFETCH(qint64, closed);
+        QFETCH(qint64, numTrades);
+        QFETCH(OptDouble, winRate);
+        QFETCH(std::optional<qint64>, tradeCount);
+        QFETCH(OptDouble, pnlRatio);
         TwTraderDetail d;
         d.address = QStringLiteral("A");
         d.handle = QStringLiteral("kai");
+        if (numTrades >= 0)
+            d.numTrades = numTrades;
         const auto bag = [](const char *symbol, OptDouble opened, OptDouble pnl, OptDouble age) {
             return TwTraderDetail::Bag{QLatin1String(symbol), {}, 100, opened, pnl, age};
         };
@@ -255,17 +281,21 @@ private Q_SLOTS:
         d.bags = {bag("E", 500, {}, 600),  bag("A", 100, 10, 60),  bag("X", {}, 1, 1),
                   bag("C", 300, -5, 1800), bag("B", 200, {}, 120), bag("D", 400, 50, {})};
         TwTrader t;
-        t.closedTrades = 5;
+        t.closedTrades = closed;
+        t.winRate = 0.62;
         t.openCost = 1000;
         t.unrealizedPnl = -250;
-        const WalletProfile w = SignalRules::walletProfile(d, &t);
-        QCOMPARE(w.pnlRatio, std::optional(-0.25));
+        t.fills = 77;
+        const WalletProfile w = SignalRules::walletProfile(d, closed >= 0 ? &t : nullptr);
+        QCOMPARE(w.label, std::optional(QStringLiteral("@kai")));
+        QCOMPARE(w.winRate, winRate);
+        QCOMPARE(w.tradeCount, tradeCount);
+        QCOMPARE(w.pnlRatio, pnlRatio);
         QCOMPARE(w.medianHoldMinutes, std::optional<qint64>(10)); // of 1, 2, 10 and 30 minutes
         QCOMPARE(w.recentTrades.size(), 4);
         QCOMPARE(w.recentTrades[0].tokenSymbol, QStringLiteral("E"));
         QCOMPARE(w.recentTrades[3].tokenSymbol, QStringLiteral("B"));
-        d.numTrades = 9; // without a trader record
-        QCOMPARE(SignalRules::walletProfile(d, nullptr).tradeCount, std::optional<qint64>(9));
+        QCOMPARE(w.recentTrades[2].pnlRatio, std::optional(-0.05)); // the bag's -5 is a percent
     }
 
     void marketSession_data()
@@ -274,8 +304,14 @@ private Q_SLOTS:
         QTest::addColumn<MarketSession>("session");
         QTest::newRow("09:30 summer") << newYork(2026, 7, 15, 9, 30) << MarketSession::regular;
         QTest::newRow("16:00 winter") << newYork(2026, 1, 15, 16, 0) << MarketSession::post;
-        // 2026-03-08, the spring clock change: 13:29 UTC is still before the open.
+        // The days of the clock changes: 2026-03-08 (EST -> EDT) and 2026-11-01 (EDT -> EST).
         QTest::newRow("13:29 UTC on the spring change day") << 1772976540.0 << MarketSession::pre;
+        QTest::newRow("13:30 UTC on the spring change day") << 1772976600.0 << MarketSession::regular;
+        QTest::newRow("20:59 UTC on the autumn change day") << 1793566740.0 << MarketSession::regular;
+        QTest::newRow("21:00 UTC on the autumn change day") << 1793566800.0 << MarketSession::post;
+        // 14:00 UTC is 09:00 in winter (pre) but 10:00 in summer (regular).
+        QTest::newRow("14:00 UTC in January") << 1767276000.0 << MarketSession::pre;
+        QTest::newRow("14:00 UTC in July") << 1783000800.0 << MarketSession::regular;
         QTest::newRow("saturday counts as regular") << newYork(2026, 11, 21, 11, 0) << MarketSession::regular;
     }
     void marketSession()

@@ -63,6 +63,8 @@ private Q_SLOTS:
         QCOMPARE(t.buckets[23], 640.0);
         QCOMPARE(std::accumulate(t.buckets.begin(), t.buckets.end(), 0.0), 670.0);
         QCOMPARE(t.rail.size(), 7);
+        QCOMPARE(t.held, 7);
+        QCOMPARE(t.visible, 3);
     }
 
     void railIsLogarithmicAndKeepsTheLast48()

@@ -1,0 +1,172 @@
+// The stream's list model as views see it: every change announced in the
+// shape Qt's views require (checked by QAbstractItemModelTester), and the
+// count that QML binds to announced whenever it moves, and only then.
+
+#include "Feed/FeedStore.h"
+#include "IsolatedSettings.h"
+#include "Panel/SignalListModel.h"
+
+#include <QAbstractItemModelTester>
+#include <QSignalSpy>
+#include <QTest>
+
+namespace {
+constexpr double T0 = 1'700'000'000;
+
+// Letters stand for signals; a later letter is a newer one.
+QList<Signal> listOf(const QString &letters, const QString &body = QStringLiteral("added"))
+{
+    QList<Signal> out;
+    for (const QString &l : letters.split(QLatin1Char(' '), Qt::SkipEmptyParts)) {
+        Signal s;
+        s.id = QStringLiteral("tw-fill-") + l;
+        s.kind = SignalKind::whale;
+        s.line.ticker = QStringLiteral("$") + l.toUpper();
+        s.line.body = body;
+        s.createdAt = T0 + l.at(0).unicode();
+        s.expiresAt = s.createdAt + 3600;
+        out << s;
+    }
+    return out;
+}
+
+QString idsOf(const SignalListModel &model)
+{
+    QStringList out;
+    for (int row = 0; row < model.rowCount(); ++row)
+        out << model.index(row).data(SignalListModel::IdRole).toString().mid(8);
+    return out.join(QLatin1Char(' '));
+}
+
+TwFill whale(qint64 id, double ts, const char *handle, const char *token, double usd)
+{
+    TwFill f;
+    f.id = id;
+    f.ts = ts;
+    f.side = QStringLiteral("buy");
+    f.usd = usd;
+    f.handle = QLatin1String(handle);
+    f.wallet = QStringLiteral("W") + f.handle;
+    f.token = QLatin1String(token);
+    f.symbol = f.token.toUpper();
+    return f;
+}
+} // namespace
+
+class SignalListTest : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    void initTestCase() { isolateSettings(); }
+
+    void transitions_data()
+    {
+        QTest::addColumn<QString>("before");
+        QTest::addColumn<QString>("after");
+        QTest::addColumn<int>("resets"); // a new order cannot be told as moves
+        QTest::newRow("from empty") << "" << "c b a" << 0;
+        QTest::newRow("a newer one on top") << "b a" << "c b a" << 0;
+        QTest::newRow("one into the middle") << "c a" << "c b a" << 0;
+        QTest::newRow("one leaves") << "c b a" << "c a" << 0;
+        QTest::newRow("all replaced, same count") << "b a" << "d c" << 0;
+        QTest::newRow("same rows") << "b a" << "b a" << 0;
+        QTest::newRow("a new order") << "a b c" << "c b a" << 1;
+        QTest::newRow("to empty") << "c b a" << "" << 0;
+    }
+    void transitions()
+    {
+        QFETCH(QString, before);
+        QFETCH(QString, after);
+        QFETCH(int, resets);
+        SignalListModel model(nullptr);
+        QAbstractItemModelTester tester(&model, QAbstractItemModelTester::FailureReportingMode::QtTest);
+        model.setSignals(listOf(before), T0);
+        QSignalSpy count(&model, &SignalListModel::countChanged);
+        QSignalSpy reset(&model, &QAbstractItemModel::modelReset);
+        model.setSignals(listOf(after, QStringLiteral("dumped")), T0 + 60);
+        QCOMPARE(idsOf(model), after);
+        QCOMPARE(model.count(), model.rowCount());
+        QCOMPARE(count.count(), listOf(before).size() == listOf(after).size() ? 0 : 1);
+        QCOMPARE(reset.count(), resets);
+        // Rows that stayed carry the new text too.
+        for (int row = 0; row < model.rowCount(); ++row)
+            QVERIFY(model.index(row).data(SignalListModel::BodyRole).toString() == QStringLiteral("dumped"));
+    }
+
+    // A wallet that never won still has a win rate; one without a record has none.
+    void winRateRoles_data()
+    {
+        QTest::addColumn<std::optional<double>>("winRate");
+        QTest::addColumn<bool>("has");
+        QTest::addColumn<double>("rate");
+        QTest::newRow("no wallet record") << std::optional<double>() << false << 0.0;
+        QTest::newRow("never won") << std::optional<double>(0.0) << true << 0.0;
+        QTest::newRow("most won") << std::optional<double>(0.75) << true << 0.75;
+    }
+    void winRateRoles()
+    {
+        QFETCH(std::optional<double>, winRate);
+        QFETCH(bool, has);
+        QFETCH(double, rate);
+        QList<Signal> list = listOf(QStringLiteral("a"));
+        list[0].wallet = WalletRef{QStringLiteral("Wkai"), QStringLiteral("@kai"), winRate};
+        SignalListModel model(nullptr);
+        model.setSignals(list, T0);
+        QCOMPARE(model.index(0).data(SignalListModel::HasWinRateRole).toBool(), has);
+        QCOMPARE(model.index(0).data(SignalListModel::WinRateRole).toDouble(), rate);
+    }
+
+    // Driven by the store as the panel drives it: inserts, merges, filters,
+    // mutes and expiry, with the count checked after each.
+    void followsTheStore()
+    {
+        double now = T0;
+        FeedStore store(new TarnwickClient(QStringLiteral("http://127.0.0.1:9/api"),
+                                           QStringLiteral("ws://127.0.0.1:9/ws"), TarnwickTiming{},
+                                           [&] { return now; }),
+                        [&] { return now; });
+        store.setPreferences(Preferences::defaults());
+        SignalListModel model(&store);
+        QAbstractItemModelTester tester(&model, QAbstractItemModelTester::FailureReportingMode::QtTest);
+        const auto follow = [&] { model.setSignals(store.visibleSignals(), now); };
+        connect(&store, &FeedStore::signalsChanged, &model, follow);
+        connect(&store, &FeedStore::filterChanged, &model, follow);
+        QSignalSpy count(&model, &SignalListModel::countChanged);
+        int expected = 0;
+        const auto step = [&](int rows) { // before a change that leaves `rows`
+            if (rows != model.count())
+                ++expected;
+        };
+
+        store.ingest({whale(1, T0, "kai", "wif", 5000), whale(2, T0 + 1, "mo", "bonk", 6000)});
+        QCOMPARE(model.count(), 2);
+        QCOMPARE(count.count(), 1);
+        now = T0 + 10;
+        store.ingest({whale(3, T0 + 10, "kai", "wif", 9000)}); // a larger repeat replaces the first
+        QCOMPARE(idsOf(model), QStringLiteral("3 2"));
+        QCOMPARE(count.count(), 1);
+        store.ingest({whale(4, T0 + 11, "lu", "pepe", 7000), whale(5, T0 + 12, "jo", "wif", 8000)});
+        QCOMPARE(idsOf(model), QStringLiteral("5 4 3 2"));
+        QCOMPARE(count.count(), 2);
+
+        expected = int(count.count());
+        step(0);
+        store.setFilter(FeedFilter::of(SignalKind::spike));
+        QCOMPARE(model.count(), 0);
+        step(4);
+        store.setFilter(FeedFilter::all());
+        QCOMPARE(model.count(), 4);
+        Preferences muted = Preferences::defaults();
+        muted.mutedTokens = {QStringLiteral("WIF")};
+        step(2);
+        QVERIFY(store.updatePreferences(muted));
+        QCOMPARE(idsOf(model), QStringLiteral("4 2"));
+        now = T0 + 1 + 3600; // the oldest shown expires
+        step(1);
+        store.rebuild();
+        QCOMPARE(idsOf(model), QStringLiteral("4"));
+        QCOMPARE(count.count(), expected);
+    }
+};
+
+QTEST_GUILESS_MAIN(SignalListTest)
+#include "tst_signal_list.moc"
