@@ -155,37 +155,45 @@ int frames(const QString &dir)
                  segment(SignalKind::stocks, QStringLiteral("NVDAx"), QStringLiteral("3 wallets bought"),
                          QStringLiteral("$1.20M"))},
                 false);
+    const auto shot = [&view, scale](double t) {
+        QImage one(QSize(170, 24) * scale, QImage::Format_ARGB32_Premultiplied);
+        one.setDevicePixelRatio(scale);
+        one.fill(QColor(30, 31, 36));
+        QPainter fp(&one);
+        view.paintAt(fp, QSizeF(170, 24), t);
+        return one;
+    };
+    // The film strip: the row at rest before the flip, then each frame of it.
+    QList<QImage> shots{shot(view.now())};
     view.flip();
-    const double start = view.now();
-    const QList<double> flip = frameTimes(view, start);
-    printFrames("flip (1x), after its start", flip, start);
-    std::printf("%-28s %2d frames:", "flip (2x), after its start", int(StatusStreamView::flipFrameTimes(2).size()));
+    // The flip draws its first step at once: its clock started that far back.
+    const double start = view.now() - StatusStreamView::flipFrameTimes(1).first();
+    const QList<double> flip = frameTimes(view, view.now());
+    std::printf("%-28s %2d frames after the flip's own:", "flip (1x)", int(flip.size()));
+    for (double f : flip)
+        std::printf(" %.0f", (f - view.now()) * 1000);
+    std::printf(" ms\n  on its curve at:");
+    for (double at : StatusStreamView::flipFrameTimes(1))
+        std::printf(" %.0f", at * 1000);
+    std::printf(" ms\n");
+    std::printf("%-28s %2d frames on its curve at:", "flip (2x)", int(StatusStreamView::flipFrameTimes(2).size()));
     for (double at : StatusStreamView::flipFrameTimes(2))
         std::printf(" %.0f", at * 1000);
     std::printf(" ms\n  row offset at 2x (device px):");
     for (double at : StatusStreamView::flipFrameTimes(2))
         std::printf(" %.1f", StatusStreamView::rowTravel * scale * Easing::flip.valueAt(at / StatusStreamView::flipDuration));
-    std::printf("\n  for comparison, 30 Hz ticks until the flip's end would be %d frames\n",
-                int(std::ceil((StatusStreamView::flipDuration + 0.08) * 30)));
+    std::printf("\n  wake-ups per flip: %d (30 Hz ticks until it lands, and the flip's own: %d)\n",
+                int(flip.size()) + 1, int(std::ceil(StatusStreamView::flipDuration * 30)) + 1);
 
-    // The film strip: the frame before the flip's first, then each frame it asks for.
-    QList<double> shots{start};
     for (double at : StatusStreamView::flipFrameTimes(scale))
-        shots << start + at;
-    // Each frame on its own, as the strip would show it, with a gap between them.
+        shots << shot(start + at);
+    // One under the other, with a gap between them.
     QImage strip(QSize(170, 28 * int(shots.size())) * scale, QImage::Format_ARGB32_Premultiplied);
     strip.setDevicePixelRatio(scale);
     strip.fill(Qt::white);
     QPainter p(&strip);
-    for (qsizetype i = 0; i < shots.size(); ++i) {
-        QImage one(QSize(170, 24) * scale, QImage::Format_ARGB32_Premultiplied);
-        one.setDevicePixelRatio(scale);
-        one.fill(QColor(30, 31, 36));
-        QPainter fp(&one);
-        view.paintAt(fp, QSizeF(170, 24), shots[i]);
-        fp.end();
-        p.drawImage(QPointF(0, 28 * double(i)), one);
-    }
+    for (qsizetype i = 0; i < shots.size(); ++i)
+        p.drawImage(QPointF(0, 28 * double(i)), shots[i]);
     p.end();
     const QString path = QDir(dir).filePath(QStringLiteral("flip-frames.png"));
     if (!strip.save(path)) {

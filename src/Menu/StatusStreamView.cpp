@@ -10,13 +10,14 @@
 #include <QPainter>
 #include <QTimer>
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 
 namespace {
 constexpr double takeoverFrame = 1.0 / 30; // fades, the entrance and the slide
 constexpr double rollFrame = 1.0 / 60;     // the figure counting up moves its digits faster
-constexpr double ringFrame = 0.08;         // the ring grows by about a point per frame
+constexpr double ringFrame = 0.1;          // the ring grows by at most 1.5 points a frame
 constexpr double flipStep = 3.5;           // the most a flip frame moves the row, in points
 constexpr double laneFade = 0.26;          // dimming and blurring of the stream
 constexpr double focalFadeIn = 0.18;       // the focal layer's opacity
@@ -28,6 +29,15 @@ constexpr int unblurDelayMs = 360;
 
 // The focal layer's entrance: mass 0.7, stiffness 260, damping 16, from 0 to 1.
 constexpr Spring popSpring{0.7, 260, 16};
+
+// What a badge shows, as the start of its cache key (the size follows).
+QString badgeKey(const StreamSegment &segment, const std::optional<QString> &figure)
+{
+    const QChar sep(0x1f);
+    return QString::number(int(segment.kind)) + sep + segment.line.ticker + sep +
+           segment.line.tag.value_or(QString()) + sep + figure.value_or(segment.line.figure.value_or(QString())) +
+           sep;
+}
 
 double devicePixelRatioOf(const QPainter &p)
 {
@@ -81,7 +91,15 @@ void StatusStreamView::update(const QList<StreamSegment> &rows, bool paused)
         const qsizetype at = rows_.isEmpty() ? -1 : rows.indexOf(shown);
         rows_ = rows;
         index_ = at >= 0 ? int(at) : 0;
-        badges_.clear();
+        // The badges of rows that stay are kept: scores age, so the list
+        // reorders now and then without anything new to draw.
+        QStringList staying;
+        for (const StreamSegment &row : rows_)
+            staying << badgeKey(row, std::nullopt);
+        badges_.removeIf([&staying](const QHash<QString, QImage>::iterator &it) {
+            return std::none_of(staying.cbegin(), staying.cend(),
+                                [&it](const QString &prefix) { return it.key().startsWith(prefix); });
+        });
         redrawRow(false);
     }
     rescheduleFlip();
@@ -117,8 +135,11 @@ void StatusStreamView::setReduceMotion(bool on)
 void StatusStreamView::redrawRow(bool animated)
 {
     if (animated && !reduceMotion_) {
-        flipStarted_ = now();
-        pump(flipDuration + 0.08);
+        // The flip's clock starts one step back, so that the wake-up that
+        // flips draws the first step: a frame of the row still at rest would
+        // cost a wake-up of its own and show nothing move.
+        flipStarted_ = now() - flipSchedule(std::max(1.0, devicePixelRatioF())).first();
+        pump(flipDuration);
     } else {
         flipStarted_ = -10;
         flipFrom_.reset();
@@ -203,15 +224,18 @@ QList<double> StatusStreamView::flipFrameTimes(double scale)
     return times;
 }
 
+const QList<double> &StatusStreamView::flipSchedule(double scale) const
+{
+    if (scale != flipScheduleScale_) {
+        flipScheduleScale_ = scale;
+        flipSchedule_ = flipFrameTimes(scale);
+    }
+    return flipSchedule_;
+}
+
 double StatusStreamView::flipLandsAfter(double scale) const
 {
-    // The last of the frames, cached per scale: paintLane asks on every frame.
-    static thread_local double cachedScale = -1, cachedLanding = 0;
-    if (scale != cachedScale) {
-        cachedScale = scale;
-        cachedLanding = flipFrameTimes(scale).last();
-    }
-    return cachedLanding;
+    return flipSchedule(scale).last();
 }
 
 std::optional<double> StatusStreamView::nextFrameAfter(double t) const
@@ -227,7 +251,7 @@ std::optional<double> StatusStreamView::nextFrameAfter(double t) const
     // A frame drawn within 2 ms of one of the flip's own times was that frame.
     const double scale = std::max(1.0, devicePixelRatioF());
     if (flipFrom_ && t < flipStarted_ + flipLandsAfter(scale)) {
-        for (double at : flipFrameTimes(scale))
+        for (double at : flipSchedule(scale))
             if (flipStarted_ + at > t + 0.002) {
                 want(flipStarted_ + at);
                 break;
@@ -321,10 +345,7 @@ QImage StatusStreamView::cachedBadge(const StreamSegment &segment, const std::op
         if (m.height == height && m.scale == scale && m.figure == figure && m.segment == segment)
             return m.image;
     const QChar sep(0x1f);
-    const QString key = QString::number(int(segment.kind)) + sep + segment.line.ticker + sep +
-                        segment.line.tag.value_or(QString()) + sep +
-                        figure.value_or(segment.line.figure.value_or(QString())) + sep +
-                        QString::number(height) + sep + QString::number(scale);
+    const QString key = badgeKey(segment, figure) + QString::number(height) + sep + QString::number(scale);
     auto it = badges_.find(key);
     if (it == badges_.end()) {
         if (badges_.size() > 48) // a rolling figure makes a few dozen; never let them pile up

@@ -5,8 +5,8 @@
 // dimmed behind it while it rolls in.
 // Frames are painted as a function of time. A single-shot pump asks for the
 // next frame only when something on screen will have moved by then, and stops
-// when nothing moves, so the process sleeps between animations: a flip is six
-// wake-ups, a ping's ring seven.
+// when nothing moves, so the process sleeps between animations: a flip costs
+// five wake-ups, a ping's ring five after the frame that brought it.
 
 #include "Feed/LinkState.h"
 #include "Wire/Telemetry.h"
@@ -38,9 +38,9 @@ public:
     static constexpr double focalBlurRadius = 2.2;
     static constexpr double pingRingMax = 6.5; // the ring's outer radius, from the dot's 2.5
     static constexpr double rowTravel = 17;    // how far a flip moves the row, in points
-    // The ring fades with the cube of its remaining life; past this age it is
-    // under two steps of alpha, and nothing is drawn.
-    static constexpr double pingVisibleFor = 0.53;
+    // The ring fades with the cube of its remaining life over 0.7 s; past
+    // this age it is a 1-pixel line under four steps of alpha, and nothing is drawn.
+    static constexpr double pingVisibleFor = 0.5;
 
     explicit StatusStreamView(QWidget *parent = nullptr);
 
@@ -68,10 +68,11 @@ public:
     void paintAt(QPainter &p, const QSizeF &size, double t) const;
     double now() const { return double(clock_.nsecsElapsed()) / 1e9; }
 
-    // When a flip's frames are drawn, in seconds after it starts, at a device
-    // pixel ratio: equal steps of the row's travel (a few points each, less
-    // than 30 Hz frames take in the curve's fast middle), the last one when
-    // the row reaches its resting pixel and the outgoing row is gone.
+    // Where a flip's frames fall on its curve, in seconds, at a device pixel
+    // ratio: equal steps of the row's travel (a few points each, less than
+    // 30 Hz frames took in the curve's fast middle), the last one when the
+    // row reaches its resting pixel and the outgoing row is gone. The flip's
+    // own wake-up draws the first; the view asks for the others.
     static QList<double> flipFrameTimes(double scale);
     // When the next frame after one drawn at t is due; none once nothing moves.
     std::optional<double> nextFrameAfter(double t) const;
@@ -107,6 +108,7 @@ private:
     void pump(double seconds);
     void schedule(double t);
     double takeoverEnd() const;
+    const QList<double> &flipSchedule(double scale) const; // flipFrameTimes, kept per scale
     double flipLandsAfter(double scale) const;
     bool rolling(double t) const;
     void release(bool wasShowing);
@@ -164,6 +166,8 @@ private:
     };
     mutable std::array<BadgeMemo, 3> badgeMemo_;
     mutable int nextMemo_ = 0;
+    mutable double flipScheduleScale_ = -1;
+    mutable QList<double> flipSchedule_;
     mutable QImage dotSprite_;
     mutable QColor dotColour_;
     mutable QPointF dotPhase_;
