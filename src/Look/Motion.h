@@ -1,6 +1,9 @@
 #pragma once
 // The named motion curves shared by the strip and the panel.
 
+#include "Look/Easing.h"
+#include "Look/Spring.h"
+
 namespace Motion {
 // Springs are response (s) and damping fraction; glide is an ease-out.
 struct Curve {
@@ -15,6 +18,7 @@ struct Curve {
     double valueAt(double t) const;
     // Time after which the curve stays within 0.1 % of its target.
     double settlingDuration() const;
+    ::Spring spring() const { return ::Spring::fromResponse(response, damping); }
 };
 inline constexpr Curve snap{Curve::Spring, 0.34, 0.76};
 inline constexpr Curve settle{Curve::Spring, 0.52, 0.88};

@@ -32,7 +32,6 @@ public:
     void consider(const QList<Signal> &list, double threshold, const QSet<QString> &watched = {});
 
     const std::optional<Signal> &current() const { return current_; }
-    bool isWarmedUp() const { return warmedUp_; }
     // The app's first answers do not all come at once: while held, every call
     // only records what is there, and the warm-up ends at the first call
     // after the release.

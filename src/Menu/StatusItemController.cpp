@@ -293,11 +293,18 @@ StatusItemController::StatusItemController(FeedStore *store, QObject *parent) : 
     render(store_->preferences().paused);
 
     // The bar's shade is looked at every few seconds (a small grab of the bar
-    // above the strip), so a light/dark switch shows within seconds.
+    // above the strip), so a light/dark switch shows within seconds. While the
+    // ticker flips, the look rides on its flips, when the process is awake
+    // anyway; the timer fires only while the ticker stands still.
     barWatch_ = new QTimer(this);
-    barWatch_->setInterval(3000);
+    barWatch_->setInterval(barLookMs + 1000);
     barWatch_->setTimerType(Qt::CoarseTimer);
     connect(barWatch_, &QTimer::timeout, this, [this] { followBarColour(true); });
+    connect(view_, &StatusStreamView::flipped, this, [this] {
+        if (barSampled_.elapsed() >= barLookMs - 500)
+            followBarColour(true);
+        barWatch_->start();
+    });
     followBarColour(true);
     barWatch_->start();
 

@@ -38,6 +38,7 @@ public:
     static constexpr int markWidth = 13;
     static constexpr int itemWidth = 196;
     static constexpr int defaultBarHeight = 24;
+    static constexpr int barLookMs = 3000; // how often the bar's shade is looked at
 
     explicit StatusItemController(FeedStore *store, QObject *parent = nullptr);
     ~StatusItemController() override;

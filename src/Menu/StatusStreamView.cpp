@@ -1,111 +1,42 @@
 #include "Menu/StatusStreamView.h"
 
+#include "Menu/Blur.h"
 #include "Menu/Paint.h"
 #include "Support/Format.h"
+#include "Look/Easing.h"
 #include "Look/ReducedMotion.h"
-#include "Look/Motion.h"
+#include "Look/Spring.h"
 
 #include <QPainter>
 #include <QTimer>
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
-#include <vector>
 
 namespace {
-constexpr int framePeriodMs = 33;     // the pump's 30 Hz
-constexpr double laneFade = 0.26;     // dimming and blurring of the stream
-constexpr double focalFadeIn = 0.18;  // the focal layer's opacity
-constexpr double focalFadeOut = 0.2;  // after a release
-constexpr double slideDuration = 0.2; // one focal trade replacing another
-constexpr double rollDuration = 0.55; // the figure counting up
+constexpr double takeoverFrame = 1.0 / 30; // fades, the entrance and the slide
+constexpr double rollFrame = 1.0 / 60;     // the figure counting up moves its digits faster
+constexpr double ringFrame = 0.1;          // the ring grows by at most 1.5 points a frame
+constexpr double flipStep = 3.5;           // the most a flip frame moves the row, in points
+constexpr double laneFade = 0.26;          // dimming and blurring of the stream
+constexpr double focalFadeIn = 0.18;       // the focal layer's opacity
+constexpr double focalFadeOut = 0.2;       // after a release
+constexpr double slideDuration = 0.2;      // one focal trade replacing another
+constexpr double rollDuration = 0.55;      // the figure counting up
+constexpr double takeoverSettles = 0.8;    // the entrance spring is still by then
 constexpr int unblurDelayMs = 360;
 
-// cubic-bezier(x1, 0, x2, 1) solved for x by bisection.
-double bezier(double x, double x1, double x2)
-{
-    x = std::clamp(x, 0.0, 1.0);
-    double lo = 0, hi = 1, u = x;
-    for (int i = 0; i < 30; ++i) {
-        u = (lo + hi) / 2;
-        const double bx = 3 * (1 - u) * (1 - u) * u * x1 + 3 * (1 - u) * u * u * x2 + u * u * u;
-        (bx < x ? lo : hi) = u;
-    }
-    return 3 * (1 - u) * u * u + u * u * u;
-}
-
-// The flip: a quick start and a soft landing.
-double flipCurve(double x)
-{
-    return bezier(x, 0.36, 0.14);
-}
-
-// The implicit transactions' ease-in-ease-out.
-double easeInOut(double x)
-{
-    return bezier(x, 0.42, 0.58);
-}
-
 // The focal layer's entrance: mass 0.7, stiffness 260, damping 16, from 0 to 1.
-double popSpring(double t)
-{
-    if (t <= 0)
-        return 0;
-    const double m = 0.7, k = 260, c = 16;
-    const double w0 = std::sqrt(k / m);
-    const double z = c / (2 * std::sqrt(k * m));
-    const double wd = w0 * std::sqrt(1 - z * z);
-    return 1 - std::exp(-z * w0 * t) * (std::cos(wd * t) + z * w0 / wd * std::sin(wd * t));
-}
+constexpr Spring popSpring{0.7, 260, 16};
 
-// Separable Gaussian over a premultiplied image; outside the image is
-// transparent. Fixed point (16 fractional bits) keeps it quick enough for the
-// frames of a takeover's fade.
-QImage gaussianBlur(const QImage &source, double sigma)
+// What a badge shows, as the start of its cache key (the size follows).
+QString badgeKey(const StreamSegment &segment, const std::optional<QString> &figure)
 {
-    if (sigma < 0.05)
-        return source;
-    const QImage src = source.convertToFormat(QImage::Format_ARGB32_Premultiplied);
-    const int r = int(std::ceil(sigma * 3));
-    std::vector<double> weights(size_t(2 * r + 1));
-    double sum = 0;
-    for (int i = -r; i <= r; ++i)
-        sum += weights[size_t(i + r)] = std::exp(-(i * i) / (2 * sigma * sigma));
-    std::vector<quint32> kernel(weights.size());
-    for (size_t i = 0; i < weights.size(); ++i)
-        kernel[i] = quint32(std::lround(weights[i] / sum * 65536.0));
-    const int w = src.width(), h = src.height();
-    // One pass along rows (step 1) or along columns (step: one scan line).
-    auto pass = [&](const QImage &in, bool horizontal) {
-        QImage out(in.size(), in.format());
-        const int lines = horizontal ? h : w, length = horizontal ? w : h;
-        const qsizetype stride = in.bytesPerLine() / 4;
-        const qsizetype step = horizontal ? 1 : stride;
-        const auto *base = reinterpret_cast<const quint32 *>(in.constBits());
-        auto *outBase = reinterpret_cast<quint32 *>(out.bits());
-        for (int line = 0; line < lines; ++line) {
-            const quint32 *row = horizontal ? base + line * stride : base + line;
-            quint32 *dst = horizontal ? outBase + line * stride : outBase + line;
-            for (int x = 0; x < length; ++x) {
-                quint32 a = 0, rr = 0, g = 0, b = 0;
-                const int from = std::max(-r, -x), to = std::min(r, length - 1 - x);
-                for (int i = from; i <= to; ++i) {
-                    const quint32 px = row[(x + i) * step];
-                    const quint32 k = kernel[size_t(i + r)];
-                    a += k * (px >> 24);
-                    rr += k * ((px >> 16) & 0xff);
-                    g += k * ((px >> 8) & 0xff);
-                    b += k * (px & 0xff);
-                }
-                const auto channel = [](quint32 v) { return std::min<quint32>(255, (v + 32768) >> 16); };
-                dst[x * step] = (channel(a) << 24) | (channel(rr) << 16) | (channel(g) << 8) | channel(b);
-            }
-        }
-        return out;
-    };
-    QImage out = pass(pass(src, true), false);
-    out.setDevicePixelRatio(source.devicePixelRatio());
-    return out;
+    const QChar sep(0x1f);
+    return QString::number(int(segment.kind)) + sep + segment.line.ticker + sep +
+           segment.line.tag.value_or(QString()) + sep + figure.value_or(segment.line.figure.value_or(QString())) +
+           sep;
 }
 
 double devicePixelRatioOf(const QPainter &p)
@@ -123,37 +54,12 @@ StatusStreamView::StatusStreamView(QWidget *parent) : QWidget(parent), reduceMot
     flipTimer_->setTimerType(Qt::CoarseTimer); // a little slack lets the system batch wake-ups
     connect(flipTimer_, &QTimer::timeout, this, &StatusStreamView::flip);
     pumpTimer_ = new QTimer(this);
-    pumpTimer_->setInterval(framePeriodMs);
-    pumpTimer_->setTimerType(Qt::PreciseTimer);
+    pumpTimer_->setSingleShot(true);
+    pumpTimer_->setTimerType(Qt::PreciseTimer); // frames are placed on the curve, not on a grid
     connect(pumpTimer_, &QTimer::timeout, this, [this] {
-        // The pump outlives the animations by a little; present() draws only
-        // what moved since the last frame, so its last ticks cost next to nothing.
         const double t = now();
         present(t);
-        // Once every animation has drawn its settled frame, the rest of the
-        // pump's margin would only wake the process to draw nothing.
-        constexpr int settled = std::numeric_limits<int>::max();
-        const bool still = takeoverSettled_ && presentedFlip_ == settled && presentedPing_ == settled;
-        if (t > pumpUntil_ || still) {
-            pumpTimer_->stop();
-            return;
-        }
-        // A ping alone (the link's heartbeat, one per socket frame) is a small
-        // ring in the corner: half the rate is enough for it, and on a quiet
-        // tape those rings are most of what wakes the process. Flips and
-        // takeovers keep the full rate.
-        const int interval =
-            takeoverSettled_ && presentedFlip_ == settled ? 2 * framePeriodMs : framePeriodMs;
-        if (pumpTimer_->interval() != interval)
-            pumpTimer_->setInterval(interval);
-    });
-    rollTimer_ = new QTimer(this);
-    rollTimer_->setInterval(16);
-    rollTimer_->setTimerType(Qt::PreciseTimer);
-    connect(rollTimer_, &QTimer::timeout, this, [this] {
-        QWidget::update();
-        if (now() - rollStarted_ > rollDuration)
-            rollTimer_->stop();
+        schedule(t);
     });
     unblurTask_ = new QTimer(this);
     unblurTask_->setSingleShot(true);
@@ -171,11 +77,6 @@ bool StatusStreamView::hasFlipTimer() const
     return flipTimer_->isActive();
 }
 
-bool StatusStreamView::hasRollTimer() const
-{
-    return rollTimer_->isActive();
-}
-
 bool StatusStreamView::hasPumpTimer() const
 {
     return pumpTimer_->isActive();
@@ -190,7 +91,15 @@ void StatusStreamView::update(const QList<StreamSegment> &rows, bool paused)
         const qsizetype at = rows_.isEmpty() ? -1 : rows.indexOf(shown);
         rows_ = rows;
         index_ = at >= 0 ? int(at) : 0;
-        badges_.clear();
+        // The badges of rows that stay are kept: scores age, so the list
+        // reorders now and then without anything new to draw.
+        QStringList staying;
+        for (const StreamSegment &row : rows_)
+            staying << badgeKey(row, std::nullopt);
+        badges_.removeIf([&staying](const QHash<QString, QImage>::iterator &it) {
+            return std::none_of(staying.cbegin(), staying.cend(),
+                                [&it](const QString &prefix) { return it.key().startsWith(prefix); });
+        });
         redrawRow(false);
     }
     rescheduleFlip();
@@ -214,6 +123,7 @@ void StatusStreamView::flip()
     index_ = (index_ + 1) % int(rows_.size());
     railPhase_ += railStep;
     redrawRow(true);
+    Q_EMIT flipped();
 }
 
 void StatusStreamView::setReduceMotion(bool on)
@@ -225,8 +135,11 @@ void StatusStreamView::setReduceMotion(bool on)
 void StatusStreamView::redrawRow(bool animated)
 {
     if (animated && !reduceMotion_) {
-        flipStarted_ = now();
-        pump(flipDuration + 0.08);
+        // The flip's clock starts one step back, so that the wake-up that
+        // flips draws the first step: a frame of the row still at rest would
+        // cost a wake-up of its own and show nothing move.
+        flipStarted_ = now() - flipSchedule(std::max(1.0, devicePixelRatioF())).first();
+        pump(flipDuration);
     } else {
         flipStarted_ = -10;
         flipFrom_.reset();
@@ -268,18 +181,93 @@ void StatusStreamView::ping()
 
 void StatusStreamView::pump(double seconds)
 {
-    pumpUntil_ = std::max(pumpUntil_, now() + seconds);
-    if (!pumpTimer_->isActive())
-        pumpTimer_->start(framePeriodMs);
-    else if (pumpTimer_->interval() != framePeriodMs)
-        pumpTimer_->start(framePeriodMs); // whatever comes now may be a flip: full rate at once
+    const double t = now();
+    pumpUntil_ = std::max(pumpUntil_, t + seconds);
+    schedule(t);
+}
+
+void StatusStreamView::schedule(double t)
+{
+    std::optional<double> next = nextFrameAfter(t);
+    if (next && *next > pumpUntil_)
+        next = t < pumpUntil_ ? std::optional(pumpUntil_) : std::nullopt;
+    if (!next) {
+        pumpTimer_->stop();
+        return;
+    }
+    // Whole milliseconds, rounded up: a frame that comes a little early would
+    // find nothing moved and cost a wake-up of its own.
+    pumpTimer_->start(std::max(1, int(std::ceil((*next - t) * 1000))));
+}
+
+double StatusStreamView::takeoverEnd() const
+{
+    if (reduceMotion_)
+        return -10; // every takeover frame is its final one
+    return std::max({laneMixStarted_ + laneFade, rollStarted_ + takeoverSettles, releaseStarted_ + focalFadeOut});
+}
+
+bool StatusStreamView::rolling(double t) const
+{
+    return focal_ && focal_->usd && !reduceMotion_ && t - rollStarted_ < rollDuration;
+}
+
+QList<double> StatusStreamView::flipFrameTimes(double scale)
+{
+    // The row rests once it is within half a device pixel of its place.
+    const double travel = rowTravel * scale;
+    const double landed = 1 - 0.5 / travel;
+    const int steps = std::max(1, int(std::ceil(landed * rowTravel / flipStep)));
+    QList<double> times;
+    for (int k = 1; k <= steps; ++k)
+        times.append(flipDuration * Easing::flip.timeOf(landed * k / steps));
+    return times;
+}
+
+const QList<double> &StatusStreamView::flipSchedule(double scale) const
+{
+    if (scale != flipScheduleScale_) {
+        flipScheduleScale_ = scale;
+        flipSchedule_ = flipFrameTimes(scale);
+    }
+    return flipSchedule_;
+}
+
+double StatusStreamView::flipLandsAfter(double scale) const
+{
+    return flipSchedule(scale).last();
+}
+
+std::optional<double> StatusStreamView::nextFrameAfter(double t) const
+{
+    std::optional<double> next;
+    const auto want = [&next](double at) {
+        if (!next || at < *next)
+            next = at;
+    };
+    const double end = takeoverEnd();
+    if (t < end)
+        want(std::min(end, t + (rolling(t) ? rollFrame : takeoverFrame)));
+    // A frame drawn within 2 ms of one of the flip's own times was that frame.
+    const double scale = std::max(1.0, devicePixelRatioF());
+    if (flipFrom_ && t < flipStarted_ + flipLandsAfter(scale)) {
+        for (double at : flipSchedule(scale))
+            if (flipStarted_ + at > t + 0.002) {
+                want(flipStarted_ + at);
+                break;
+            }
+    }
+    // The ring rides on whatever frames come; on its own it asks for one now and then.
+    const double ringGone = pingStarted_ + pingVisibleFor;
+    if (t < ringGone)
+        want(std::min(ringGone, t + ringFrame));
+    return next;
 }
 
 void StatusStreamView::snap(const std::optional<Focal> &focal)
 {
     if (focal == focal_)
         return;
-    rollTimer_->stop();
     if (!focal) {
         release(true);
         return;
@@ -293,11 +281,7 @@ void StatusStreamView::snap(const std::optional<Focal> &focal)
     flipTimer_->stop();
     attachBlur();
     startLaneMix(1);
-    pump(0.75);
-    // The figure counts up faster than the pump draws: its own 60 Hz ticks,
-    // only for as long as it rolls.
-    if (focal->usd && !reduceMotion_)
-        rollTimer_->start();
+    pump(takeoverSettles);
     QWidget::update();
 }
 
@@ -330,7 +314,7 @@ double StatusStreamView::laneMixAt(double t) const
 {
     if (reduceMotion_)
         return laneMixTo_;
-    const double k = easeInOut((t - laneMixStarted_) / laneFade);
+    const double k = Easing::easeInOut.valueAt((t - laneMixStarted_) / laneFade);
     return laneMixFrom_ + (laneMixTo_ - laneMixFrom_) * k;
 }
 
@@ -361,10 +345,7 @@ QImage StatusStreamView::cachedBadge(const StreamSegment &segment, const std::op
         if (m.height == height && m.scale == scale && m.figure == figure && m.segment == segment)
             return m.image;
     const QChar sep(0x1f);
-    const QString key = QString::number(int(segment.kind)) + sep + segment.line.ticker + sep +
-                        segment.line.tag.value_or(QString()) + sep +
-                        figure.value_or(segment.line.figure.value_or(QString())) + sep +
-                        QString::number(height) + sep + QString::number(scale);
+    const QString key = badgeKey(segment, figure) + QString::number(height) + sep + QString::number(scale);
     auto it = badges_.find(key);
     if (it == badges_.end()) {
         if (badges_.size() > 48) // a rolling figure makes a few dozen; never let them pile up
@@ -394,7 +375,7 @@ const QImage &StatusStreamView::cachedGlow(const StreamSegment &segment, const s
             g.setCompositionMode(QPainter::CompositionMode_SourceIn);
             g.fillRect(glow.rect(), toQColor(Theme::menuAccent(segment.kind, true)));
         }
-        glow = gaussianBlur(glow, 2.0 * scale);
+        glow = Blur::gaussian(glow, 2.0 * scale);
         glow.setDevicePixelRatio(scale);
         it = glows_.insert(key, glow);
     }
@@ -403,12 +384,11 @@ const QImage &StatusStreamView::cachedGlow(const StreamSegment &segment, const s
 
 int StatusStreamView::flipFrameKey(double t, double scale) const
 {
-    const double progress = std::clamp((t - flipStarted_) / flipDuration, 0.0, 1.0);
-    // Landed is its own frame even when the row already sat on its last
-    // pixel: only then is the outgoing row's last sliver gone.
-    if (progress >= 1)
+    // Landed is its own frame: only then is the outgoing row's last sliver gone.
+    if (!flipFrom_ || t >= flipStarted_ + flipLandsAfter(scale))
         return std::numeric_limits<int>::max();
-    return int(std::lround(17 * flipCurve(progress) * scale));
+    const double progress = std::clamp((t - flipStarted_) / flipDuration, 0.0, 1.0);
+    return int(std::lround(rowTravel * Easing::flip.valueAt(progress) * scale));
 }
 
 void StatusStreamView::present(double t)
@@ -416,13 +396,12 @@ void StatusStreamView::present(double t)
     if (!isVisible())
         return; // nothing on screen to bring up to date; the next expose draws afresh
     // On this path a frame costs far more on its way to the display server
-    // (and through a cold cache after 33 ms of sleep) than in drawing, so only
-    // the part that moves is repainted, and a frame that would show what is
+    // (and through a cold cache after a sleep) than in drawing, so only the
+    // part that moves is repainted, and a frame that would show what is
     // already there is not drawn at all. Each animation's settled frame is
-    // drawn once, whenever the first tick after its end comes.
+    // drawn once, by the first frame after its end.
     constexpr int settled = std::numeric_limits<int>::max();
-    const bool takeover =
-        t <= std::max({laneMixStarted_ + laneFade, rollStarted_ + 0.8, releaseStarted_ + focalFadeOut});
+    const bool takeover = t < takeoverEnd();
     if (takeover || !takeoverSettled_) {
         takeoverSettled_ = !takeover;
         presentedFlip_ = presentedPing_ = -1;
@@ -431,7 +410,8 @@ void StatusStreamView::present(double t)
     }
     const double scale = std::max(1.0, devicePixelRatioF());
     const int flip = flipFrameKey(t, scale);
-    const int ping = t - pingStarted_ < 0.7 ? int((t - pingStarted_) * 30) : settled;
+    // Any frame while the ring shows draws it at its new age.
+    const int ping = t - pingStarted_ < pingVisibleFor ? int((t - pingStarted_) * 1000) : settled;
     QRect dirty;
     // The row moves in whole pixels; the tail of a flip often stays on one.
     if (flip != presentedFlip_)
@@ -480,15 +460,15 @@ void StatusStreamView::paintLane(QPainter &p, const QSizeF &size, double t) cons
             dark_);
         return;
     }
-    const double progress = std::clamp((t - flipStarted_) / flipDuration, 0.0, 1.0);
-    const double eased = flipCurve(progress);
     p.save();
     p.setClipRect(lane);
     const QImage current = cachedBadge(rows_.value(index_), std::nullopt, h, scale);
-    if (progress < 1 && flipFrom_) {
-        // The old row leaves upwards while the new one rolls up from 17 below.
-        p.drawImage(QPointF(0, -17 * eased), cachedBadge(*flipFrom_, std::nullopt, h, scale));
-        p.drawImage(QPointF(0, 17 * (1 - eased)), current);
+    if (flipFrom_ && t < flipStarted_ + flipLandsAfter(scale)) {
+        // The old row leaves upwards while the new one rolls up from below.
+        const double eased =
+            Easing::flip.valueAt(std::clamp((t - flipStarted_) / flipDuration, 0.0, 1.0));
+        p.drawImage(QPointF(0, -rowTravel * eased), cachedBadge(*flipFrom_, std::nullopt, h, scale));
+        p.drawImage(QPointF(0, rowTravel * (1 - eased)), current);
     } else {
         p.drawImage(QPointF(0, 0), current);
     }
@@ -511,8 +491,8 @@ void StatusStreamView::paintFocal(QPainter &p, const QSizeF &size, double t) con
         opacity = replaced_ ? 1 : std::clamp(since / focalFadeIn, 0.0, 1.0);
         if (replaced_)
             dy = 5 * (1 - std::clamp(since / slideDuration, 0.0, 1.0));
-        else
-            scaleBy = 0.93 + 0.07 * popSpring(since);
+        else if (since < popSpring.settlingDuration()) // then a plain copy, not a resampling
+            scaleBy = 0.93 + 0.07 * popSpring.valueAt(since);
     } else {
         opacity = 1 - std::clamp((t - releaseStarted_) / focalFadeOut, 0.0, 1.0);
     }
@@ -572,7 +552,7 @@ void StatusStreamView::paintAt(QPainter &p, const QSizeF &size, double t) const
             paintLane(lp, size, t);
         }
         if (lane != blurSource_ || std::abs(blur - blurredRadius_) > 0.02) {
-            blurred_ = gaussianBlur(lane, blur);
+            blurred_ = Blur::gaussian(lane, blur);
             blurSource_ = lane;
             blurredRadius_ = blur;
         }
@@ -594,7 +574,7 @@ void StatusStreamView::paintAt(QPainter &p, const QSizeF &size, double t) const
                                 : link_ == LinkState::down ? Theme::alert
                                                            : Theme::amber);
     const double pingAge = t - pingStarted_;
-    if (pingAge >= 0 && pingAge < 0.7) {
+    if (pingAge >= 0 && pingAge < pingVisibleFor) {
         const double k = 1 - std::pow(1 - pingAge / 0.7, 3); // ease-out
         QColor ring = dot;
         ring.setAlphaF(float(0.55 * (1 - k)));

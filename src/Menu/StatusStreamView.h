@@ -3,8 +3,10 @@
 // rail of recent trades beneath and a link dot that pings on every frame. A
 // focal trade takes the whole view over: the ordinary stream is blurred and
 // dimmed behind it while it rolls in.
-// Frames are painted as a function of time; a 30 Hz pump runs only for a
-// bounded time after an event, so nothing wakes while nothing moves.
+// Frames are painted as a function of time. A single-shot pump asks for the
+// next frame only when something on screen will have moved by then, and stops
+// when nothing moves, so the process sleeps between animations: a flip costs
+// five wake-ups, a ping's ring five after the frame that brought it.
 
 #include "Feed/LinkState.h"
 #include "Wire/Telemetry.h"
@@ -35,6 +37,10 @@ public:
     static constexpr double dimmedOpacity = 0.3;
     static constexpr double focalBlurRadius = 2.2;
     static constexpr double pingRingMax = 6.5; // the ring's outer radius, from the dot's 2.5
+    static constexpr double rowTravel = 17;    // how far a flip moves the row, in points
+    // The ring fades with the cube of its remaining life over 0.7 s; past
+    // this age it is a 1-pixel line under four steps of alpha, and nothing is drawn.
+    static constexpr double pingVisibleFor = 0.5;
 
     explicit StatusStreamView(QWidget *parent = nullptr);
 
@@ -62,10 +68,24 @@ public:
     void paintAt(QPainter &p, const QSizeF &size, double t) const;
     double now() const { return double(clock_.nsecsElapsed()) / 1e9; }
 
+    // Where a flip's frames fall on its curve, in seconds, at a device pixel
+    // ratio: equal steps of the row's travel (a few points each, less than
+    // 30 Hz frames took in the curve's fast middle), the last one when the
+    // row reaches its resting pixel and the outgoing row is gone. The flip's
+    // own wake-up draws the first; the view asks for the others.
+    static QList<double> flipFrameTimes(double scale);
+    // When the next frame after one drawn at t is due; none once nothing moves.
+    std::optional<double> nextFrameAfter(double t) const;
+
+Q_SIGNALS:
+    // The ticker moved on to its next row: the app is awake anyway, a good
+    // moment for other periodic looks to ride along.
+    void flipped();
+
+public:
     // State, for tests.
     bool hasFlipTimer() const;
     bool hasPumpTimer() const;
-    bool hasRollTimer() const;
     bool isFlipping() const { return now() - flipStarted_ < flipDuration; }
     bool blurAttached() const { return blurAttached_; }
     double railPhase() const { return railPhase_; }
@@ -86,6 +106,11 @@ private:
     // value once it has landed.
     int flipFrameKey(double t, double scale) const;
     void pump(double seconds);
+    void schedule(double t);
+    double takeoverEnd() const;
+    const QList<double> &flipSchedule(double scale) const; // flipFrameTimes, kept per scale
+    double flipLandsAfter(double scale) const;
+    bool rolling(double t) const;
     void release(bool wasShowing);
     void attachBlur();
     void detachBlurAfterFade();
@@ -113,7 +138,6 @@ private:
     QElapsedTimer clock_;
     QTimer *flipTimer_ = nullptr;
     QTimer *pumpTimer_ = nullptr;
-    QTimer *rollTimer_ = nullptr;
     QTimer *unblurTask_ = nullptr;
 
     std::optional<Focal> focal_;
@@ -142,6 +166,8 @@ private:
     };
     mutable std::array<BadgeMemo, 3> badgeMemo_;
     mutable int nextMemo_ = 0;
+    mutable double flipScheduleScale_ = -1;
+    mutable QList<double> flipSchedule_;
     mutable QImage dotSprite_;
     mutable QColor dotColour_;
     mutable QPointF dotPhase_;

@@ -2,6 +2,7 @@
 
 #include "Model/Signal.h"
 #include "Panel/PanelText.h"
+#include "Look/Easing.h"
 #include "Look/Motion.h"
 
 #include <QPolygonF>
@@ -60,18 +61,23 @@ QVariant PanelStyle::sparkPath(const QVariantList &values, double width, double 
     return QVariant::fromValue(QPolygonF(points));
 }
 
-QEasingCurve PanelStyle::easeOut()
+namespace {
+QEasingCurve bezierSpline(const Easing::CubicBezier &c)
 {
     QEasingCurve curve(QEasingCurve::BezierSpline);
-    curve.addCubicBezierSegment(QPointF(0, 0), QPointF(0.58, 1), QPointF(1, 1));
+    curve.addCubicBezierSegment(QPointF(c.x1, c.y1), QPointF(c.x2, c.y2), QPointF(1, 1));
     return curve;
+}
+} // namespace
+
+QEasingCurve PanelStyle::easeOut()
+{
+    return bezierSpline(Easing::easeOut);
 }
 
 QEasingCurve PanelStyle::easeInOut()
 {
-    QEasingCurve curve(QEasingCurve::BezierSpline);
-    curve.addCubicBezierSegment(QPointF(0.42, 0), QPointF(0.58, 1), QPointF(1, 1));
-    return curve;
+    return bezierSpline(Easing::easeInOut);
 }
 
 double PanelStyle::qmlSpring(const Motion::Curve &curve)

@@ -1,8 +1,6 @@
 // The value types: texts and identities other code keys on.
 
 #include "Model/Signal.h"
-#include "Look/Theme.h"
-#include "Look/Motion.h"
 
 #include <QTest>
 
@@ -33,14 +31,6 @@ private Q_SLOTS:
         t.tokenSymbol = QStringLiteral("BONK");
         t.at = at;
         QCOMPARE(t.id(), expected);
-    }
-
-    void springsSettleOnTheirTarget()
-    {
-        for (const Motion::Curve &c : {Motion::snap, Motion::settle, Motion::roll, Motion::glide}) {
-            QCOMPARE(c.valueAt(0), 0.0);
-            QVERIFY(std::abs(c.valueAt(c.settlingDuration() + 0.01) - 1.0) < 0.002);
-        }
     }
 };
 

@@ -115,7 +115,6 @@ private Q_SLOTS:
         QCOMPARE(qFuzzyCompare(view.laneOpacityAt(t), StatusStreamView::dimmedOpacity), reduced);
         QCOMPARE(qFuzzyCompare(view.blurRadiusAt(t), StatusStreamView::focalBlurRadius), reduced);
         // ...the figure does not count up, and the badge does not pop in.
-        QCOMPARE(view.hasRollTimer(), !reduced);
         QCOMPARE(frame(view, t + 0.02) == frame(view, t + 2), reduced);
 
         // Released: gone at once rather than fading.

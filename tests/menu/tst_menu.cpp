@@ -532,7 +532,6 @@ private Q_SLOTS:
         store->client().onBackfill();
         QVERIFY(store->backfilled());
         QVERIFY(!item.view()->focal());
-        QVERIFY(item.focalDirector()->isWarmedUp());
         store->ingest(QList<TwFill>{fill(2, 40000)}); // the first live trade
         QVERIFY(item.view()->focal());
         QCOMPARE(item.view()->focal()->usd, std::optional<double>(40000));
