@@ -10,7 +10,6 @@
 #include <QEasingCurve>
 #include <QGuiApplication>
 #include <QKeyEvent>
-#include <QQmlContext>
 #include <QQmlEngine>
 #include <QQuickItem>
 #include <QSGRendererInterface>
@@ -157,13 +156,10 @@ void PanelController::create()
     chooseGraphicsApi();
     engine_ = std::make_unique<QQmlEngine>();
     window_ = std::make_unique<HUDWindow>();
-    PanelQml::configureEngine(*engine_, window_->devicePixelRatio());
     // Where a compositor runs, the window is larger than the panel by a
     // transparent margin its soft shadow falls into.
     margin_ = PanelStyle::compositorRunning() ? PanelStyle::shadowMarginWanted : 0;
-    if (auto *style = qobject_cast<PanelStyle *>(
-            engine_->rootContext()->contextProperty(QStringLiteral("hud")).value<QObject *>()))
-        style->setShadowMargin(margin_);
+    PanelQml::configureEngine(*engine_, window_->devicePixelRatio(), margin_);
     const QSize outer(width + 2 * margin_, height + 2 * margin_);
     window_->resize(outer);
     window_->setMinimumSize(outer);
@@ -333,7 +329,7 @@ void PanelController::build()
 {
     model_ = new PanelModel(store_, this);
     QString error;
-    root_ = PanelQml::createHud(*engine_, model_, nullptr, &error);
+    root_ = PanelQml::createHud(*engine_, model_, &error);
     if (!root_)
         return;
     root_->setParentItem(window_->contentItem());

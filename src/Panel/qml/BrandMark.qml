@@ -1,4 +1,5 @@
 import QtQuick
+import Larkpin.Panel
 
 Item {
     implicitWidth: 13
@@ -9,7 +10,7 @@ Item {
             model: 3
             Rectangle {
                 width: 13; height: 2; radius: 1
-                color: hud.lark
+                color: Hud.lark
                 opacity: index === 1 ? 1 : 0.55
             }
         }

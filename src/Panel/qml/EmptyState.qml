@@ -1,4 +1,5 @@
 import QtQuick
+import Larkpin.Panel
 
 Item {
     id: empty
@@ -16,16 +17,16 @@ Item {
             anchors.horizontalCenter: parent.horizontalCenter
             name: empty.symbol
             size: 17
-            colour: hud.ink4
+            colour: Hud.ink4
         }
         Text {
             objectName: "emptyMessage"
             anchors.horizontalCenter: parent.horizontalCenter
             text: empty.message
             textFormat: Text.PlainText
-            font.family: hud.sans
-            font.pointSize: 11.5 * hud.pt
-            color: hud.ink3
+            font.family: Hud.sans
+            font.pointSize: 11.5 * Hud.pt
+            color: Hud.ink3
         }
     }
 }

@@ -1,4 +1,5 @@
 import QtQuick
+import Larkpin.Panel
 
 // The panel's own tooltip: its dark plate, a hairline edge and light plain
 // text. It lives in the window's top layer, so nothing in the panel covers
@@ -46,10 +47,10 @@ Item {
 
     Rectangle {
         anchors.fill: parent
-        color: hud.float_
+        color: Hud.float_
         radius: 7
-        border.width: hud.hairlineWidth
-        border.color: hud.hairlineHot
+        border.width: Hud.hairlineWidth
+        border.color: Hud.hairlineHot
     }
     Text {
         id: label
@@ -61,8 +62,8 @@ Item {
         wrapMode: Text.Wrap
         maximumLineCount: 4
         elide: Text.ElideRight
-        font.family: hud.sans
-        font.pointSize: 9.5 * hud.pt
-        color: hud.ink
+        font.family: Hud.sans
+        font.pointSize: 9.5 * Hud.pt
+        color: Hud.ink
     }
 }

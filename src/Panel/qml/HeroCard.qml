@@ -1,26 +1,28 @@
 import QtQuick
+import Larkpin.Panel
 
 // The strongest visible signal, large; opens in place onto its evidence.
 Item {
     id: card
+    required property PanelModel panel
     property var hero: ({})
     property bool bloom: false
     readonly property string signalId: hero.signalId || ""
-    readonly property bool isOpen: signalId !== "" && panel.openId === signalId
+    readonly property bool isOpen: signalId !== "" && card.panel.openId === signalId
     readonly property bool hovering: hover.hovered
-    readonly property color accent: hud.kindColour(hero.kind || "whale")
+    readonly property color accent: Hud.kindColour(hero.kind || "whale")
     implicitHeight: column.implicitHeight + 26
 
     HoverHandler { id: hover }
     Rectangle {
         anchors.fill: parent
         radius: 10
-        color: card.bloom ? Qt.tint(hud.plate, hud.alpha(card.accent, 0.10))
-                          : card.hovering ? hud.alpha(hud.raised, 0.85) : hud.alpha(hud.plate, 0.75)
-        border.width: hud.hairlineWidth
-        border.color: card.bloom ? hud.alpha(card.accent, 0.55) : card.hovering || card.isOpen ? hud.hairlineHot : hud.hairline
-        Behavior on color { enabled: panel.animated; ColorAnimation { duration: 260; easing.type: Easing.OutCubic } }
-        Behavior on border.color { enabled: panel.animated; ColorAnimation { duration: 260; easing.type: Easing.OutCubic } }
+        color: card.bloom ? Qt.tint(Hud.plate, Hud.alpha(card.accent, 0.10))
+                          : card.hovering ? Hud.alpha(Hud.raised, 0.85) : Hud.alpha(Hud.plate, 0.75)
+        border.width: Hud.hairlineWidth
+        border.color: card.bloom ? Hud.alpha(card.accent, 0.55) : card.hovering || card.isOpen ? Hud.hairlineHot : Hud.hairline
+        Behavior on color { enabled: card.panel.animated; ColorAnimation { duration: 260; easing.type: Easing.OutCubic } }
+        Behavior on border.color { enabled: card.panel.animated; ColorAnimation { duration: 260; easing.type: Easing.OutCubic } }
     }
     AccentRule {
         x: 12
@@ -45,12 +47,12 @@ Item {
                 spacing: 8
                 KindLabel { kind: card.hero.kind || "whale"; size: 9.5 }
                 Text {
-                    text: hud.oneLine(card.hero.age || "")
+                    text: Hud.oneLine(card.hero.age || "")
                     textFormat: Text.PlainText
                     maximumLineCount: 1
-                    font.family: hud.mono
-                    font.pointSize: 9 * hud.pt
-                    color: hud.ink4
+                    font.family: Hud.mono
+                    font.pointSize: 9 * Hud.pt
+                    color: Hud.ink4
                 }
             }
             WinRing {
@@ -67,20 +69,20 @@ Item {
             id: figureLine
             width: parent.width
             height: 28
-            readonly property string ticker: hud.oneLine(card.hero.ticker || "")
+            readonly property string ticker: Hud.oneLine(card.hero.ticker || "")
             readonly property real room: width - (amount.visible ? amount.width + 10 : 0)
             // The ticker shrinks to fit beside the amount, from its full size
             // down to the smallest legible one; past that it is shortened.
             // Computed here: a fitted font would stop at a point size.
             TextMetrics {
                 id: fullTicker
-                font.family: hud.mono
-                font.pixelSize: hud.heroTickerPx
+                font.family: Hud.mono
+                font.pixelSize: Hud.heroTickerPx
                 font.weight: Font.Bold
                 text: figureLine.ticker
             }
-            readonly property int tickerPx: fullTicker.advanceWidth <= room ? hud.heroTickerPx
-                : Math.max(hud.minLegiblePx, Math.floor(hud.heroTickerPx * room / fullTicker.advanceWidth))
+            readonly property int tickerPx: fullTicker.advanceWidth <= room ? Hud.heroTickerPx
+                : Math.max(Hud.minLegiblePx, Math.floor(Hud.heroTickerPx * room / fullTicker.advanceWidth))
             Text {
                 objectName: "heroTicker"
                 width: Math.max(0, figureLine.room)
@@ -90,12 +92,13 @@ Item {
                 textFormat: Text.PlainText
                 maximumLineCount: 1
                 elide: Text.ElideRight
-                font.family: hud.mono
+                font.family: Hud.mono
                 font.pixelSize: figureLine.tickerPx
                 font.weight: Font.Bold
-                color: hud.ink
+                color: Hud.ink
             }
             RollingText {
+                panel: card.panel
                 id: amount
                 objectName: "heroAmount"
                 visible: (card.hero.amount || "") !== ""
@@ -112,11 +115,11 @@ Item {
             width: parent.width
             elide: Text.ElideRight
             maximumLineCount: 1
-            text: hud.oneLine(card.hero.body || "")
+            text: Hud.oneLine(card.hero.body || "")
             textFormat: Text.PlainText
-            font.family: hud.mono
-            font.pointSize: 11.5 * hud.pt
-            color: hud.ink2
+            font.family: Hud.mono
+            font.pointSize: 11.5 * Hud.pt
+            color: Hud.ink2
         }
         Text {
             visible: text !== ""
@@ -124,27 +127,29 @@ Item {
             wrapMode: Text.Wrap
             text: card.hero.detail || ""
             textFormat: Text.PlainText
-            font.family: hud.sans
-            font.pointSize: 10.5 * hud.pt
+            font.family: Hud.sans
+            font.pointSize: 10.5 * Hud.pt
             lineHeight: 1.15
-            color: hud.ink3
+            color: Hud.ink3
         }
         Row {
             spacing: 6
             topPadding: 2
             HUDAction {
+                panel: card.panel
                 objectName: "heroChart"
                 visible: (card.hero.chartUrl || "") !== ""
                 title: "CHART"
                 systemName: "arrow.up.forward"
                 accent: card.accent
-                onClicked: panel.openLink(card.hero.chartUrl)
+                onClicked: card.panel.openLink(card.hero.chartUrl)
             }
             HUDAction {
+                panel: card.panel
                 objectName: "heroEvidence"
                 title: card.isOpen ? "HIDE" : "EVIDENCE"
-                accent: hud.ink2
-                onClicked: panel.toggle(card.signalId)
+                accent: Hud.ink2
+                onClicked: card.panel.toggle(card.signalId)
             }
         }
         Loader {
@@ -155,12 +160,13 @@ Item {
             clip: true
             width: parent.width
             height: active && item ? item.implicitHeight : 0
-            Behavior on height { enabled: panel.animated && !panel.reduceMotion; SpringAnimation { spring: hud.snapSpring; damping: hud.snapDamping; epsilon: 0.25 } }
+            Behavior on height { enabled: card.panel.animated && !card.panel.reduceMotion; SpringAnimation { spring: Hud.snapSpring; damping: Hud.snapDamping; epsilon: 0.25 } }
             sourceComponent: Column {
                 spacing: 12
                 topPadding: 4
                 Hairline { width: parent.width }
                 InspectorView {
+                    panel: card.panel
                     width: parent.width
                     signalId: card.signalId
                     hidesChart: true
@@ -169,6 +175,7 @@ Item {
         }
     }
     SignalMenuHook {
+        panel: card.panel
         anchors.fill: parent
         signalId: card.signalId
         selected: card.isOpen

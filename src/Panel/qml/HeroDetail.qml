@@ -1,19 +1,21 @@
 import QtQuick
+import Larkpin.Panel
 
 // A stand-alone card of one signal with a close button.
 Item {
     id: detail
+    required property PanelModel panel
     property var hero: ({})
     signal closeRequested()
-    readonly property color accent: hud.kindColour(hero.kind || "whale")
+    readonly property color accent: Hud.kindColour(hero.kind || "whale")
     implicitHeight: column.implicitHeight + 26
 
     Rectangle {
         anchors.fill: parent
         radius: 10
-        color: hud.plate
-        border.width: hud.hairlineWidth
-        border.color: hud.hairlineHot
+        color: Hud.plate
+        border.width: Hud.hairlineWidth
+        border.color: Hud.hairlineHot
     }
     AccentRule {
         x: 12
@@ -38,12 +40,13 @@ Item {
                 Text {
                     text: detail.hero.age || ""
                     textFormat: Text.PlainText
-                    font.family: hud.mono
-                    font.pointSize: 9 * hud.pt
-                    color: hud.ink4
+                    font.family: Hud.mono
+                    font.pointSize: 9 * Hud.pt
+                    color: Hud.ink4
                 }
             }
             HUDIconButton {
+                panel: detail.panel
                 objectName: "closeDetail"
                 anchors.right: parent.right
                 anchors.verticalCenter: parent.verticalCenter
@@ -56,12 +59,12 @@ Item {
             width: parent.width
             elide: Text.ElideRight
             maximumLineCount: 1
-            text: hud.oneLine(detail.hero.headline || "")
+            text: Hud.oneLine(detail.hero.headline || "")
             textFormat: Text.PlainText
-            font.family: hud.mono
-            font.pointSize: 13 * hud.pt
+            font.family: Hud.mono
+            font.pointSize: 13 * Hud.pt
             font.weight: Font.DemiBold
-            color: hud.ink
+            color: Hud.ink
         }
         Text {
             visible: text !== ""
@@ -69,16 +72,17 @@ Item {
             wrapMode: Text.Wrap
             text: detail.hero.detail || ""
             textFormat: Text.PlainText
-            font.family: hud.sans
-            font.pointSize: 10.5 * hud.pt
-            color: hud.ink3
+            font.family: Hud.sans
+            font.pointSize: 10.5 * Hud.pt
+            color: Hud.ink3
         }
         HUDAction {
+            panel: detail.panel
             visible: (detail.hero.chartUrl || "") !== ""
             title: "CHART"
             systemName: "arrow.up.forward"
             accent: detail.accent
-            onClicked: panel.openLink(detail.hero.chartUrl)
+            onClicked: detail.panel.openLink(detail.hero.chartUrl)
         }
         Hairline { width: parent.width }
     }

@@ -1,12 +1,17 @@
 import QtQuick
+import Larkpin.Panel
 
 // The evidence behind one signal, in one of four states the model decides:
 // details, blank, failed or loading.
 Column {
     id: inspector
+    required property PanelModel panel
     property string signalId: ""
     property bool hidesChart: false
-    readonly property var info: (panel.detailRevision, panel.inspector(signalId))
+    // The revision is an argument so the binding reads it, and is re-evaluated
+    // when the evidence changes (a discarded operand can be compiled away).
+    readonly property var info: inspector.infoAt(inspector.signalId, inspector.panel.detailRevision)
+    function infoAt(id: string, revision: int): var { return inspector.panel.inspector(id) }
     readonly property string state_: info.state
     spacing: 14
 
@@ -15,9 +20,9 @@ Column {
         visible: inspector.state_ === "blank"
         text: "No wallet or pool data for this one."
         textFormat: Text.PlainText
-        font.family: hud.sans
-        font.pointSize: 10.5 * hud.pt
-        color: hud.ink3
+        font.family: Hud.sans
+        font.pointSize: 10.5 * Hud.pt
+        color: Hud.ink3
     }
     Row {
         objectName: "inspectorFailed"
@@ -27,19 +32,21 @@ Column {
             anchors.verticalCenter: parent.verticalCenter
             text: "Couldn't load the details."
             textFormat: Text.PlainText
-            font.family: hud.sans
-            font.pointSize: 10.5 * hud.pt
-            color: hud.ink3
+            font.family: Hud.sans
+            font.pointSize: 10.5 * Hud.pt
+            color: Hud.ink3
         }
         HUDAction {
+            panel: inspector.panel
             objectName: "retryAction"
             anchors.verticalCenter: parent.verticalCenter
             title: "RETRY"
-            accent: hud.alert
-            onClicked: panel.retry(inspector.signalId)
+            accent: Hud.alert
+            onClicked: inspector.panel.retry(inspector.signalId)
         }
     }
     LoadingBar {
+        panel: inspector.panel
         objectName: "inspectorLoading"
         visible: inspector.state_ === "loading"
         width: parent.width
@@ -63,9 +70,9 @@ Column {
                 anchors.verticalCenter: parent.verticalCenter
                 text: walletM.w.deltaNote || ""
                 textFormat: Text.PlainText
-                font.family: hud.sans
-                font.pointSize: 9.5 * hud.pt
-                color: hud.ink3
+                font.family: Hud.sans
+                font.pointSize: 9.5 * Hud.pt
+                color: Hud.ink3
             }
         }
         Column {
@@ -93,9 +100,9 @@ Column {
         Text {
             text: tokenM.t.flowLine || ""
             textFormat: Text.PlainText
-            font.family: hud.mono
-            font.pointSize: 9.5 * hud.pt
-            color: hud.ink3
+            font.family: Hud.mono
+            font.pointSize: 9.5 * Hud.pt
+            color: Hud.ink3
         }
     }
     Module {
@@ -113,9 +120,9 @@ Column {
         Text {
             text: equityM.e.session || ""
             textFormat: Text.PlainText
-            font.family: hud.sans
-            font.pointSize: 10 * hud.pt
-            color: hud.ink3
+            font.family: Hud.sans
+            font.pointSize: 10 * Hud.pt
+            color: Hud.ink3
         }
     }
     Row {
@@ -129,11 +136,13 @@ Column {
         Repeater {
             model: parent.links
             HUDAction {
+                panel: inspector.panel
+                required property var modelData
                 objectName: "link-" + modelData.title
                 title: modelData.title
                 systemName: "arrow.up.forward"
-                accent: hud.ink2
-                onClicked: panel.openLink(modelData.url)
+                accent: Hud.ink2
+                onClicked: inspector.panel.openLink(modelData.url)
             }
         }
     }

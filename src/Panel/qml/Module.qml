@@ -1,4 +1,5 @@
 import QtQuick
+import Larkpin.Panel
 
 // The frame of one block of evidence.
 Column {
@@ -18,25 +19,25 @@ Column {
         height: Math.max(eyebrowText.implicitHeight, trailingText.implicitHeight)
         Text {
             id: eyebrowText
-            text: hud.oneLine(module.eyebrow)
+            text: Hud.oneLine(module.eyebrow)
             textFormat: Text.PlainText
             maximumLineCount: 1
             elide: Text.ElideRight
             width: Math.min(implicitWidth, Math.max(0, parent.width - trailingText.implicitWidth - 8))
-            font.family: hud.mono
-            font.pointSize: 8 * hud.pt
+            font.family: Hud.mono
+            font.pointSize: 8 * Hud.pt
             font.bold: true
             font.letterSpacing: 1.2
-            color: hud.ink4
+            color: Hud.ink4
         }
         Text {
             id: trailingText
             anchors.right: parent.right
             text: module.trailing
             textFormat: Text.PlainText
-            font.family: hud.mono
-            font.pointSize: 8.5 * hud.pt
-            color: hud.ink4
+            font.family: Hud.mono
+            font.pointSize: 8.5 * Hud.pt
+            color: Hud.ink4
         }
     }
     Item {
@@ -47,25 +48,25 @@ Column {
             anchors.verticalCenter: parent.verticalCenter
             Text {
                 id: titleText
-                text: hud.oneLine(module.title)
+                text: Hud.oneLine(module.title)
                 textFormat: Text.PlainText
                 maximumLineCount: 1
                 elide: Text.ElideRight
                 width: Math.min(implicitWidth, Math.max(0, module.width - deltaTag.width - 20))
-                font.family: hud.mono
-                font.pointSize: 14 * hud.pt
+                font.family: Hud.mono
+                font.pointSize: 14 * Hud.pt
                 font.weight: Font.DemiBold
-                color: hud.ink
+                color: Hud.ink
             }
             Text {
                 anchors.baseline: titleText.baseline
                 visible: module.subtitle !== ""
-                text: hud.oneLine(module.subtitle)
+                text: Hud.oneLine(module.subtitle)
                 textFormat: Text.PlainText
                 maximumLineCount: 1
-                font.family: hud.mono
-                font.pointSize: 10 * hud.pt
-                color: hud.ink3
+                font.family: Hud.mono
+                font.pointSize: 10 * Hud.pt
+                color: Hud.ink3
                 elide: Text.ElideRight
                 width: Math.min(implicitWidth, Math.max(0, module.width - titleText.width - deltaTag.width - 20))
             }

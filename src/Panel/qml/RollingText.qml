@@ -1,13 +1,15 @@
 import QtQuick
+import Larkpin.Panel
 
 // Text drawn cell by cell: when it changes only the changed characters roll,
 // the new one up from the bottom edge, the old one out through the top.
 Row {
     id: rolling
+    required property PanelModel panel
     property string text: ""
     property real size: 11
     property int weight: Font.Medium
-    property color colour: hud.ink
+    property color colour: Hud.ink
 
     Repeater {
         model: rolling.text.length
@@ -30,8 +32,8 @@ Row {
                 verticalAlignment: Text.AlignVCenter
                 text: cell.shown
                 textFormat: Text.PlainText
-                font.family: hud.mono
-                font.pointSize: (rolling.size) * hud.pt
+                font.family: Hud.mono
+                font.pointSize: (rolling.size) * Hud.pt
                 font.weight: rolling.weight
                 color: rolling.colour
             }
@@ -50,16 +52,16 @@ Row {
             onChChanged: {
                 leaving = shown
                 shown = ch
-                if (!panel.animated)
+                if (!rolling.panel.animated)
                     return
                 roll.restart()
             }
             ParallelAnimation {
                 id: roll
-                NumberAnimation { target: current; property: "y"; from: cell.height; to: 0; duration: hud.snapMs; easing.type: Easing.OutCubic }
-                NumberAnimation { target: current; property: "opacity"; from: 0; to: 1; duration: hud.snapMs; easing.type: Easing.OutCubic }
-                NumberAnimation { target: previous; property: "y"; from: 0; to: -cell.height; duration: hud.snapMs; easing.type: Easing.OutCubic }
-                NumberAnimation { target: previous; property: "opacity"; from: 1; to: 0; duration: hud.snapMs; easing.type: Easing.OutCubic }
+                NumberAnimation { target: current; property: "y"; from: cell.height; to: 0; duration: Hud.snapMs; easing.type: Easing.OutCubic }
+                NumberAnimation { target: current; property: "opacity"; from: 0; to: 1; duration: Hud.snapMs; easing.type: Easing.OutCubic }
+                NumberAnimation { target: previous; property: "y"; from: 0; to: -cell.height; duration: Hud.snapMs; easing.type: Easing.OutCubic }
+                NumberAnimation { target: previous; property: "opacity"; from: 1; to: 0; duration: Hud.snapMs; easing.type: Easing.OutCubic }
             }
         }
     }

@@ -1,4 +1,5 @@
 import QtQuick
+import Larkpin.Panel
 
 Column {
     id: section
@@ -10,11 +11,11 @@ Column {
     Text {
         text: section.title
         textFormat: Text.PlainText
-        font.family: hud.mono
-        font.pointSize: 8.5 * hud.pt
+        font.family: Hud.mono
+        font.pointSize: 8.5 * Hud.pt
         font.bold: true
         font.letterSpacing: 1.4
-        color: hud.ink4
+        color: Hud.ink4
     }
     Text {
         visible: section.note !== ""
@@ -22,9 +23,9 @@ Column {
         wrapMode: Text.Wrap
         text: section.note
         textFormat: Text.PlainText
-        font.family: hud.sans
-        font.pointSize: 10.5 * hud.pt
-        color: hud.ink3
+        font.family: Hud.sans
+        font.pointSize: 10.5 * Hud.pt
+        color: Hud.ink3
     }
     Column {
         id: body

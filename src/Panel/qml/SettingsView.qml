@@ -1,17 +1,19 @@
 import QtQuick
+import Larkpin.Panel
 
 // The settings page. Every edit goes straight to the store through the model,
 // which saves only when the value really changes.
 Item {
     id: settings
+    required property PanelModel panel
     signal back()
 
     Rectangle {
         anchors.fill: parent
         radius: 14
         gradient: Gradient {
-            GradientStop { position: 0; color: hud.plate }
-            GradientStop { position: 1; color: hud.abyss }
+            GradientStop { position: 0; color: Hud.plate }
+            GradientStop { position: 1; color: Hud.abyss }
         }
     }
     MouseArea { anchors.fill: parent; hoverEnabled: true } // nothing reaches the HUD beneath
@@ -26,6 +28,7 @@ Item {
             anchors.verticalCenter: parent.verticalCenter
             spacing: 10
             HUDIconButton {
+                panel: settings.panel
                 objectName: "backButton"
                 systemName: "chevron.left"
                 help: "Back"
@@ -35,11 +38,11 @@ Item {
                 anchors.verticalCenter: parent.verticalCenter
                 text: "SETTINGS"
                 textFormat: Text.PlainText
-                font.family: hud.mono
-                font.pointSize: 11 * hud.pt
+                font.family: Hud.mono
+                font.pointSize: 11 * Hud.pt
                 font.bold: true
                 font.letterSpacing: 1.75
-                color: hud.ink
+                color: Hud.ink
             }
         }
     }
@@ -74,10 +77,11 @@ Item {
                             readonly property var modelData: panel.settings.streamSwitches[index]
                             width: parent.width
                             SwitchRow {
+                                panel: settings.panel
                                 objectName: "stream-" + modelData.kind
                                 width: parent.width
                                 title: modelData.title
-                                titleColour: hud.kindColour(modelData.kind)
+                                titleColour: Hud.kindColour(modelData.kind)
                                 subtitle: modelData.subtitle
                                 on: modelData.on
                                 onToggled: (value) => panel.settings.setStreamEnabled(modelData.kind, value)
@@ -91,6 +95,7 @@ Item {
                     note: "Skip trades under this size."
                     width: parent.width
                     ChipRow {
+                        panel: settings.panel
                         objectName: "minimumChips"
                         topPadding: 2
                         values: panel.settings.minimumChips
@@ -102,6 +107,7 @@ Item {
                     note: "Above this size, the menu bar drops everything else and shows just that trade."
                     width: parent.width
                     ChipRow {
+                        panel: settings.panel
                         objectName: "focusChips"
                         topPadding: 2
                         values: panel.settings.focusChips
@@ -112,6 +118,7 @@ Item {
                     title: "PREFERENCES"
                     width: parent.width
                     SwitchRow {
+                        panel: settings.panel
                         objectName: "launchAtLogin"
                         width: parent.width
                         title: "Launch at login"
@@ -120,6 +127,7 @@ Item {
                     }
                     Hairline { width: parent.width }
                     SwitchRow {
+                        panel: settings.panel
                         objectName: "pauseSwitch"
                         width: parent.width
                         title: "Pause ticker"
@@ -129,6 +137,7 @@ Item {
                     }
                     Hairline { width: parent.width }
                     SwitchRow {
+                        panel: settings.panel
                         objectName: "notifySwitch"
                         width: parent.width
                         title: "Notify on focus alerts"
@@ -138,6 +147,7 @@ Item {
                     }
                     Hairline { width: parent.width }
                     SwitchRow {
+                        panel: settings.panel
                         objectName: "trayOnlySwitch"
                         width: parent.width
                         title: "Tray icon only"
@@ -160,6 +170,7 @@ Item {
                         Column {
                             width: parent.width
                             ListedRow {
+                                panel: settings.panel
                                 objectName: "listed-" + modelData.kind + "-" + modelData.name
                                 width: parent.width
                                 label: modelData.label
@@ -187,9 +198,9 @@ Item {
                         anchors.verticalCenter: parent.verticalCenter
                         text: panel.settings.versionText
                         textFormat: Text.PlainText
-                        font.family: hud.mono
-                        font.pointSize: 9 * hud.pt
-                        color: hud.ink4
+                        font.family: Hud.mono
+                        font.pointSize: 9 * Hud.pt
+                        color: Hud.ink4
                     }
                     Item {
                         width: Math.max(0, footer.width - version.width - site.width - quit.width - 3 * footer.spacing)
@@ -217,17 +228,17 @@ Item {
                             Text {
                                 text: panel.siteText
                                 textFormat: Text.PlainText
-                                font.family: hud.mono
-                                font.pointSize: 9.5 * hud.pt
+                                font.family: Hud.mono
+                                font.pointSize: 9.5 * Hud.pt
                                 font.bold: true
                                 font.letterSpacing: 0.8
-                                color: hud.lark
+                                color: Hud.lark
                             }
                             Glyph {
                                 anchors.verticalCenter: parent.verticalCenter
                                 name: "arrow.up.forward"
                                 size: 8
-                                colour: hud.lark
+                                colour: Hud.lark
                             }
                         }
                         MouseArea {
@@ -237,11 +248,12 @@ Item {
                         }
                     }
                     HUDAction {
+                        panel: settings.panel
                         id: quit
                         objectName: "quitAction"
                         anchors.verticalCenter: parent.verticalCenter
                         title: "QUIT"
-                        accent: hud.ink2
+                        accent: Hud.ink2
                         onClicked: panel.quit()
                     }
                 }

@@ -1,4 +1,5 @@
 import QtQuick
+import Larkpin.Panel
 
 // Label over value, in equal columns; an absent value reads "-".
 Row {
@@ -13,21 +14,21 @@ Row {
             Text {
                 text: modelData.label
                 textFormat: Text.PlainText
-                font.family: hud.mono
-                font.pointSize: 7.5 * hud.pt
+                font.family: Hud.mono
+                font.pointSize: 7.5 * Hud.pt
                 font.weight: Font.Medium
                 font.letterSpacing: 0.8
-                color: hud.ink4
+                color: Hud.ink4
             }
             Text {
                 width: parent.width - 4
                 elide: Text.ElideRight
                 text: modelData.value
                 textFormat: Text.PlainText
-                font.family: hud.mono
-                font.pointSize: 11 * hud.pt
+                font.family: Hud.mono
+                font.pointSize: 11 * Hud.pt
                 font.weight: Font.Medium
-                color: hud.ink2
+                color: Hud.ink2
             }
         }
     }

@@ -1,9 +1,11 @@
 import QtQuick
+import Larkpin.Panel
 
 Item {
     id: switchRow
+    required property PanelModel panel
     property string title: ""
-    property color titleColour: hud.ink
+    property color titleColour: Hud.ink
     property string subtitle: ""
     property bool on: false
     signal toggled(bool on)
@@ -17,8 +19,8 @@ Item {
         Text {
             text: switchRow.title
             textFormat: Text.PlainText
-            font.family: hud.mono
-            font.pointSize: 11 * hud.pt
+            font.family: Hud.mono
+            font.pointSize: 11 * Hud.pt
             font.weight: Font.DemiBold
             font.letterSpacing: 0.6
             color: switchRow.titleColour
@@ -29,12 +31,13 @@ Item {
             wrapMode: Text.Wrap
             text: switchRow.subtitle
             textFormat: Text.PlainText
-            font.family: hud.sans
-            font.pointSize: 10.5 * hud.pt
-            color: hud.ink3
+            font.family: Hud.sans
+            font.pointSize: 10.5 * Hud.pt
+            color: Hud.ink3
         }
     }
     Toggle {
+        panel: switchRow.panel
         id: control
         objectName: "toggle"
         anchors.right: parent.right

@@ -1,4 +1,5 @@
 import QtQuick
+import Larkpin.Panel
 
 Item {
     id: trade
@@ -11,11 +12,11 @@ Item {
         anchors.verticalCenter: parent.verticalCenter
         text: trade.row.side
         textFormat: Text.PlainText
-        font.family: hud.mono
-        font.pointSize: 9 * hud.pt
+        font.family: Hud.mono
+        font.pointSize: 9 * Hud.pt
         font.bold: true
         font.letterSpacing: 0.6
-        color: trade.row.buy ? hud.emerald : hud.alert
+        color: trade.row.buy ? Hud.emerald : Hud.alert
     }
     Text {
         x: 36
@@ -23,21 +24,21 @@ Item {
         anchors.verticalCenter: parent.verticalCenter
         elide: Text.ElideRight
         maximumLineCount: 1
-        text: hud.oneLine(trade.row.symbol)
+        text: Hud.oneLine(trade.row.symbol)
         textFormat: Text.PlainText
-        font.family: hud.mono
-        font.pointSize: 10.5 * hud.pt
-        color: hud.ink2
+        font.family: Hud.mono
+        font.pointSize: 10.5 * Hud.pt
+        color: Hud.ink2
     }
     Text {
         x: 112
         anchors.verticalCenter: parent.verticalCenter
         text: trade.row.amount
         textFormat: Text.PlainText
-        font.family: hud.mono
-        font.pointSize: 10.5 * hud.pt
+        font.family: Hud.mono
+        font.pointSize: 10.5 * Hud.pt
         font.weight: Font.Medium
-        color: hud.ink
+        color: Hud.ink
     }
     Text {
         anchors.right: pnl.left
@@ -45,9 +46,9 @@ Item {
         anchors.verticalCenter: parent.verticalCenter
         text: trade.row.age
         textFormat: Text.PlainText
-        font.family: hud.mono
-        font.pointSize: 9 * hud.pt
-        color: hud.ink4
+        font.family: Hud.mono
+        font.pointSize: 9 * Hud.pt
+        color: Hud.ink4
     }
     Text {
         id: pnl
@@ -57,9 +58,9 @@ Item {
         anchors.verticalCenter: parent.verticalCenter
         text: trade.row.pnl
         textFormat: Text.PlainText
-        font.family: hud.mono
-        font.pointSize: 9.5 * hud.pt
+        font.family: Hud.mono
+        font.pointSize: 9.5 * Hud.pt
         font.weight: Font.DemiBold
-        color: trade.row.open ? hud.ink4 : trade.row.pnlNegative ? hud.alert : hud.emerald
+        color: trade.row.open ? Hud.ink4 : trade.row.pnlNegative ? Hud.alert : Hud.emerald
     }
 }

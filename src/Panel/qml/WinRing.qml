@@ -1,5 +1,6 @@
 import QtQuick
 import QtQuick.Shapes
+import Larkpin.Panel
 
 Row {
     id: ring
@@ -12,13 +13,13 @@ Row {
         width: 16; height: 16
         anchors.verticalCenter: parent.verticalCenter
         ShapePath {
-            strokeColor: hud.alpha(hud.ink4, 0.7)
+            strokeColor: Hud.alpha(Hud.ink4, 0.7)
             strokeWidth: 2
             fillColor: "transparent"
             PathAngleArc { centerX: 8; centerY: 8; radiusX: 6.5; radiusY: 6.5; startAngle: 0; sweepAngle: 360 }
         }
         ShapePath {
-            strokeColor: hud.lark
+            strokeColor: Hud.lark
             strokeWidth: 2
             capStyle: ShapePath.RoundCap
             fillColor: "transparent"
@@ -29,9 +30,9 @@ Row {
         anchors.verticalCenter: parent.verticalCenter
         text: ring.label
         textFormat: Text.PlainText
-        font.family: hud.mono
-        font.pointSize: 9 * hud.pt
+        font.family: Hud.mono
+        font.pointSize: 9 * Hud.pt
         font.weight: Font.DemiBold
-        color: hud.ink2
+        color: Hud.ink2
     }
 }
