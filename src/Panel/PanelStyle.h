@@ -60,7 +60,8 @@ class PanelStyle : public QObject {
     // the window that shows the panel has one (a compositor is running).
     Q_PROPERTY(int shadowMargin READ shadowMargin CONSTANT)
 public:
-    explicit PanelStyle(double devicePixelRatio = 2.0, QObject *parent = nullptr);
+    // No default: the singleton must come from create(), which knows its engine.
+    explicit PanelStyle(double devicePixelRatio, QObject *parent = nullptr);
     // One per engine, made when a view first names it, from what
     // configure() left on that engine: the pixel ratio and the shadow's band.
     static PanelStyle *create(QQmlEngine *engine, QJSEngine *);

@@ -13,14 +13,11 @@ Item {
         anchors.verticalCenter: parent.verticalCenter
         spacing: 8
         BrandMark { anchors.verticalCenter: parent.verticalCenter }
-        Text {
+        LabelText {
             anchors.verticalCenter: parent.verticalCenter
             text: "LARKPIN"
-            textFormat: Text.PlainText
-            font.family: Hud.mono
-            font.pointSize: 11 * Hud.pt
-            font.bold: true
-            font.letterSpacing: 1.8
+            size: 11
+            tracking: 1.8
             color: Hud.ink
         }
     }

@@ -10,13 +10,11 @@ Rectangle {
     implicitHeight: label.implicitHeight + 4
     radius: 3
     color: Hud.alpha(tone, 0.14)
-    Text {
+    ValueText {
         id: label
         anchors.centerIn: parent
         text: tag.text
-        textFormat: Text.PlainText
-        font.family: Hud.mono
-        font.pointSize: 9 * Hud.pt
+        size: 9
         font.weight: Font.DemiBold
         color: tag.tone
     }

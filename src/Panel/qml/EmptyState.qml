@@ -19,14 +19,11 @@ Item {
             size: 17
             colour: Hud.ink4
         }
-        Text {
+        ProseText {
             objectName: "emptyMessage"
             anchors.horizontalCenter: parent.horizontalCenter
             text: empty.message
-            textFormat: Text.PlainText
-            font.family: Hud.sans
-            font.pointSize: 11.5 * Hud.pt
-            color: Hud.ink3
+            size: 11.5
         }
     }
 }

@@ -39,14 +39,10 @@ Item {
         id: row
         anchors.centerIn: parent
         spacing: 5
-        Text {
+        LabelText {
             anchors.verticalCenter: parent.verticalCenter
             text: action.title
-            textFormat: Text.PlainText
-            font.family: Hud.mono
-            font.pointSize: 10 * Hud.pt
-            font.bold: true
-            font.letterSpacing: 0.8
+            size: 10
             color: action.primary ? Hud.abyss : action.accent
         }
         Glyph {

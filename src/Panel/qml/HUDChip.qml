@@ -36,23 +36,15 @@ Item {
         id: row
         anchors.centerIn: parent
         spacing: 4
-        Text {
+        LabelText {
             text: chip.label
-            textFormat: Text.PlainText
-            font.family: Hud.mono
-            font.pointSize: 9.5 * Hud.pt
-            font.bold: true
-            font.letterSpacing: 0.7
+            tracking: 0.7
             color: chip.selected ? Hud.abyss : Hud.ink2
         }
-        Text {
+        LabelText {
             visible: chip.trailing !== ""
             text: chip.trailing
-            textFormat: Text.PlainText
-            font.family: Hud.mono
-            font.pointSize: 9.5 * Hud.pt
-            font.bold: true
-            font.letterSpacing: 0.7
+            tracking: 0.7
             color: chip.selected ? Hud.abyss : Hud.ink2
             opacity: 0.5
         }

@@ -52,18 +52,16 @@ Item {
         border.width: Hud.hairlineWidth
         border.color: Hud.hairlineHot
     }
-    Text {
+    ProseText {
         id: label
         x: 9
         y: 6
         width: tip.width - 18
         text: tip.text
-        textFormat: Text.PlainText
         wrapMode: Text.Wrap
         maximumLineCount: 4
         elide: Text.ElideRight
-        font.family: Hud.sans
-        font.pointSize: 9.5 * Hud.pt
+        size: 9.5
         color: Hud.ink
     }
 }

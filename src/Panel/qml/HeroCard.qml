@@ -14,22 +14,14 @@ Item {
     implicitHeight: column.implicitHeight + 26
 
     HoverHandler { id: hover }
-    Rectangle {
+    HeroPlate {
         anchors.fill: parent
-        radius: 10
-        color: card.bloom ? Qt.tint(Hud.plate, Hud.alpha(card.accent, 0.10))
-                          : card.hovering ? Hud.alpha(Hud.raised, 0.85) : Hud.alpha(Hud.plate, 0.75)
-        border.width: Hud.hairlineWidth
-        border.color: card.bloom ? Hud.alpha(card.accent, 0.55) : card.hovering || card.isOpen ? Hud.hairlineHot : Hud.hairline
-        Behavior on color { enabled: card.panel.animated; ColorAnimation { duration: 260; easing.type: Easing.OutCubic } }
-        Behavior on border.color { enabled: card.panel.animated; ColorAnimation { duration: 260; easing.type: Easing.OutCubic } }
-    }
-    AccentRule {
-        x: 12
-        y: 14
-        height: card.height - 28
-        colour: card.accent
+        accent: card.accent
         glow: card.bloom || card.isOpen
+        fill: card.bloom ? Qt.tint(Hud.plate, Hud.alpha(card.accent, 0.10))
+                         : card.hovering ? Hud.alpha(Hud.raised, 0.85) : Hud.alpha(Hud.plate, 0.75)
+        edge: card.bloom ? Hud.alpha(card.accent, 0.55) : card.hovering || card.isOpen ? Hud.hairlineHot : Hud.hairline
+        fades: card.panel.animated
     }
     Column {
         id: column
@@ -38,23 +30,11 @@ Item {
         width: card.width - 27 - 14
         spacing: 7
 
-        // Eyebrow
-        Item {
+        HeroHeader {
             width: parent.width
             height: 18
-            Row {
-                anchors.verticalCenter: parent.verticalCenter
-                spacing: 8
-                KindLabel { kind: card.hero.kind || "whale"; size: 9.5 }
-                Text {
-                    text: Hud.oneLine(card.hero.age || "")
-                    textFormat: Text.PlainText
-                    maximumLineCount: 1
-                    font.family: Hud.mono
-                    font.pointSize: 9 * Hud.pt
-                    color: Hud.ink4
-                }
-            }
+            kind: card.hero.kind || "whale"
+            age: card.hero.age || ""
             WinRing {
                 objectName: "winRing"
                 anchors.right: parent.right
@@ -83,15 +63,16 @@ Item {
             }
             readonly property int tickerPx: fullTicker.advanceWidth <= room ? Hud.heroTickerPx
                 : Math.max(Hud.minLegiblePx, Math.floor(Hud.heroTickerPx * room / fullTicker.advanceWidth))
+            // Sized in pixels to fit, so not one of the shared texts.
             Text {
                 objectName: "heroTicker"
                 width: Math.max(0, figureLine.room)
                 height: parent.height
                 verticalAlignment: Text.AlignVCenter
                 text: figureLine.ticker
-                textFormat: Text.PlainText
                 maximumLineCount: 1
                 elide: Text.ElideRight
+                textFormat: Text.PlainText
                 font.family: Hud.mono
                 font.pixelSize: figureLine.tickerPx
                 font.weight: Font.Bold
@@ -110,27 +91,20 @@ Item {
                 colour: card.accent
             }
         }
-        Text {
+        ValueText {
             objectName: "heroBody"
             width: parent.width
             elide: Text.ElideRight
             maximumLineCount: 1
             text: Hud.oneLine(card.hero.body || "")
-            textFormat: Text.PlainText
-            font.family: Hud.mono
-            font.pointSize: 11.5 * Hud.pt
-            color: Hud.ink2
+            size: 11.5
         }
-        Text {
+        ProseText {
             visible: text !== ""
             width: parent.width
             wrapMode: Text.Wrap
             text: card.hero.detail || ""
-            textFormat: Text.PlainText
-            font.family: Hud.sans
-            font.pointSize: 10.5 * Hud.pt
             lineHeight: 1.15
-            color: Hud.ink3
         }
         Row {
             spacing: 6

@@ -10,19 +10,11 @@ Item {
     readonly property color accent: Hud.kindColour(hero.kind || "whale")
     implicitHeight: column.implicitHeight + 26
 
-    Rectangle {
+    HeroPlate {
         anchors.fill: parent
-        radius: 10
-        color: Hud.plate
-        border.width: Hud.hairlineWidth
-        border.color: Hud.hairlineHot
-    }
-    AccentRule {
-        x: 12
-        y: 14
-        height: detail.height - 28
-        colour: detail.accent
+        accent: detail.accent
         glow: true
+        edge: Hud.hairlineHot
     }
     Column {
         id: column
@@ -30,21 +22,11 @@ Item {
         y: 13
         width: detail.width - 27 - 12
         spacing: 9
-        Item {
+        HeroHeader {
             width: parent.width
             height: 24
-            Row {
-                anchors.verticalCenter: parent.verticalCenter
-                spacing: 8
-                KindLabel { kind: detail.hero.kind || "whale"; size: 9.5 }
-                Text {
-                    text: detail.hero.age || ""
-                    textFormat: Text.PlainText
-                    font.family: Hud.mono
-                    font.pointSize: 9 * Hud.pt
-                    color: Hud.ink4
-                }
-            }
+            kind: detail.hero.kind || "whale"
+            age: detail.hero.age || ""
             HUDIconButton {
                 panel: detail.panel
                 objectName: "closeDetail"
@@ -55,26 +37,20 @@ Item {
                 onClicked: detail.closeRequested()
             }
         }
-        Text {
+        ValueText {
             width: parent.width
             elide: Text.ElideRight
             maximumLineCount: 1
             text: Hud.oneLine(detail.hero.headline || "")
-            textFormat: Text.PlainText
-            font.family: Hud.mono
-            font.pointSize: 13 * Hud.pt
+            size: 13
             font.weight: Font.DemiBold
             color: Hud.ink
         }
-        Text {
+        ProseText {
             visible: text !== ""
             width: parent.width
             wrapMode: Text.Wrap
             text: detail.hero.detail || ""
-            textFormat: Text.PlainText
-            font.family: Hud.sans
-            font.pointSize: 10.5 * Hud.pt
-            color: Hud.ink3
         }
         HUDAction {
             panel: detail.panel

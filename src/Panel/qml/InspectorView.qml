@@ -15,26 +15,18 @@ Column {
     readonly property string state_: info.state
     spacing: 14
 
-    Text {
+    ProseText {
         objectName: "inspectorBlank"
         visible: inspector.state_ === "blank"
         text: "No wallet or pool data for this one."
-        textFormat: Text.PlainText
-        font.family: Hud.sans
-        font.pointSize: 10.5 * Hud.pt
-        color: Hud.ink3
     }
     Row {
         objectName: "inspectorFailed"
         visible: inspector.state_ === "failed"
         spacing: 10
-        Text {
+        ProseText {
             anchors.verticalCenter: parent.verticalCenter
             text: "Couldn't load the details."
-            textFormat: Text.PlainText
-            font.family: Hud.sans
-            font.pointSize: 10.5 * Hud.pt
-            color: Hud.ink3
         }
         HUDAction {
             panel: inspector.panel
@@ -66,13 +58,10 @@ Column {
             visible: walletM.w.hasDelta === true
             spacing: 7
             DeltaTag { text: walletM.w.delta || ""; negative: walletM.w.deltaNegative === true }
-            Text {
+            ProseText {
                 anchors.verticalCenter: parent.verticalCenter
                 text: walletM.w.deltaNote || ""
-                textFormat: Text.PlainText
-                font.family: Hud.sans
-                font.pointSize: 9.5 * Hud.pt
-                color: Hud.ink3
+                size: 9.5
             }
         }
         Column {
@@ -97,11 +86,9 @@ Column {
         delta: t.delta || ""
         deltaNegative: t.deltaNegative === true
         StatRow { items: tokenM.t.stats || []; availableWidth: inspector.width }
-        Text {
+        ValueText {
             text: tokenM.t.flowLine || ""
-            textFormat: Text.PlainText
-            font.family: Hud.mono
-            font.pointSize: 9.5 * Hud.pt
+            size: 9.5
             color: Hud.ink3
         }
     }
@@ -117,12 +104,9 @@ Column {
         hasDelta: e.hasDelta === true
         delta: e.delta || ""
         deltaNegative: e.deltaNegative === true
-        Text {
+        ProseText {
             text: equityM.e.session || ""
-            textFormat: Text.PlainText
-            font.family: Hud.sans
-            font.pointSize: 10 * Hud.pt
-            color: Hud.ink3
+            size: 10
         }
     }
     Row {
@@ -159,5 +143,5 @@ Column {
             menu.open()
         }
     }
-    Component { id: inspectorMenu; SignalMenu {} }
+    Component { id: inspectorMenu; SignalMenu { panel: inspector.panel } }
 }

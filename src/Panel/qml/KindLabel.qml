@@ -1,15 +1,11 @@
 import QtQuick
 import Larkpin.Panel
 
-Text {
+LabelText {
     property string kind: "whale"
     property string label: Hud.kindLabel(kind)
-    property real size: 9
+    size: 9
+    tracking: 0.9
     text: label
-    textFormat: Text.PlainText
-    font.family: Hud.mono
-    font.pointSize: (size) * Hud.pt
-    font.bold: true
-    font.letterSpacing: 0.9
     color: Hud.kindColour(kind)
 }

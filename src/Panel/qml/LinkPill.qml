@@ -28,13 +28,11 @@ Item {
             alive: pill.alive
             size: 6
         }
-        Text {
+        ValueText {
             objectName: "linkLabel"
             anchors.verticalCenter: parent.verticalCenter
             text: pill.label
-            textFormat: Text.PlainText
-            font.family: Hud.mono
-            font.pointSize: 9.5 * Hud.pt
+            size: 9.5
             font.weight: Font.Medium
             font.letterSpacing: 0.9
             color: Hud.ink3

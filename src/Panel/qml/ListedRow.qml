@@ -11,29 +11,23 @@ Item {
     readonly property bool watching: kind === "watch"
     implicitHeight: 30
 
-    Text {
+    ValueText {
         id: labelText
         anchors.verticalCenter: parent.verticalCenter
         width: parent.width - tag.width - remove.width - 24
         text: listed.label
-        textFormat: Text.PlainText
         elide: Text.ElideRight
-        font.family: Hud.mono
-        font.pointSize: 11 * Hud.pt
         font.weight: Font.DemiBold
         color: listed.watching ? Hud.ink : Hud.ink3
     }
-    Text {
+    LabelText {
         id: tag
         anchors.right: remove.left
         anchors.rightMargin: 12
         anchors.verticalCenter: parent.verticalCenter
         text: listed.watching ? "WATCHED" : "MUTED"
-        textFormat: Text.PlainText
-        font.family: Hud.mono
-        font.pointSize: 8 * Hud.pt
-        font.bold: true
-        font.letterSpacing: 1.2
+        size: 8
+        tracking: 1.2
         color: listed.watching ? Hud.lark : Hud.ink4
     }
     HUDIconButton {

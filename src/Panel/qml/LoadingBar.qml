@@ -5,12 +5,8 @@ Column {
     id: loading
     required property PanelModel panel
     spacing: 7
-    Text {
+    ProseText {
         text: "Loading the evidence\u2026"
-        textFormat: Text.PlainText
-        font.family: Hud.sans
-        font.pointSize: 10.5 * Hud.pt
-        color: Hud.ink3
     }
     Item {
         id: track

@@ -60,17 +60,14 @@ Item {
         width: mini.width - 26
         spacing: 3
         KindLabel { kind: mini.kind; size: 8 }
-        Text {
+        ValueText {
             width: parent.width
             // Two lines at most, made by wrapping, never by the wire.
             text: Hud.oneLine(mini.headline)
-            textFormat: Text.PlainText
             wrapMode: Text.Wrap
             maximumLineCount: 2
             elide: Text.ElideRight
-            font.family: Hud.mono
-            font.pointSize: 10 * Hud.pt
-            color: Hud.ink2
+            size: 10
         }
     }
     FocusRing { ringRadius: 8 }

@@ -17,27 +17,20 @@ Column {
     Item {
         width: parent.width
         height: Math.max(eyebrowText.implicitHeight, trailingText.implicitHeight)
-        Text {
+        LabelText {
             id: eyebrowText
             text: Hud.oneLine(module.eyebrow)
-            textFormat: Text.PlainText
             maximumLineCount: 1
             elide: Text.ElideRight
             width: Math.min(implicitWidth, Math.max(0, parent.width - trailingText.implicitWidth - 8))
-            font.family: Hud.mono
-            font.pointSize: 8 * Hud.pt
-            font.bold: true
-            font.letterSpacing: 1.2
-            color: Hud.ink4
+            size: 8
+            tracking: 1.2
         }
-        Text {
+        CaptionText {
             id: trailingText
             anchors.right: parent.right
             text: module.trailing
-            textFormat: Text.PlainText
-            font.family: Hud.mono
-            font.pointSize: 8.5 * Hud.pt
-            color: Hud.ink4
+            size: 8.5
         }
     }
     Item {
@@ -46,26 +39,22 @@ Column {
         Row {
             spacing: 7
             anchors.verticalCenter: parent.verticalCenter
-            Text {
+            ValueText {
                 id: titleText
                 text: Hud.oneLine(module.title)
-                textFormat: Text.PlainText
                 maximumLineCount: 1
                 elide: Text.ElideRight
                 width: Math.min(implicitWidth, Math.max(0, module.width - deltaTag.width - 20))
-                font.family: Hud.mono
-                font.pointSize: 14 * Hud.pt
+                size: 14
                 font.weight: Font.DemiBold
                 color: Hud.ink
             }
-            Text {
+            ValueText {
                 anchors.baseline: titleText.baseline
                 visible: module.subtitle !== ""
                 text: Hud.oneLine(module.subtitle)
-                textFormat: Text.PlainText
                 maximumLineCount: 1
-                font.family: Hud.mono
-                font.pointSize: 10 * Hud.pt
+                size: 10
                 color: Hud.ink3
                 elide: Text.ElideRight
                 width: Math.min(implicitWidth, Math.max(0, module.width - titleText.width - deltaTag.width - 20))

@@ -10,11 +10,9 @@ Column {
     property bool rolling: false
     spacing: 2
 
-    Text {
+    ValueText {
         text: readout.label
-        textFormat: Text.PlainText
-        font.family: Hud.mono
-        font.pointSize: 8 * Hud.pt
+        size: 8
         font.weight: Font.Medium
         font.letterSpacing: 0.9
         color: Hud.ink4
@@ -27,12 +25,9 @@ Column {
         weight: Font.Medium
         colour: readout.colour
     }
-    Text {
+    ValueText {
         visible: !readout.rolling
         text: readout.value
-        textFormat: Text.PlainText
-        font.family: Hud.mono
-        font.pointSize: 11 * Hud.pt
         font.weight: Font.Medium
         color: readout.colour
     }

@@ -24,16 +24,14 @@ Row {
             clip: true
 
             TextMetrics { id: natural; text: cell.ch; font: current.font }
-            Text {
+            ValueText {
                 id: current
                 width: parent.width
                 height: parent.height
                 horizontalAlignment: Text.AlignHCenter
                 verticalAlignment: Text.AlignVCenter
                 text: cell.shown
-                textFormat: Text.PlainText
-                font.family: Hud.mono
-                font.pointSize: (rolling.size) * Hud.pt
+                size: rolling.size
                 font.weight: rolling.weight
                 color: rolling.colour
             }

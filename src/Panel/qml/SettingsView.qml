@@ -34,14 +34,11 @@ Item {
                 help: "Back"
                 onClicked: settings.back()
             }
-            Text {
+            LabelText {
                 anchors.verticalCenter: parent.verticalCenter
                 text: "SETTINGS"
-                textFormat: Text.PlainText
-                font.family: Hud.mono
-                font.pointSize: 11 * Hud.pt
-                font.bold: true
-                font.letterSpacing: 1.75
+                size: 11
+                tracking: 1.75
                 color: Hud.ink
             }
         }
@@ -192,15 +189,11 @@ Item {
                     y: 12
                     width: parent.width - 32
                     spacing: 7
-                    Text {
+                    CaptionText {
                         id: version
                         objectName: "versionText"
                         anchors.verticalCenter: parent.verticalCenter
                         text: panel.settings.versionText
-                        textFormat: Text.PlainText
-                        font.family: Hud.mono
-                        font.pointSize: 9 * Hud.pt
-                        color: Hud.ink4
                     }
                     Item {
                         width: Math.max(0, footer.width - version.width - site.width - quit.width - 3 * footer.spacing)
@@ -225,13 +218,8 @@ Item {
                             id: siteRow
                             anchors.verticalCenter: parent.verticalCenter
                             spacing: 4
-                            Text {
+                            LabelText {
                                 text: panel.siteText
-                                textFormat: Text.PlainText
-                                font.family: Hud.mono
-                                font.pointSize: 9.5 * Hud.pt
-                                font.bold: true
-                                font.letterSpacing: 0.8
                                 color: Hud.lark
                             }
                             Glyph {

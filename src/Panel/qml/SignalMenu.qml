@@ -72,16 +72,14 @@ Popup {
                     radius: 6
                     color: entry.lit ? Hud.alpha(Hud.raised, 0.95) : "transparent"
                 }
-                Text {
+                ValueText {
                     id: label
                     x: 12
                     anchors.verticalCenter: parent.verticalCenter
                     text: modelData.title
-                    textFormat: Text.PlainText
                     elide: Text.ElideRight
                     width: Math.min(implicitWidth, 260)
-                    font.family: Hud.mono
-                    font.pointSize: 10.5 * Hud.pt
+                    size: 10.5
                     font.weight: entry.undo ? Font.DemiBold : Font.Normal
                     color: entry.undo ? Hud.lark : entry.lit ? Hud.ink : Hud.ink2
                 }

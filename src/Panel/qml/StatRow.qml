@@ -11,24 +11,18 @@ Row {
         Column {
             width: stats.availableWidth / Math.max(1, stats.items.length)
             spacing: 3
-            Text {
+            ValueText {
                 text: modelData.label
-                textFormat: Text.PlainText
-                font.family: Hud.mono
-                font.pointSize: 7.5 * Hud.pt
+                size: 7.5
                 font.weight: Font.Medium
                 font.letterSpacing: 0.8
                 color: Hud.ink4
             }
-            Text {
+            ValueText {
                 width: parent.width - 4
                 elide: Text.ElideRight
                 text: modelData.value
-                textFormat: Text.PlainText
-                font.family: Hud.mono
-                font.pointSize: 11 * Hud.pt
                 font.weight: Font.Medium
-                color: Hud.ink2
             }
         }
     }

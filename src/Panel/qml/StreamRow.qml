@@ -105,30 +105,26 @@ Item {
                 readonly property var runs: Hud.headlineRuns(whole.elidedText, row.tickerLine)
                 Row {
                     anchors.verticalCenter: parent.verticalCenter
-                    Text {
+                    ValueText {
                         objectName: "tickerText"
                         anchors.baseline: bodyText.baseline
                         text: headline.runs[0]
-                        textFormat: Text.PlainText
                         maximumLineCount: 1
-                        font.family: Hud.mono
-                        font.pointSize: 12 * Hud.pt
+                        size: 12
                         font.weight: Font.DemiBold
                         color: Hud.ink
                     }
-                    Text {
+                    ValueText {
                         id: bodyText
                         objectName: "bodyText"
                         text: headline.runs[1]
-                        textFormat: Text.PlainText
                         maximumLineCount: 1
-                        font.family: Hud.mono
-                        font.pointSize: 11.5 * Hud.pt
+                        size: 11.5
                         color: Hud.ink3
                     }
                 }
             }
-            Text {
+            ValueText {
                 id: figureText
                 objectName: "figureText"
                 visible: row.figure !== ""
@@ -136,14 +132,11 @@ Item {
                 anchors.rightMargin: 6
                 anchors.verticalCenter: parent.verticalCenter
                 text: Hud.oneLine(row.figure)
-                textFormat: Text.PlainText
                 maximumLineCount: 1
-                font.family: Hud.mono
-                font.pointSize: 11 * Hud.pt
                 font.weight: Font.DemiBold
                 color: Hud.alpha(row.accent, 0.9)
             }
-            Text {
+            CaptionText {
                 id: metaText
                 objectName: "metaText"
                 anchors.right: parent.right
@@ -151,12 +144,9 @@ Item {
                 width: 42
                 horizontalAlignment: Text.AlignRight
                 text: Hud.oneLine(row.meta)
-                textFormat: Text.PlainText
                 maximumLineCount: 1
                 elide: Text.ElideRight
-                font.family: Hud.mono
-                font.pointSize: 9.5 * Hud.pt
-                color: Hud.ink4
+                size: 9.5
             }
         }
         Loader {

@@ -16,24 +16,17 @@ Item {
         anchors.verticalCenter: parent.verticalCenter
         width: parent.width - control.width - 12
         spacing: 3
-        Text {
+        ValueText {
             text: switchRow.title
-            textFormat: Text.PlainText
-            font.family: Hud.mono
-            font.pointSize: 11 * Hud.pt
             font.weight: Font.DemiBold
             font.letterSpacing: 0.6
             color: switchRow.titleColour
         }
-        Text {
+        ProseText {
             visible: switchRow.subtitle !== ""
             width: parent.width
             wrapMode: Text.Wrap
             text: switchRow.subtitle
-            textFormat: Text.PlainText
-            font.family: Hud.sans
-            font.pointSize: 10.5 * Hud.pt
-            color: Hud.ink3
         }
     }
     Toggle {

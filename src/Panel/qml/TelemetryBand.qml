@@ -82,23 +82,19 @@ Item {
             Item {
                 width: parent.width
                 height: buy.implicitHeight
-                Text {
+                ProseText {
                     id: buy
                     objectName: "buyText"
                     text: band.panel.buyText
-                    textFormat: Text.PlainText
-                    font.family: Hud.sans
-                    font.pointSize: 8.5 * Hud.pt
+                    size: 8.5
                     font.weight: Font.Medium
                     color: Hud.alpha(Hud.emerald, 0.8)
                 }
-                Text {
+                ProseText {
                     objectName: "sellText"
                     anchors.right: parent.right
                     text: band.panel.sellText
-                    textFormat: Text.PlainText
-                    font.family: Hud.sans
-                    font.pointSize: 8.5 * Hud.pt
+                    size: 8.5
                     font.weight: Font.Medium
                     color: Hud.alpha(Hud.alert, 0.7)
                 }
@@ -110,22 +106,18 @@ Item {
             Repeater {
                 model: band.panel.counters
                 Row {
-                    Text {
+                    ProseText {
                         visible: index > 0
                         leftPadding: 6
                         rightPadding: 6
                         text: "\u00B7"
-                        textFormat: Text.PlainText
-                        font.family: Hud.sans
-                        font.pointSize: 9 * Hud.pt
+                        size: 9
                         color: Hud.ink4
                     }
-                    Text {
+                    ProseText {
                         objectName: "counter"
                         text: modelData
-                        textFormat: Text.PlainText
-                        font.family: Hud.sans
-                        font.pointSize: 9 * Hud.pt
+                        size: 9
                         color: Hud.ink2
                     }
                 }

@@ -26,13 +26,10 @@ Row {
             PathAngleArc { centerX: 8; centerY: 8; radiusX: 6.5; radiusY: 6.5; startAngle: -90; sweepAngle: 360 * ring.clamped }
         }
     }
-    Text {
+    ValueText {
         anchors.verticalCenter: parent.verticalCenter
         text: ring.label
-        textFormat: Text.PlainText
-        font.family: Hud.mono
-        font.pointSize: 9 * Hud.pt
+        size: 9
         font.weight: Font.DemiBold
-        color: Hud.ink2
     }
 }
