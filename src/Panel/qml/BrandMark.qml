@@ -9,6 +9,7 @@ Item {
         Repeater {
             model: 3
             Rectangle {
+                required property int index
                 width: 13; height: 2; radius: 1
                 color: Hud.lark
                 opacity: index === 1 ? 1 : 0.55

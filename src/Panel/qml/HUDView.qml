@@ -28,6 +28,7 @@ Item {
         Repeater {
             model: 9
             Rectangle {
+                required property int index
                 readonly property real spread: Hud.shadowMargin * (1 - index / 9)
                 x: -spread
                 y: -spread + 4

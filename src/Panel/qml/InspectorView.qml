@@ -69,7 +69,11 @@ Column {
             spacing: 4
             Repeater {
                 model: walletM.w.trades || []
-                TradeRow { width: inspector.width; row: modelData }
+                TradeRow {
+                    required property var modelData
+                    width: inspector.width
+                    row: modelData
+                }
             }
         }
     }

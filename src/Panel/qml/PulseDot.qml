@@ -20,6 +20,7 @@ Item {
     Repeater {
         model: 3
         Rectangle {
+            required property int index
             readonly property real r: dot.size / 2 + dot.glowRadius * (index + 1) / 3
             anchors.centerIn: parent
             width: r * 2; height: r * 2; radius: r

@@ -15,7 +15,8 @@ Row {
         model: rolling.text.length
         delegate: Item {
             id: cell
-            readonly property string ch: rolling.text.charAt(index)
+            required property int index
+            readonly property string ch: rolling.text.charAt(cell.index)
             readonly property bool digit: ch >= "0" && ch <= "9"
             property string shown: ch
             property string leaving: ""

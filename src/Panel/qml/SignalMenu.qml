@@ -62,9 +62,11 @@ Popup {
             model: menu.entries
             Item {
                 id: entry
-                objectName: "menu-" + modelData.action
-                readonly property bool undo: modelData.action === "undo"
-                readonly property bool lit: mouse.containsMouse || menu.current === index
+                required property int index
+                required property var modelData
+                objectName: "menu-" + entry.modelData.action
+                readonly property bool undo: entry.modelData.action === "undo"
+                readonly property bool lit: mouse.containsMouse || menu.current === entry.index
                 width: Math.max(178, label.implicitWidth + 24)
                 height: 28
                 Rectangle {
@@ -76,7 +78,7 @@ Popup {
                     id: label
                     x: 12
                     anchors.verticalCenter: parent.verticalCenter
-                    text: modelData.title
+                    text: entry.modelData.title
                     elide: Text.ElideRight
                     width: Math.min(implicitWidth, 260)
                     size: 10.5
@@ -88,8 +90,8 @@ Popup {
                     anchors.fill: parent
                     hoverEnabled: true
                     cursorShape: Qt.PointingHandCursor
-                    onEntered: menu.current = index
-                    onClicked: menu.choose(index)
+                    onEntered: menu.current = entry.index
+                    onClicked: menu.choose(entry.index)
                 }
             }
         }

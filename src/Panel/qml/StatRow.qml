@@ -9,10 +9,12 @@ Row {
     Repeater {
         model: stats.items
         Column {
+            id: stat
+            required property var modelData
             width: stats.availableWidth / Math.max(1, stats.items.length)
             spacing: 3
             ValueText {
-                text: modelData.label
+                text: stat.modelData.label
                 size: 7.5
                 font.weight: Font.Medium
                 font.letterSpacing: 0.8
@@ -21,7 +23,7 @@ Row {
             ValueText {
                 width: parent.width - 4
                 elide: Text.ElideRight
-                text: modelData.value
+                text: stat.modelData.value
                 font.weight: Font.Medium
             }
         }

@@ -106,8 +106,11 @@ Item {
             Repeater {
                 model: band.panel.counters
                 Row {
+                    id: counter
+                    required property int index
+                    required property var modelData
                     ProseText {
-                        visible: index > 0
+                        visible: counter.index > 0
                         leftPadding: 6
                         rightPadding: 6
                         text: "\u00B7"
@@ -116,7 +119,7 @@ Item {
                     }
                     ProseText {
                         objectName: "counter"
-                        text: modelData
+                        text: counter.modelData
                         size: 9
                         color: Hud.ink2
                     }
