@@ -4,6 +4,7 @@
 // the "glyph" image provider.
 
 #include "Panel/PanelModel.h"
+#include "Panel/SettingsModel.h"
 #include "Panel/SignalListModel.h"
 
 #include <QQuickImageProvider>
@@ -20,6 +21,12 @@ struct PanelModelForeign {
     QML_FOREIGN(PanelModel)
     QML_NAMED_ELEMENT(PanelModel)
     QML_UNCREATABLE("a panel's model is made by its controller")
+};
+struct SettingsModelForeign {
+    Q_GADGET
+    QML_FOREIGN(SettingsModel)
+    QML_NAMED_ELEMENT(SettingsModel)
+    QML_UNCREATABLE("a panel's settings come with its model")
 };
 struct SignalListModelForeign {
     Q_GADGET
