@@ -1,5 +1,5 @@
 import QtQuick
-import QtQuick.Controls.Basic
+import QtQuick.Controls
 import Larkpin.Panel
 
 // The context menu of one signal: mute its token or wallet, watch its
