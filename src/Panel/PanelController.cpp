@@ -8,9 +8,10 @@
 
 #include <QCursor>
 #include <QEasingCurve>
+#include <QFile>
+#include <QFontDatabase>
 #include <QGuiApplication>
 #include <QKeyEvent>
-#include <QQmlContext>
 #include <QQmlEngine>
 #include <QQuickItem>
 #include <QSGRendererInterface>
@@ -24,7 +25,6 @@
 #include <malloc.h>
 #endif
 #ifdef Q_OS_LINUX
-#include <QFile>
 #include <sys/mman.h>
 #endif
 
@@ -83,6 +83,30 @@ void giveBackPanelPages()
         }
     }
 #endif
+}
+
+// The panel's texts leave behind a font engine, glyph cache and all, for
+// every face, weight and size they drew (some thirty), and Qt keeps engines
+// nobody uses for as long as they fit its cache's budget: about 3 MB that
+// would stay for good. Qt has no call that empties that cache, but a change
+// to the application fonts does (and the font database is read again on its
+// next use, as after a font is installed): add any installed font and take
+// it away again. Without one of these files the caches simply stay.
+void dropFontCaches()
+{
+    static const QString file = [] {
+        for (const char *path : {"/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf",
+                                 "/usr/share/fonts/opentype/inter/Inter-Regular.otf",
+                                 "/usr/share/fonts/truetype/jetbrains-mono/JetBrainsMono-Regular.ttf"})
+            if (QFile::exists(QString::fromLatin1(path)))
+                return QString::fromLatin1(path);
+        return QString();
+    }();
+    if (file.isEmpty())
+        return;
+    const int id = QFontDatabase::addApplicationFont(file);
+    if (id >= 0)
+        QFontDatabase::removeApplicationFont(id);
 }
 
 // Headless platforms draw no windows: they fade nothing and say so on every frame.
@@ -157,13 +181,10 @@ void PanelController::create()
     chooseGraphicsApi();
     engine_ = std::make_unique<QQmlEngine>();
     window_ = std::make_unique<HUDWindow>();
-    PanelQml::configureEngine(*engine_, window_->devicePixelRatio());
     // Where a compositor runs, the window is larger than the panel by a
     // transparent margin its soft shadow falls into.
     margin_ = PanelStyle::compositorRunning() ? PanelStyle::shadowMarginWanted : 0;
-    if (auto *style = qobject_cast<PanelStyle *>(
-            engine_->rootContext()->contextProperty(QStringLiteral("hud")).value<QObject *>()))
-        style->setShadowMargin(margin_);
+    PanelQml::configureEngine(*engine_, window_->devicePixelRatio(), margin_);
     const QSize outer(width + 2 * margin_, height + 2 * margin_);
     window_->resize(outer);
     window_->setMinimumSize(outer);
@@ -216,6 +237,7 @@ void PanelController::release()
     QTimer::singleShot(trimDelayMs, this, [this] {
         if (window_)
             return; // reopened meanwhile
+        dropFontCaches();
 #ifdef __GLIBC__
         // What was freed sits in the allocator's free lists otherwise, still
         // counted as resident; hand the pages back.
@@ -333,7 +355,7 @@ void PanelController::build()
 {
     model_ = new PanelModel(store_, this);
     QString error;
-    root_ = PanelQml::createHud(*engine_, model_, nullptr, &error);
+    root_ = PanelQml::createHud(*engine_, model_, &error);
     if (!root_)
         return;
     root_->setParentItem(window_->contentItem());

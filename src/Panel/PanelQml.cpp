@@ -6,10 +6,14 @@
 #include <QFile>
 #include <QPainter>
 #include <QQmlComponent>
-#include <QQmlContext>
 #include <QQmlEngine>
+#include <QQmlEngineExtensionPlugin>
 #include <QQuickItem>
 #include <QSvgRenderer>
+
+// The module's types, compiled views and qmldir live in this static library;
+// importing its plugin here brings them along wherever the panel is linked.
+Q_IMPORT_QML_PLUGIN(Larkpin_PanelPlugin)
 
 static void initPanelResources()
 {
@@ -24,26 +28,29 @@ void initResources()
     Q_UNUSED(done);
 }
 
-void configureEngine(QQmlEngine &engine, double devicePixelRatio)
+void configureEngine(QQmlEngine &engine, double devicePixelRatio, int shadowMargin)
 {
     initResources();
+    // Where the module's qmldir is: qrc:/Larkpin/Panel/.
+    if (!engine.importPathList().contains(QStringLiteral("qrc:/")))
+        engine.addImportPath(QStringLiteral("qrc:/"));
     if (!engine.imageProvider(QStringLiteral("glyph")))
         engine.addImageProvider(QStringLiteral("glyph"), new GlyphProvider);
-    auto *style = new PanelStyle(devicePixelRatio, &engine);
-    engine.rootContext()->setContextProperty(QStringLiteral("hud"), style);
+    PanelStyle::configure(engine, devicePixelRatio, shadowMargin);
 }
 
 QUrl hudViewUrl()
 {
-    return QUrl(QStringLiteral("qrc:/larkpin/panel/qml/HUDView.qml"));
+    return QUrl(QStringLiteral("qrc:/Larkpin/Panel/HUDView.qml"));
 }
 
-QQuickItem *createHud(QQmlEngine &engine, PanelModel *model, QQmlContext **contextOut, QString *error)
+QQuickItem *createHud(QQmlEngine &engine, PanelModel *model, QString *error)
 {
-    auto *context = new QQmlContext(engine.rootContext());
-    context->setContextProperty(QStringLiteral("panel"), model);
     QQmlComponent component(&engine, hudViewUrl());
-    QObject *object = component.create(context);
+    QObject *object = component.isReady()
+                          ? component.createWithInitialProperties({{QStringLiteral("panel"),
+                                                                    QVariant::fromValue(model)}})
+                          : nullptr;
     auto *item = qobject_cast<QQuickItem *>(object);
     if (!item) {
         const QString why = component.errorString();
@@ -51,13 +58,8 @@ QQuickItem *createHud(QQmlEngine &engine, PanelModel *model, QQmlContext **conte
         if (error)
             *error = why;
         delete object;
-        delete context;
         return nullptr;
     }
-    // The context goes with the tree.
-    context->setParent(item);
-    if (contextOut)
-        *contextOut = context;
     return item;
 }
 

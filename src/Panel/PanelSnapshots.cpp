@@ -53,7 +53,7 @@ PanelModel *OffscreenPanel::open()
         return nullptr;
     model_ = new PanelModel(store_);
     model_->setAnimated(false);
-    root_ = PanelQml::createHud(*engine_, model_, nullptr, &error_);
+    root_ = PanelQml::createHud(*engine_, model_, &error_);
     if (!root_)
         return model_;
     root_->setParentItem(window_->contentItem());

@@ -11,6 +11,7 @@
 #include <QFontDatabase>
 #include <QGuiApplication>
 #include <QLibrary>
+#include <QQmlEngine>
 #include <QScreen>
 #include <cstdlib>
 
@@ -26,6 +27,26 @@ QString firstInstalled(const QStringList &families, QFontDatabase::SystemFont fa
 } // namespace
 
 PanelStyle::PanelStyle(double devicePixelRatio, QObject *parent) : QObject(parent), dpr_(devicePixelRatio) {}
+
+namespace {
+constexpr char dprKey[] = "larkpinDevicePixelRatio";
+constexpr char marginKey[] = "larkpinShadowMargin";
+} // namespace
+
+void PanelStyle::configure(QQmlEngine &engine, double devicePixelRatio, int shadowMargin)
+{
+    engine.setProperty(dprKey, devicePixelRatio);
+    engine.setProperty(marginKey, shadowMargin);
+}
+
+PanelStyle *PanelStyle::create(QQmlEngine *engine, QJSEngine *)
+{
+    const QVariant dpr = engine ? engine->property(dprKey) : QVariant();
+    auto *style = new PanelStyle(dpr.isValid() ? dpr.toDouble() : 2.0);
+    if (engine)
+        style->shadowMargin_ = engine->property(marginKey).toInt();
+    return style; // the engine owns it
+}
 
 QColor PanelStyle::toQColor(const Theme::Rgba &c)
 {
@@ -88,6 +109,12 @@ double PanelStyle::qmlSpring(const Motion::Curve &curve)
 double PanelStyle::qmlDamping(const Motion::Curve &curve)
 {
     return curve.dampingCoefficient() * 0.016;
+}
+
+QStringList PanelStyle::headlineRuns(const QString &shown, const QString &ticker) const
+{
+    const PanelText::HeadlineRuns runs = PanelText::headlineRuns(shown, ticker);
+    return {runs.ticker, runs.body};
 }
 
 QString PanelStyle::oneLine(const QString &text) const

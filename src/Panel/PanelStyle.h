@@ -1,6 +1,6 @@
 #pragma once
 // The theme's colours, fonts and motion curves as one read-only object the
-// QML binds to ("hud"), so no view carries a literal of its own.
+// QML binds to (the singleton "Hud"), so no view carries a literal of its own.
 
 #include "Look/Theme.h"
 #include "Look/Motion.h"
@@ -8,11 +8,17 @@
 #include <QColor>
 #include <QEasingCurve>
 #include <QObject>
+#include <QtQml/qqmlregistration.h>
 #include <QVariant>
 #include <QVariantList>
 
+class QJSEngine;
+class QQmlEngine;
+
 class PanelStyle : public QObject {
     Q_OBJECT
+    QML_NAMED_ELEMENT(Hud)
+    QML_SINGLETON
     Q_PROPERTY(QColor lark READ lark CONSTANT)
     Q_PROPERTY(QColor amber READ amber CONSTANT)
     Q_PROPERTY(QColor emerald READ emerald CONSTANT)
@@ -54,7 +60,12 @@ class PanelStyle : public QObject {
     // the window that shows the panel has one (a compositor is running).
     Q_PROPERTY(int shadowMargin READ shadowMargin CONSTANT)
 public:
-    explicit PanelStyle(double devicePixelRatio = 2.0, QObject *parent = nullptr);
+    // No default: the singleton must come from create(), which knows its engine.
+    explicit PanelStyle(double devicePixelRatio, QObject *parent = nullptr);
+    // One per engine, made when a view first names it, from what
+    // configure() left on that engine: the pixel ratio and the shadow's band.
+    static PanelStyle *create(QQmlEngine *engine, QJSEngine *);
+    static void configure(QQmlEngine &engine, double devicePixelRatio, int shadowMargin);
 
     static QColor toQColor(const Theme::Rgba &c);
     Q_INVOKABLE QColor kindColour(const QString &kindRaw) const;
@@ -63,6 +74,8 @@ public:
     Q_INVOKABLE QColor alpha(const QColor &c, double a) const;
     // Wire text for a one-line place (see PanelText::oneLine).
     Q_INVOKABLE QString oneLine(const QString &text) const;
+    // A stream row's elided headline as its two runs, [ticker, body] (see PanelText::headlineRuns).
+    Q_INVOKABLE QStringList headlineRuns(const QString &shown, const QString &ticker) const;
     // Points for a PathPolyline (see PanelText::sparkPoints).
     Q_INVOKABLE QVariant sparkPath(const QVariantList &values, double width, double height,
                                    bool closed) const;
@@ -108,7 +121,6 @@ public:
     static constexpr int heroTickerPx() { return 22; }
     static constexpr int minLegiblePx() { return 11; }
     int shadowMargin() const { return shadowMargin_; }
-    void setShadowMargin(int margin) { shadowMargin_ = margin; } // before any QML reads it
     // The margin a panel window needs for its shadow here: only a
     // compositor blends a translucent margin; without one it would show as
     // a dark frame.

@@ -224,6 +224,18 @@ bool breaksLine(QChar c)
 }
 } // namespace
 
+HeadlineRuns headlineRuns(const QString &shown, const QString &ticker)
+{
+    if (shown.startsWith(ticker))
+        return {ticker, shown.mid(ticker.size())};
+    // Cut inside the ticker: its kept start, then the ellipsis that replaced the rest.
+    qsizetype kept = 0;
+    while (kept < shown.size() && kept < ticker.size() && shown.at(kept) == ticker.at(kept))
+        ++kept;
+    const qsizetype end = std::min(shown.size(), kept + 1);
+    return {shown.left(end), shown.mid(end)};
+}
+
 QString oneLine(const QString &text)
 {
     if (std::none_of(text.cbegin(), text.cend(), breaksLine))

@@ -76,6 +76,20 @@ inline QString dash()
 // breaks (and tabs) becomes a single space, none at either end.
 QString oneLine(const QString &text);
 
+// A stream row's headline is the ticker, a space and the body, elided in the
+// middle as one text so the ticker's start and the body's end stay visible;
+// it is drawn as two runs in two styles. `shown` is that elided text: the
+// ticker's run is what survived of the ticker, with the ellipsis when the cut
+// fell inside it; the body's run is the rest. (The ticker may carry an
+// ellipsis of its own: where the cut is is told by where `shown` leaves the
+// ticker, not by the first ellipsis.)
+struct HeadlineRuns {
+    QString ticker;
+    QString body;
+    bool operator==(const HeadlineRuns &) const = default;
+};
+HeadlineRuns headlineRuns(const QString &shown, const QString &ticker);
+
 // Links that came from the wire open only when they are web addresses.
 bool isOpenableUrl(const QUrl &url);
 

@@ -3,6 +3,7 @@
 #include "Panel/PanelController.h"
 #include "Panel/PanelModel.h"
 #include "Panel/PanelStyle.h"
+#include "Panel/PanelText.h"
 #include "Panel/SignalListModel.h"
 #include "PanelTestSupport.h"
 
@@ -353,6 +354,43 @@ private Q_SLOTS:
     }
 
     // A headline too long for its row loses its middle, clear of the figure.
+    // Where the elided headline splits into its ticker run and its body run.
+    void headlineRuns_data()
+    {
+        QTest::addColumn<QString>("shown");
+        QTest::addColumn<QString>("ticker");
+        QTest::addColumn<QString>("tickerRun");
+        QTest::addColumn<QString>("bodyRun");
+        // "~" stands for the ellipsis.
+        const auto row = [](const char *name, const char *shown, const char *ticker, const char *tickerRun,
+                            const char *bodyRun) {
+            const auto t = [](const char *s) { return QString::fromUtf8(s).replace(u'~', QChar(0x2026)); };
+            QTest::newRow(name) << t(shown) << t(ticker) << t(tickerRun) << t(bodyRun);
+        };
+        row("whole", "$WIF bought 12K", "$WIF", "$WIF", " bought 12K");
+        row("cut in the body", "$WIF bo~2K", "$WIF", "$WIF", " bo~2K");
+        row("cut in the ticker", "$LONG~ever", "$LONGTICKER", "$LONG~", "ever");
+        row("cut right after the ticker", "$WIF~12K", "$WIF", "$WIF", "~12K");
+        row("cut at the ticker's first letter", "~12K", "$WIF", "~", "12K");
+        // An ellipsis the wire put in the ticker is not the cut.
+        row("ticker's own ellipsis, whole", "A~B sold", "A~B", "A~B", " sold");
+        row("ticker's own ellipsis, cut after it", "A~BC~ld", "A~BCDE", "A~BC~", "ld");
+        row("nothing shown", "", "$WIF", "", "");
+        row("only the ellipsis", "~", "$WIF", "~", "");
+        row("no ticker", "sold", "", "", "sold");
+    }
+    void headlineRuns()
+    {
+        QFETCH(QString, shown);
+        QFETCH(QString, ticker);
+        QFETCH(QString, tickerRun);
+        QFETCH(QString, bodyRun);
+        const PanelText::HeadlineRuns runs = PanelText::headlineRuns(shown, ticker);
+        QCOMPARE(runs.ticker, tickerRun);
+        QCOMPARE(runs.body, bodyRun);
+        QCOMPARE(runs.ticker + runs.body, shown); // nothing lost, nothing added
+    }
+
     void longHeadlineIsCutInTheMiddle()
     {
         feed(4);

@@ -1,9 +1,10 @@
 import QtQuick
+import Larkpin.Panel
 
 // A 3-pt vertical bar; its glow is a soft wider bar behind it.
 Item {
     id: rule
-    property color colour: hud.lark
+    property color colour: Hud.lark
     property bool glow: false
     implicitWidth: 3
     width: 3
@@ -12,7 +13,7 @@ Item {
         visible: rule.glow
         anchors.centerIn: parent
         width: 3 + 8; height: parent.height + 6; radius: 5
-        color: hud.alpha(rule.colour, 0.75 * 0.18)
+        color: Hud.alpha(rule.colour, 0.75 * 0.18)
     }
     Rectangle {
         anchors.fill: parent

@@ -1,4 +1,5 @@
 import QtQuick
+import Larkpin.Panel
 
 Item {
     implicitWidth: 13
@@ -8,8 +9,9 @@ Item {
         Repeater {
             model: 3
             Rectangle {
+                required property int index
                 width: 13; height: 2; radius: 1
-                color: hud.lark
+                color: Hud.lark
                 opacity: index === 1 ? 1 : 0.55
             }
         }

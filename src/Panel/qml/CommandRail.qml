@@ -1,7 +1,9 @@
 import QtQuick
+import Larkpin.Panel
 
 Item {
     id: rail
+    required property PanelModel panel
     signal settingsRequested()
     implicitHeight: 46
 
@@ -11,15 +13,12 @@ Item {
         anchors.verticalCenter: parent.verticalCenter
         spacing: 8
         BrandMark { anchors.verticalCenter: parent.verticalCenter }
-        Text {
+        LabelText {
             anchors.verticalCenter: parent.verticalCenter
             text: "LARKPIN"
-            textFormat: Text.PlainText
-            font.family: hud.mono
-            font.pointSize: 11 * hud.pt
-            font.bold: true
-            font.letterSpacing: 1.8
-            color: hud.ink
+            size: 11
+            tracking: 1.8
+            color: Hud.ink
         }
     }
     Row {
@@ -28,26 +27,30 @@ Item {
         anchors.verticalCenter: parent.verticalCenter
         spacing: 6
         LinkPill {
+            panel: rail.panel
             anchors.verticalCenter: parent.verticalCenter
-            label: panel.linkText
-            colour: panel.linkColour
-            alive: panel.linkAlive
+            label: rail.panel.linkText
+            colour: rail.panel.linkColour
+            alive: rail.panel.linkAlive
         }
         Item { width: 2; height: 1 }
         HUDIconButton {
+            panel: rail.panel
             objectName: "pauseButton"
-            systemName: panel.pauseSymbol
-            help: panel.pauseHelp
-            active: panel.paused
-            onClicked: panel.togglePause()
+            systemName: rail.panel.pauseSymbol
+            help: rail.panel.pauseHelp
+            active: rail.panel.paused
+            onClicked: rail.panel.togglePause()
         }
         HUDIconButton {
+            panel: rail.panel
             objectName: "refreshButton"
             systemName: "arrow.clockwise"
             help: "Refresh"
-            onClicked: panel.refresh()
+            onClicked: rail.panel.refresh()
         }
         HUDIconButton {
+            panel: rail.panel
             objectName: "settingsButton"
             systemName: "slider.horizontal.3"
             help: "Settings"

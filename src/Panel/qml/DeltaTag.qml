@@ -1,21 +1,20 @@
 import QtQuick
+import Larkpin.Panel
 
 Rectangle {
     id: tag
     property string text: ""
     property bool negative: false
-    readonly property color tone: negative ? hud.alert : hud.emerald
+    readonly property color tone: negative ? Hud.alert : Hud.emerald
     implicitWidth: label.implicitWidth + 10
     implicitHeight: label.implicitHeight + 4
     radius: 3
-    color: hud.alpha(tone, 0.14)
-    Text {
+    color: Hud.alpha(tone, 0.14)
+    ValueText {
         id: label
         anchors.centerIn: parent
         text: tag.text
-        textFormat: Text.PlainText
-        font.family: hud.mono
-        font.pointSize: 9 * hud.pt
+        size: 9
         font.weight: Font.DemiBold
         color: tag.tone
     }

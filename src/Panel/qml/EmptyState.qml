@@ -1,4 +1,5 @@
 import QtQuick
+import Larkpin.Panel
 
 Item {
     id: empty
@@ -16,16 +17,13 @@ Item {
             anchors.horizontalCenter: parent.horizontalCenter
             name: empty.symbol
             size: 17
-            colour: hud.ink4
+            colour: Hud.ink4
         }
-        Text {
+        ProseText {
             objectName: "emptyMessage"
             anchors.horizontalCenter: parent.horizontalCenter
             text: empty.message
-            textFormat: Text.PlainText
-            font.family: hud.sans
-            font.pointSize: 11.5 * hud.pt
-            color: hud.ink3
+            size: 11.5
         }
     }
 }

@@ -1,4 +1,5 @@
 import QtQuick
+import Larkpin.Panel
 
 Item {
     id: gauge
@@ -11,13 +12,13 @@ Item {
         visible: width > 0
         width: gauge.width * gauge.share
         height: 2; radius: 1
-        color: hud.alpha(hud.emerald, 0.75)
+        color: Hud.alpha(Hud.emerald, 0.75)
     }
     Rectangle {
         visible: width > 0
         x: gauge.width * gauge.share
         width: gauge.width - x
         height: 2; radius: 1
-        color: hud.alpha(hud.alert, 0.55)
+        color: Hud.alpha(Hud.alert, 0.55)
     }
 }

@@ -1,4 +1,5 @@
 import QtQuick
+import Larkpin.Panel
 
 // The keyboard focus ring: drawn around its parent only while the parent has
 // the active focus (Tab reached it), never for a mouse hover.
@@ -10,6 +11,6 @@ Rectangle {
     radius: ringRadius + 2
     color: "transparent"
     border.width: 1.5
-    border.color: hud.lark
+    border.color: Hud.lark
     visible: parent.activeFocus
 }

@@ -1,10 +1,11 @@
 import QtQuick
+import Larkpin.Panel
 
 // One of the project's SVG glyphs, tinted, rendered at twice its size.
 Image {
     id: glyph
     property string name: ""
-    property color colour: hud.ink
+    property color colour: Hud.ink
     property real size: 12
     width: size
     height: size

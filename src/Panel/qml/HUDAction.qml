@@ -1,10 +1,12 @@
 import QtQuick
+import Larkpin.Panel
 
 Item {
     id: action
+    required property PanelModel panel
     property string title: ""
     property string systemName: ""
-    property color accent: hud.lark
+    property color accent: Hud.lark
     property bool primary: false
     property bool fills: false
     readonly property bool hovering: mouse.containsMouse
@@ -27,32 +29,28 @@ Item {
     Rectangle {
         anchors.fill: parent
         radius: 6
-        color: action.primary ? (action.hovering ? action.accent : hud.alpha(action.accent, 0.88))
-                              : (action.hovering ? hud.float_ : hud.alpha(hud.raised, 0.6))
-        border.width: hud.hairlineWidth
-        border.color: action.hovering ? hud.hairlineHot : hud.hairline
-        Behavior on color { enabled: panel.animated; ColorAnimation { duration: hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: hud.glideCurve } }
+        color: action.primary ? (action.hovering ? action.accent : Hud.alpha(action.accent, 0.88))
+                              : (action.hovering ? Hud.float_ : Hud.alpha(Hud.raised, 0.6))
+        border.width: Hud.hairlineWidth
+        border.color: action.hovering ? Hud.hairlineHot : Hud.hairline
+        Behavior on color { enabled: action.panel.animated; ColorAnimation { duration: Hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: Hud.glideCurve } }
     }
     Row {
         id: row
         anchors.centerIn: parent
         spacing: 5
-        Text {
+        LabelText {
             anchors.verticalCenter: parent.verticalCenter
             text: action.title
-            textFormat: Text.PlainText
-            font.family: hud.mono
-            font.pointSize: 10 * hud.pt
-            font.bold: true
-            font.letterSpacing: 0.8
-            color: action.primary ? hud.abyss : action.accent
+            size: 10
+            color: action.primary ? Hud.abyss : action.accent
         }
         Glyph {
             anchors.verticalCenter: parent.verticalCenter
             visible: action.systemName !== ""
             name: action.systemName
             size: 8
-            colour: action.primary ? hud.abyss : action.accent
+            colour: action.primary ? Hud.abyss : action.accent
         }
     }
     FocusRing {}

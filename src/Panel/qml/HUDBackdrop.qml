@@ -1,4 +1,5 @@
 import QtQuick
+import Larkpin.Panel
 
 // The panel's base. There is no blur of what lies behind the window without
 // shaders; a dark translucent base under the plate-to-abyss tint stands in.
@@ -9,14 +10,14 @@ Item {
     Rectangle {
         anchors.fill: parent
         radius: backdrop.cornerRadius
-        color: hud.alpha(hud.abyss, 0.6)
+        color: Hud.alpha(Hud.abyss, 0.6)
     }
     Rectangle {
         anchors.fill: parent
         radius: backdrop.cornerRadius
         gradient: Gradient {
-            GradientStop { position: 0; color: hud.alpha(hud.plate, 0.82) }
-            GradientStop { position: 1; color: hud.alpha(hud.abyss, 0.92) }
+            GradientStop { position: 0; color: Hud.alpha(Hud.plate, 0.82) }
+            GradientStop { position: 1; color: Hud.alpha(Hud.abyss, 0.92) }
         }
     }
 }

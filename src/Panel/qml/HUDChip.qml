@@ -1,7 +1,9 @@
 import QtQuick
+import Larkpin.Panel
 
 Item {
     id: chip
+    required property PanelModel panel
     property string label: ""
     property string trailing: ""
     property bool selected: false
@@ -27,31 +29,23 @@ Item {
     Rectangle {
         anchors.fill: parent
         radius: 6
-        color: chip.selected ? hud.alpha(hud.ink, 0.92) : chip.hovering ? hud.float_ : hud.alpha(hud.raised, 0.7)
-        Behavior on color { enabled: panel.animated; ColorAnimation { duration: hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: hud.glideCurve } }
+        color: chip.selected ? Hud.alpha(Hud.ink, 0.92) : chip.hovering ? Hud.float_ : Hud.alpha(Hud.raised, 0.7)
+        Behavior on color { enabled: chip.panel.animated; ColorAnimation { duration: Hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: Hud.glideCurve } }
     }
     Row {
         id: row
         anchors.centerIn: parent
         spacing: 4
-        Text {
+        LabelText {
             text: chip.label
-            textFormat: Text.PlainText
-            font.family: hud.mono
-            font.pointSize: 9.5 * hud.pt
-            font.bold: true
-            font.letterSpacing: 0.7
-            color: chip.selected ? hud.abyss : hud.ink2
+            tracking: 0.7
+            color: chip.selected ? Hud.abyss : Hud.ink2
         }
-        Text {
+        LabelText {
             visible: chip.trailing !== ""
             text: chip.trailing
-            textFormat: Text.PlainText
-            font.family: hud.mono
-            font.pointSize: 9.5 * hud.pt
-            font.bold: true
-            font.letterSpacing: 0.7
-            color: chip.selected ? hud.abyss : hud.ink2
+            tracking: 0.7
+            color: chip.selected ? Hud.abyss : Hud.ink2
             opacity: 0.5
         }
     }

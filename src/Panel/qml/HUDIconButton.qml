@@ -1,7 +1,9 @@
 import QtQuick
+import Larkpin.Panel
 
 Item {
     id: button
+    required property PanelModel panel
     property string systemName: ""
     property string help: ""
     property bool active: false
@@ -25,16 +27,16 @@ Item {
     Rectangle {
         anchors.fill: parent
         radius: width / 2
-        color: button.active ? hud.alpha(hud.lark, 0.14) : button.hovering ? hud.float_ : "transparent"
-        border.width: hud.hairlineWidth
-        border.color: button.active ? hud.alpha(hud.lark, 0.35) : hud.hairline
-        Behavior on color { enabled: panel.animated; ColorAnimation { duration: hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: hud.glideCurve } }
+        color: button.active ? Hud.alpha(Hud.lark, 0.14) : button.hovering ? Hud.float_ : "transparent"
+        border.width: Hud.hairlineWidth
+        border.color: button.active ? Hud.alpha(Hud.lark, 0.35) : Hud.hairline
+        Behavior on color { enabled: button.panel.animated; ColorAnimation { duration: Hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: Hud.glideCurve } }
     }
     Glyph {
         anchors.centerIn: parent
         name: button.systemName
         size: 10.5
-        colour: button.active ? hud.lark : button.hovering ? hud.ink : hud.ink2
+        colour: button.active ? Hud.lark : button.hovering ? Hud.ink : Hud.ink2
     }
     FocusRing { ringRadius: button.width / 2 - 2 }
     MouseArea {

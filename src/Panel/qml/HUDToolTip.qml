@@ -1,4 +1,5 @@
 import QtQuick
+import Larkpin.Panel
 
 // The panel's own tooltip: its dark plate, a hairline edge and light plain
 // text. It lives in the window's top layer, so nothing in the panel covers
@@ -46,23 +47,21 @@ Item {
 
     Rectangle {
         anchors.fill: parent
-        color: hud.float_
+        color: Hud.float_
         radius: 7
-        border.width: hud.hairlineWidth
-        border.color: hud.hairlineHot
+        border.width: Hud.hairlineWidth
+        border.color: Hud.hairlineHot
     }
-    Text {
+    ProseText {
         id: label
         x: 9
         y: 6
         width: tip.width - 18
         text: tip.text
-        textFormat: Text.PlainText
         wrapMode: Text.Wrap
         maximumLineCount: 4
         elide: Text.ElideRight
-        font.family: hud.sans
-        font.pointSize: 9.5 * hud.pt
-        color: hud.ink
+        size: 9.5
+        color: Hud.ink
     }
 }

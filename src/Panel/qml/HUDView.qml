@@ -1,10 +1,12 @@
 import QtQuick
 import QtQuick.Layouts
+import Larkpin.Panel
 
 // The panel's root: backdrop, command rail, hero layer, stream, telemetry
 // band, and the settings page sliding over all of it.
 Item {
     id: hudView
+    required property PanelModel panel
     objectName: "hudView"
     width: 400
     height: 620
@@ -20,13 +22,14 @@ Item {
     // them faint, darken towards the panel's edge. A little lower than wide.
     Item {
         objectName: "panelShadow"
-        visible: hud.shadowMargin > 0
+        visible: Hud.shadowMargin > 0
         anchors.fill: parent
         z: -1
         Repeater {
             model: 9
             Rectangle {
-                readonly property real spread: hud.shadowMargin * (1 - index / 9)
+                required property int index
+                readonly property real spread: Hud.shadowMargin * (1 - index / 9)
                 x: -spread
                 y: -spread + 4
                 width: hudView.width + 2 * spread
@@ -48,8 +51,9 @@ Item {
         spacing: 0
 
         CommandRail {
+            panel: hudView.panel
             Layout.fillWidth: true
-            onSettingsRequested: panel.showSettings = true
+            onSettingsRequested: hudView.panel.showSettings = true
         }
         // A layout rounds its items' heights up to whole points, which at 2x
         // would make the rule two device pixels: the layout gets a point
@@ -65,7 +69,7 @@ Item {
         Item {
             id: heroLayer
             objectName: "heroLayer"
-            visible: panel.hasHero
+            visible: hudView.panel.hasHero
             Layout.fillWidth: true
             Layout.preferredHeight: visible ? Math.min(heroColumn.implicitHeight + 26, hudView.height * 0.6) : 0
             clip: true
@@ -86,26 +90,29 @@ Item {
                     width: heroFlick.width
                     spacing: 8
                     // Cards drop in from the top as they appear.
-                    opacity: panel.hasHero ? 1 : 0
-                    y: panel.hasHero ? 0 : -14
-                    Behavior on opacity { enabled: panel.animated; NumberAnimation { duration: hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: hud.glideCurve } }
-                    Behavior on y { enabled: panel.animated && !panel.reduceMotion; SpringAnimation { spring: hud.snapSpring; damping: hud.snapDamping; epsilon: 0.25 } }
+                    opacity: hudView.panel.hasHero ? 1 : 0
+                    y: hudView.panel.hasHero ? 0 : -14
+                    Behavior on opacity { enabled: hudView.panel.animated; NumberAnimation { duration: Hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: Hud.glideCurve } }
+                    Behavior on y { enabled: hudView.panel.animated && !hudView.panel.reduceMotion; SpringAnimation { spring: Hud.snapSpring; damping: Hud.snapDamping; epsilon: 0.25 } }
                     HeroCard {
+                        panel: hudView.panel
                         objectName: "heroCard"
                         width: parent.width
-                        hero: panel.hero
-                        bloom: panel.bloom
+                        hero: hudView.panel.hero
+                        bloom: hudView.panel.bloom
                     }
                     Row {
                         id: minis
-                        visible: panel.minis.count > 0
+                        visible: hudView.panel.minis.count > 0
                         width: parent.width
                         spacing: 8
                         Repeater {
-                            model: panel.minis
+                            model: hudView.panel.minis
                             MiniHero {
+                                panel: hudView.panel
+                                required property var model
                                 objectName: "miniHero"
-                                width: (minis.width - minis.spacing * (panel.minis.count - 1)) / Math.max(1, panel.minis.count)
+                                width: (minis.width - minis.spacing * (hudView.panel.minis.count - 1)) / Math.max(1, hudView.panel.minis.count)
                                 signalId: model.signalId
                                 kind: model.kind
                                 headline: model.headline
@@ -124,8 +131,8 @@ Item {
                 y: heroFlick.y + heroFlick.height - height
                 visible: heroFlick.contentY + heroFlick.height < heroFlick.contentHeight - 1
                 gradient: Gradient {
-                    GradientStop { position: 0; color: hud.alpha(hud.plate, 0) }
-                    GradientStop { position: 1; color: hud.alpha(hud.plate, 0.96) }
+                    GradientStop { position: 0; color: Hud.alpha(Hud.plate, 0) }
+                    GradientStop { position: 1; color: Hud.alpha(Hud.plate, 0.96) }
                 }
             }
         }
@@ -142,14 +149,16 @@ Item {
             spacing: 5
             // Counted by index so the chips outlive their changing data.
             Repeater {
-                model: panel.chips.length
+                model: hudView.panel.chips.length
                 HUDChip {
-                    readonly property var chip: panel.chips[index]
+                    panel: hudView.panel
+                    required property int index
+                    readonly property var chip: hudView.panel.chips[index]
                     objectName: "chip-" + chip.label
                     label: chip.label
                     trailing: chip.trailing
                     selected: chip.selected
-                    onClicked: panel.selectFilter(index)
+                    onClicked: hudView.panel.selectFilter(index)
                 }
             }
         }
@@ -164,8 +173,8 @@ Item {
                 id: stream
                 objectName: "streamList"
                 anchors.fill: parent
-                visible: !panel.streamEmpty
-                model: panel.stream
+                visible: !hudView.panel.streamEmpty
+                model: hudView.panel.stream
                 boundsBehavior: Flickable.StopAtBounds
                 cacheBuffer: 200
 
@@ -196,7 +205,7 @@ Item {
                         positionViewAtBeginning()
                         return
                     }
-                    const at = panel.stream.indexOf(anchorId)
+                    const at = hudView.panel.stream.indexOf(anchorId)
                     if (at < 0)
                         return
                     positionViewAtIndex(at, ListView.Beginning)
@@ -206,7 +215,7 @@ Item {
                                                               originY + contentHeight - height))
                 }
                 Connections {
-                    target: panel.stream
+                    target: hudView.panel.stream
                     function onRowsAboutToBeInserted() { stream.noteChange() }
                     function onRowsAboutToBeRemoved() { stream.noteChange() }
                     function onModelAboutToBeReset() { stream.noteChange() }
@@ -236,12 +245,14 @@ Item {
                 Keys.onPressed: (event) => {
                     if ((event.key === Qt.Key_Return || event.key === Qt.Key_Enter || event.key === Qt.Key_Space)
                             && currentItem) {
-                        panel.toggle(currentItem.signalId)
+                        hudView.panel.toggle(currentItem.signalId)
                         event.accepted = true
                     }
                 }
                 delegate: StreamRow {
                     id: streamRow
+                    panel: hudView.panel
+                    required property var model
                     onIsOpenChanged: if (isOpen) Qt.callLater(stream.keepInView, streamRow)
                     onHeightChanged: if (isOpen) Qt.callLater(stream.keepInView, streamRow)
                     width: ListView.view.width
@@ -263,20 +274,21 @@ Item {
                 height: 24
                 visible: stream.visible && !stream.atYEnd
                 gradient: Gradient {
-                    GradientStop { position: 0; color: hud.alpha(hud.abyss, 0) }
-                    GradientStop { position: 1; color: hud.alpha(hud.abyss, 0.9) }
+                    GradientStop { position: 0; color: Hud.alpha(Hud.abyss, 0) }
+                    GradientStop { position: 1; color: Hud.alpha(Hud.abyss, 0.9) }
                 }
             }
             EmptyState {
                 objectName: "emptyState"
-                visible: panel.streamEmpty
+                visible: hudView.panel.streamEmpty
                 width: parent.width
-                symbol: panel.emptySymbol
-                message: panel.emptyMessage
+                symbol: hudView.panel.emptySymbol
+                message: hudView.panel.emptyMessage
             }
         }
 
         TelemetryBand {
+            panel: hudView.panel
             objectName: "telemetryBand"
             Layout.fillWidth: true
         }
@@ -285,11 +297,11 @@ Item {
     // A stand-alone card of one signal, over the content.
     Item {
         objectName: "detailLayer"
-        visible: panel.detailCard.signalId !== undefined
+        visible: hudView.panel.detailCard.signalId !== undefined
         anchors.fill: parent
         anchors.topMargin: 47
-        Rectangle { anchors.fill: parent; color: hud.alpha(hud.abyss, 0.7); radius: 14 }
-        MouseArea { anchors.fill: parent; onClicked: panel.closeDetailCard() }
+        Rectangle { anchors.fill: parent; color: Hud.alpha(Hud.abyss, 0.7); radius: 14 }
+        MouseArea { anchors.fill: parent; onClicked: hudView.panel.closeDetailCard() }
         Flickable {
             x: 12
             y: 12
@@ -302,25 +314,27 @@ Item {
                 id: detailColumn
                 width: parent.width
                 HeroDetail {
+                    panel: hudView.panel
                     objectName: "heroDetail"
                     width: parent.width
-                    hero: panel.detailCard
-                    onCloseRequested: panel.closeDetailCard()
+                    hero: hudView.panel.detailCard
+                    onCloseRequested: hudView.panel.closeDetailCard()
                 }
                 // The evidence follows the card, on the same plate.
                 Rectangle {
                     width: parent.width
                     height: detailEvidence.implicitHeight + 28
-                    color: hud.plate
+                    color: Hud.plate
                     radius: 10
-                    border.width: hud.hairlineWidth
-                    border.color: hud.hairline
+                    border.width: Hud.hairlineWidth
+                    border.color: Hud.hairline
                     InspectorView {
+                        panel: hudView.panel
                         id: detailEvidence
                         x: 27
                         y: 14
                         width: parent.width - 27 - 12
-                        signalId: panel.detailCard.signalId || ""
+                        signalId: hudView.panel.detailCard.signalId || ""
                         hidesChart: true
                     }
                 }
@@ -333,28 +347,29 @@ Item {
         anchors.fill: parent
         radius: 14
         color: "transparent"
-        border.width: hud.hairlineWidth
-        border.color: hud.hairlineHot
+        border.width: Hud.hairlineWidth
+        border.color: Hud.hairlineHot
     }
 
     SettingsView {
+        panel: hudView.panel
         id: settingsView
         objectName: "settingsView"
         width: parent.width
         height: parent.height
-        visible: panel.showSettings || slide.running || fade.running
+        visible: hudView.panel.showSettings || slide.running || fade.running
         // With less motion asked for, the page only fades.
-        x: panel.showSettings || panel.reduceMotion ? 0 : width
-        opacity: panel.showSettings ? 1 : 0
-        onBack: panel.showSettings = false
-        Behavior on x { enabled: panel.animated && !panel.reduceMotion; SpringAnimation { id: slide; spring: hud.snapSpring; damping: hud.snapDamping; epsilon: 0.25 } }
-        Behavior on opacity { enabled: panel.animated; NumberAnimation { id: fade; duration: hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: hud.glideCurve } }
+        x: hudView.panel.showSettings || hudView.panel.reduceMotion ? 0 : width
+        opacity: hudView.panel.showSettings ? 1 : 0
+        onBack: hudView.panel.showSettings = false
+        Behavior on x { enabled: hudView.panel.animated && !hudView.panel.reduceMotion; SpringAnimation { id: slide; spring: Hud.snapSpring; damping: Hud.snapDamping; epsilon: 0.25 } }
+        Behavior on opacity { enabled: hudView.panel.animated; NumberAnimation { id: fade; duration: Hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: Hud.glideCurve } }
         Rectangle {
             anchors.fill: parent
             radius: 14
             color: "transparent"
-            border.width: hud.hairlineWidth
-            border.color: hud.hairlineHot
+            border.width: Hud.hairlineWidth
+            border.color: Hud.hairlineHot
         }
     }
 }

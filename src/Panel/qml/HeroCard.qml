@@ -1,33 +1,27 @@
 import QtQuick
+import Larkpin.Panel
 
 // The strongest visible signal, large; opens in place onto its evidence.
 Item {
     id: card
+    required property PanelModel panel
     property var hero: ({})
     property bool bloom: false
     readonly property string signalId: hero.signalId || ""
-    readonly property bool isOpen: signalId !== "" && panel.openId === signalId
+    readonly property bool isOpen: signalId !== "" && card.panel.openId === signalId
     readonly property bool hovering: hover.hovered
-    readonly property color accent: hud.kindColour(hero.kind || "whale")
+    readonly property color accent: Hud.kindColour(hero.kind || "whale")
     implicitHeight: column.implicitHeight + 26
 
     HoverHandler { id: hover }
-    Rectangle {
+    HeroPlate {
         anchors.fill: parent
-        radius: 10
-        color: card.bloom ? Qt.tint(hud.plate, hud.alpha(card.accent, 0.10))
-                          : card.hovering ? hud.alpha(hud.raised, 0.85) : hud.alpha(hud.plate, 0.75)
-        border.width: hud.hairlineWidth
-        border.color: card.bloom ? hud.alpha(card.accent, 0.55) : card.hovering || card.isOpen ? hud.hairlineHot : hud.hairline
-        Behavior on color { enabled: panel.animated; ColorAnimation { duration: 260; easing.type: Easing.OutCubic } }
-        Behavior on border.color { enabled: panel.animated; ColorAnimation { duration: 260; easing.type: Easing.OutCubic } }
-    }
-    AccentRule {
-        x: 12
-        y: 14
-        height: card.height - 28
-        colour: card.accent
+        accent: card.accent
         glow: card.bloom || card.isOpen
+        fill: card.bloom ? Qt.tint(Hud.plate, Hud.alpha(card.accent, 0.10))
+                         : card.hovering ? Hud.alpha(Hud.raised, 0.85) : Hud.alpha(Hud.plate, 0.75)
+        edge: card.bloom ? Hud.alpha(card.accent, 0.55) : card.hovering || card.isOpen ? Hud.hairlineHot : Hud.hairline
+        fades: card.panel.animated
     }
     Column {
         id: column
@@ -36,23 +30,11 @@ Item {
         width: card.width - 27 - 14
         spacing: 7
 
-        // Eyebrow
-        Item {
+        HeroHeader {
             width: parent.width
             height: 18
-            Row {
-                anchors.verticalCenter: parent.verticalCenter
-                spacing: 8
-                KindLabel { kind: card.hero.kind || "whale"; size: 9.5 }
-                Text {
-                    text: hud.oneLine(card.hero.age || "")
-                    textFormat: Text.PlainText
-                    maximumLineCount: 1
-                    font.family: hud.mono
-                    font.pointSize: 9 * hud.pt
-                    color: hud.ink4
-                }
-            }
+            kind: card.hero.kind || "whale"
+            age: card.hero.age || ""
             WinRing {
                 objectName: "winRing"
                 anchors.right: parent.right
@@ -67,35 +49,37 @@ Item {
             id: figureLine
             width: parent.width
             height: 28
-            readonly property string ticker: hud.oneLine(card.hero.ticker || "")
+            readonly property string ticker: Hud.oneLine(card.hero.ticker || "")
             readonly property real room: width - (amount.visible ? amount.width + 10 : 0)
             // The ticker shrinks to fit beside the amount, from its full size
             // down to the smallest legible one; past that it is shortened.
             // Computed here: a fitted font would stop at a point size.
             TextMetrics {
                 id: fullTicker
-                font.family: hud.mono
-                font.pixelSize: hud.heroTickerPx
+                font.family: Hud.mono
+                font.pixelSize: Hud.heroTickerPx
                 font.weight: Font.Bold
                 text: figureLine.ticker
             }
-            readonly property int tickerPx: fullTicker.advanceWidth <= room ? hud.heroTickerPx
-                : Math.max(hud.minLegiblePx, Math.floor(hud.heroTickerPx * room / fullTicker.advanceWidth))
+            readonly property int tickerPx: fullTicker.advanceWidth <= room ? Hud.heroTickerPx
+                : Math.max(Hud.minLegiblePx, Math.floor(Hud.heroTickerPx * room / fullTicker.advanceWidth))
+            // Sized in pixels to fit, so not one of the shared texts.
             Text {
                 objectName: "heroTicker"
                 width: Math.max(0, figureLine.room)
                 height: parent.height
                 verticalAlignment: Text.AlignVCenter
                 text: figureLine.ticker
-                textFormat: Text.PlainText
                 maximumLineCount: 1
                 elide: Text.ElideRight
-                font.family: hud.mono
+                textFormat: Text.PlainText
+                font.family: Hud.mono
                 font.pixelSize: figureLine.tickerPx
                 font.weight: Font.Bold
-                color: hud.ink
+                color: Hud.ink
             }
             RollingText {
+                panel: card.panel
                 id: amount
                 objectName: "heroAmount"
                 visible: (card.hero.amount || "") !== ""
@@ -107,44 +91,39 @@ Item {
                 colour: card.accent
             }
         }
-        Text {
+        ValueText {
             objectName: "heroBody"
             width: parent.width
             elide: Text.ElideRight
             maximumLineCount: 1
-            text: hud.oneLine(card.hero.body || "")
-            textFormat: Text.PlainText
-            font.family: hud.mono
-            font.pointSize: 11.5 * hud.pt
-            color: hud.ink2
+            text: Hud.oneLine(card.hero.body || "")
+            size: 11.5
         }
-        Text {
+        ProseText {
             visible: text !== ""
             width: parent.width
             wrapMode: Text.Wrap
             text: card.hero.detail || ""
-            textFormat: Text.PlainText
-            font.family: hud.sans
-            font.pointSize: 10.5 * hud.pt
             lineHeight: 1.15
-            color: hud.ink3
         }
         Row {
             spacing: 6
             topPadding: 2
             HUDAction {
+                panel: card.panel
                 objectName: "heroChart"
                 visible: (card.hero.chartUrl || "") !== ""
                 title: "CHART"
                 systemName: "arrow.up.forward"
                 accent: card.accent
-                onClicked: panel.openLink(card.hero.chartUrl)
+                onClicked: card.panel.openLink(card.hero.chartUrl)
             }
             HUDAction {
+                panel: card.panel
                 objectName: "heroEvidence"
                 title: card.isOpen ? "HIDE" : "EVIDENCE"
-                accent: hud.ink2
-                onClicked: panel.toggle(card.signalId)
+                accent: Hud.ink2
+                onClicked: card.panel.toggle(card.signalId)
             }
         }
         Loader {
@@ -155,12 +134,13 @@ Item {
             clip: true
             width: parent.width
             height: active && item ? item.implicitHeight : 0
-            Behavior on height { enabled: panel.animated && !panel.reduceMotion; SpringAnimation { spring: hud.snapSpring; damping: hud.snapDamping; epsilon: 0.25 } }
+            Behavior on height { enabled: card.panel.animated && !card.panel.reduceMotion; SpringAnimation { spring: Hud.snapSpring; damping: Hud.snapDamping; epsilon: 0.25 } }
             sourceComponent: Column {
                 spacing: 12
                 topPadding: 4
                 Hairline { width: parent.width }
                 InspectorView {
+                    panel: card.panel
                     width: parent.width
                     signalId: card.signalId
                     hidesChart: true
@@ -169,6 +149,7 @@ Item {
         }
     }
     SignalMenuHook {
+        panel: card.panel
         anchors.fill: parent
         signalId: card.signalId
         selected: card.isOpen

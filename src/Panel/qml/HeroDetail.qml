@@ -1,26 +1,20 @@
 import QtQuick
+import Larkpin.Panel
 
 // A stand-alone card of one signal with a close button.
 Item {
     id: detail
+    required property PanelModel panel
     property var hero: ({})
     signal closeRequested()
-    readonly property color accent: hud.kindColour(hero.kind || "whale")
+    readonly property color accent: Hud.kindColour(hero.kind || "whale")
     implicitHeight: column.implicitHeight + 26
 
-    Rectangle {
+    HeroPlate {
         anchors.fill: parent
-        radius: 10
-        color: hud.plate
-        border.width: hud.hairlineWidth
-        border.color: hud.hairlineHot
-    }
-    AccentRule {
-        x: 12
-        y: 14
-        height: detail.height - 28
-        colour: detail.accent
+        accent: detail.accent
         glow: true
+        edge: Hud.hairlineHot
     }
     Column {
         id: column
@@ -28,22 +22,13 @@ Item {
         y: 13
         width: detail.width - 27 - 12
         spacing: 9
-        Item {
+        HeroHeader {
             width: parent.width
             height: 24
-            Row {
-                anchors.verticalCenter: parent.verticalCenter
-                spacing: 8
-                KindLabel { kind: detail.hero.kind || "whale"; size: 9.5 }
-                Text {
-                    text: detail.hero.age || ""
-                    textFormat: Text.PlainText
-                    font.family: hud.mono
-                    font.pointSize: 9 * hud.pt
-                    color: hud.ink4
-                }
-            }
+            kind: detail.hero.kind || "whale"
+            age: detail.hero.age || ""
             HUDIconButton {
+                panel: detail.panel
                 objectName: "closeDetail"
                 anchors.right: parent.right
                 anchors.verticalCenter: parent.verticalCenter
@@ -52,33 +37,28 @@ Item {
                 onClicked: detail.closeRequested()
             }
         }
-        Text {
+        ValueText {
             width: parent.width
             elide: Text.ElideRight
             maximumLineCount: 1
-            text: hud.oneLine(detail.hero.headline || "")
-            textFormat: Text.PlainText
-            font.family: hud.mono
-            font.pointSize: 13 * hud.pt
+            text: Hud.oneLine(detail.hero.headline || "")
+            size: 13
             font.weight: Font.DemiBold
-            color: hud.ink
+            color: Hud.ink
         }
-        Text {
+        ProseText {
             visible: text !== ""
             width: parent.width
             wrapMode: Text.Wrap
             text: detail.hero.detail || ""
-            textFormat: Text.PlainText
-            font.family: hud.sans
-            font.pointSize: 10.5 * hud.pt
-            color: hud.ink3
         }
         HUDAction {
+            panel: detail.panel
             visible: (detail.hero.chartUrl || "") !== ""
             title: "CHART"
             systemName: "arrow.up.forward"
             accent: detail.accent
-            onClicked: panel.openLink(detail.hero.chartUrl)
+            onClicked: detail.panel.openLink(detail.hero.chartUrl)
         }
         Hairline { width: parent.width }
     }

@@ -1,45 +1,44 @@
 import QtQuick
+import Larkpin.Panel
 
 // The evidence behind one signal, in one of four states the model decides:
 // details, blank, failed or loading.
 Column {
     id: inspector
+    required property PanelModel panel
     property string signalId: ""
     property bool hidesChart: false
-    readonly property var info: (panel.detailRevision, panel.inspector(signalId))
+    // The revision is an argument so the binding reads it, and is re-evaluated
+    // when the evidence changes (a discarded operand can be compiled away).
+    readonly property var info: inspector.infoAt(inspector.signalId, inspector.panel.detailRevision)
+    function infoAt(id: string, revision: int): var { return inspector.panel.inspector(id) }
     readonly property string state_: info.state
     spacing: 14
 
-    Text {
+    ProseText {
         objectName: "inspectorBlank"
         visible: inspector.state_ === "blank"
         text: "No wallet or pool data for this one."
-        textFormat: Text.PlainText
-        font.family: hud.sans
-        font.pointSize: 10.5 * hud.pt
-        color: hud.ink3
     }
     Row {
         objectName: "inspectorFailed"
         visible: inspector.state_ === "failed"
         spacing: 10
-        Text {
+        ProseText {
             anchors.verticalCenter: parent.verticalCenter
             text: "Couldn't load the details."
-            textFormat: Text.PlainText
-            font.family: hud.sans
-            font.pointSize: 10.5 * hud.pt
-            color: hud.ink3
         }
         HUDAction {
+            panel: inspector.panel
             objectName: "retryAction"
             anchors.verticalCenter: parent.verticalCenter
             title: "RETRY"
-            accent: hud.alert
-            onClicked: panel.retry(inspector.signalId)
+            accent: Hud.alert
+            onClicked: inspector.panel.retry(inspector.signalId)
         }
     }
     LoadingBar {
+        panel: inspector.panel
         objectName: "inspectorLoading"
         visible: inspector.state_ === "loading"
         width: parent.width
@@ -59,13 +58,10 @@ Column {
             visible: walletM.w.hasDelta === true
             spacing: 7
             DeltaTag { text: walletM.w.delta || ""; negative: walletM.w.deltaNegative === true }
-            Text {
+            ProseText {
                 anchors.verticalCenter: parent.verticalCenter
                 text: walletM.w.deltaNote || ""
-                textFormat: Text.PlainText
-                font.family: hud.sans
-                font.pointSize: 9.5 * hud.pt
-                color: hud.ink3
+                size: 9.5
             }
         }
         Column {
@@ -73,7 +69,11 @@ Column {
             spacing: 4
             Repeater {
                 model: walletM.w.trades || []
-                TradeRow { width: inspector.width; row: modelData }
+                TradeRow {
+                    required property var modelData
+                    width: inspector.width
+                    row: modelData
+                }
             }
         }
     }
@@ -90,12 +90,10 @@ Column {
         delta: t.delta || ""
         deltaNegative: t.deltaNegative === true
         StatRow { items: tokenM.t.stats || []; availableWidth: inspector.width }
-        Text {
+        ValueText {
             text: tokenM.t.flowLine || ""
-            textFormat: Text.PlainText
-            font.family: hud.mono
-            font.pointSize: 9.5 * hud.pt
-            color: hud.ink3
+            size: 9.5
+            color: Hud.ink3
         }
     }
     Module {
@@ -110,12 +108,9 @@ Column {
         hasDelta: e.hasDelta === true
         delta: e.delta || ""
         deltaNegative: e.deltaNegative === true
-        Text {
+        ProseText {
             text: equityM.e.session || ""
-            textFormat: Text.PlainText
-            font.family: hud.sans
-            font.pointSize: 10 * hud.pt
-            color: hud.ink3
+            size: 10
         }
     }
     Row {
@@ -129,11 +124,13 @@ Column {
         Repeater {
             model: parent.links
             HUDAction {
+                panel: inspector.panel
+                required property var modelData
                 objectName: "link-" + modelData.title
                 title: modelData.title
                 systemName: "arrow.up.forward"
-                accent: hud.ink2
-                onClicked: panel.openLink(modelData.url)
+                accent: Hud.ink2
+                onClicked: inspector.panel.openLink(modelData.url)
             }
         }
     }
@@ -150,5 +147,5 @@ Column {
             menu.open()
         }
     }
-    Component { id: inspectorMenu; SignalMenu {} }
+    Component { id: inspectorMenu; SignalMenu { panel: inspector.panel } }
 }

@@ -1,14 +1,11 @@
 import QtQuick
+import Larkpin.Panel
 
-Text {
+LabelText {
     property string kind: "whale"
-    property string label: hud.kindLabel(kind)
-    property real size: 9
+    property string label: Hud.kindLabel(kind)
+    size: 9
+    tracking: 0.9
     text: label
-    textFormat: Text.PlainText
-    font.family: hud.mono
-    font.pointSize: (size) * hud.pt
-    font.bold: true
-    font.letterSpacing: 0.9
-    color: hud.kindColour(kind)
+    color: Hud.kindColour(kind)
 }

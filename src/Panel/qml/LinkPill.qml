@@ -1,9 +1,11 @@
 import QtQuick
+import Larkpin.Panel
 
 Item {
     id: pill
+    required property PanelModel panel
     property string label: ""
-    property color colour: hud.amber
+    property color colour: Hud.amber
     property bool alive: false
     implicitWidth: row.implicitWidth + 16
     implicitHeight: 20
@@ -11,30 +13,29 @@ Item {
     Rectangle {
         anchors.fill: parent
         radius: height / 2
-        color: hud.alpha(hud.raised, 0.55)
-        border.width: hud.hairlineWidth
-        border.color: hud.hairline
+        color: Hud.alpha(Hud.raised, 0.55)
+        border.width: Hud.hairlineWidth
+        border.color: Hud.hairline
     }
     Row {
         id: row
         anchors.centerIn: parent
         spacing: 6
         PulseDot {
+            panel: pill.panel
             anchors.verticalCenter: parent.verticalCenter
             colour: pill.colour
             alive: pill.alive
             size: 6
         }
-        Text {
+        ValueText {
             objectName: "linkLabel"
             anchors.verticalCenter: parent.verticalCenter
             text: pill.label
-            textFormat: Text.PlainText
-            font.family: hud.mono
-            font.pointSize: 9.5 * hud.pt
+            size: 9.5
             font.weight: Font.Medium
             font.letterSpacing: 0.9
-            color: hud.ink3
+            color: Hud.ink3
         }
     }
 }

@@ -1,32 +1,30 @@
 import QtQuick
+import Larkpin.Panel
 
 Column {
     id: loading
+    required property PanelModel panel
     spacing: 7
-    Text {
+    ProseText {
         text: "Loading the evidence\u2026"
-        textFormat: Text.PlainText
-        font.family: hud.sans
-        font.pointSize: 10.5 * hud.pt
-        color: hud.ink3
     }
     Item {
         id: track
         width: parent.width
         height: 2
         clip: true
-        Rectangle { anchors.fill: parent; radius: 1; color: hud.alpha(hud.ink4, 0.45) }
+        Rectangle { anchors.fill: parent; radius: 1; color: Hud.alpha(Hud.ink4, 0.45) }
         Rectangle {
             id: sweep
             width: track.width * 0.28
             height: 2
             radius: 1
-            color: hud.lark
+            color: Hud.lark
             x: track.width * 0.2
             SequentialAnimation on x {
-                running: panel.animated && track.width > 0
+                running: loading.panel.animated && track.width > 0
                 loops: Animation.Infinite
-                NumberAnimation { from: -sweep.width; to: track.width; duration: 1100; easing.type: Easing.BezierSpline; easing.bezierCurve: hud.easeInOutCurve }
+                NumberAnimation { from: -sweep.width; to: track.width; duration: 1100; easing.type: Easing.BezierSpline; easing.bezierCurve: Hud.easeInOutCurve }
             }
         }
     }

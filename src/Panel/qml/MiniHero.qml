@@ -1,22 +1,24 @@
 import QtQuick
+import Larkpin.Panel
 
 Item {
     id: mini
+    required property PanelModel panel
     property string signalId: ""
     property string kind: "whale"
     property string headline: ""
-    readonly property bool isOpen: panel.openId === signalId
+    readonly property bool isOpen: mini.panel.openId === signalId
     readonly property bool hovering: mouse.containsMouse
-    readonly property color accent: hud.kindColour(kind)
+    readonly property color accent: Hud.kindColour(kind)
     implicitHeight: 54
     activeFocusOnTab: visible
     Accessible.role: Accessible.Button
     Accessible.name: headline
     Accessible.focusable: true
-    Accessible.onPressAction: panel.toggle(mini.signalId)
+    Accessible.onPressAction: mini.panel.toggle(mini.signalId)
     Keys.onPressed: (event) => {
         if (event.key === Qt.Key_Return || event.key === Qt.Key_Enter || event.key === Qt.Key_Space) {
-            panel.toggle(mini.signalId)
+            mini.panel.toggle(mini.signalId)
             event.accepted = true
         }
     }
@@ -24,7 +26,7 @@ Item {
     opacity: 0
     transform: Translate { id: drop; y: -10 }
     Component.onCompleted: {
-        if (!panel.animated) {
+        if (!mini.panel.animated) {
             opacity = 1
             drop.y = 0
             return
@@ -33,18 +35,18 @@ Item {
     }
     ParallelAnimation {
         id: enter
-        NumberAnimation { target: mini; property: "opacity"; to: 1; duration: hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: hud.glideCurve }
-        SpringAnimation { target: drop; property: "y"; to: 0; spring: hud.snapSpring; damping: hud.snapDamping; epsilon: 0.25 }
+        NumberAnimation { target: mini; property: "opacity"; to: 1; duration: Hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: Hud.glideCurve }
+        SpringAnimation { target: drop; property: "y"; to: 0; spring: Hud.snapSpring; damping: Hud.snapDamping; epsilon: 0.25 }
     }
 
     Rectangle {
         anchors.fill: parent
         radius: 8
-        color: mini.hovering ? hud.float_ : hud.alpha(hud.raised, 0.55)
-        border.width: hud.hairlineWidth
-        border.color: mini.isOpen ? hud.alpha(mini.accent, 0.5) : mini.hovering ? hud.hairlineHot : hud.hairline
+        color: mini.hovering ? Hud.float_ : Hud.alpha(Hud.raised, 0.55)
+        border.width: Hud.hairlineWidth
+        border.color: mini.isOpen ? Hud.alpha(mini.accent, 0.5) : mini.hovering ? Hud.hairlineHot : Hud.hairline
         clip: true
-        Behavior on color { enabled: panel.animated; ColorAnimation { duration: hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: hud.glideCurve } }
+        Behavior on color { enabled: mini.panel.animated; ColorAnimation { duration: Hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: Hud.glideCurve } }
     }
     AccentRule {
         x: 8
@@ -58,17 +60,14 @@ Item {
         width: mini.width - 26
         spacing: 3
         KindLabel { kind: mini.kind; size: 8 }
-        Text {
+        ValueText {
             width: parent.width
             // Two lines at most, made by wrapping, never by the wire.
-            text: hud.oneLine(mini.headline)
-            textFormat: Text.PlainText
+            text: Hud.oneLine(mini.headline)
             wrapMode: Text.Wrap
             maximumLineCount: 2
             elide: Text.ElideRight
-            font.family: hud.mono
-            font.pointSize: 10 * hud.pt
-            color: hud.ink2
+            size: 10
         }
     }
     FocusRing { ringRadius: 8 }
@@ -77,9 +76,10 @@ Item {
         anchors.fill: parent
         hoverEnabled: true
         cursorShape: Qt.PointingHandCursor
-        onClicked: panel.toggle(mini.signalId)
+        onClicked: mini.panel.toggle(mini.signalId)
     }
     SignalMenuHook {
+        panel: mini.panel
         anchors.fill: parent
         signalId: mini.signalId
         selected: mini.isOpen

@@ -1,4 +1,5 @@
 import QtQuick
+import Larkpin.Panel
 
 // The frame of one block of evidence.
 Column {
@@ -16,27 +17,20 @@ Column {
     Item {
         width: parent.width
         height: Math.max(eyebrowText.implicitHeight, trailingText.implicitHeight)
-        Text {
+        LabelText {
             id: eyebrowText
-            text: hud.oneLine(module.eyebrow)
-            textFormat: Text.PlainText
+            text: Hud.oneLine(module.eyebrow)
             maximumLineCount: 1
             elide: Text.ElideRight
             width: Math.min(implicitWidth, Math.max(0, parent.width - trailingText.implicitWidth - 8))
-            font.family: hud.mono
-            font.pointSize: 8 * hud.pt
-            font.bold: true
-            font.letterSpacing: 1.2
-            color: hud.ink4
+            size: 8
+            tracking: 1.2
         }
-        Text {
+        CaptionText {
             id: trailingText
             anchors.right: parent.right
             text: module.trailing
-            textFormat: Text.PlainText
-            font.family: hud.mono
-            font.pointSize: 8.5 * hud.pt
-            color: hud.ink4
+            size: 8.5
         }
     }
     Item {
@@ -45,27 +39,23 @@ Column {
         Row {
             spacing: 7
             anchors.verticalCenter: parent.verticalCenter
-            Text {
+            ValueText {
                 id: titleText
-                text: hud.oneLine(module.title)
-                textFormat: Text.PlainText
+                text: Hud.oneLine(module.title)
                 maximumLineCount: 1
                 elide: Text.ElideRight
                 width: Math.min(implicitWidth, Math.max(0, module.width - deltaTag.width - 20))
-                font.family: hud.mono
-                font.pointSize: 14 * hud.pt
+                size: 14
                 font.weight: Font.DemiBold
-                color: hud.ink
+                color: Hud.ink
             }
-            Text {
+            ValueText {
                 anchors.baseline: titleText.baseline
                 visible: module.subtitle !== ""
-                text: hud.oneLine(module.subtitle)
-                textFormat: Text.PlainText
+                text: Hud.oneLine(module.subtitle)
                 maximumLineCount: 1
-                font.family: hud.mono
-                font.pointSize: 10 * hud.pt
-                color: hud.ink3
+                size: 10
+                color: Hud.ink3
                 elide: Text.ElideRight
                 width: Math.min(implicitWidth, Math.max(0, module.width - titleText.width - deltaTag.width - 20))
             }

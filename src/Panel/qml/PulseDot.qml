@@ -1,10 +1,12 @@
 import QtQuick
+import Larkpin.Panel
 
 // A status dot that slowly swells and dims while alive. The glow is a soft
 // halo drawn with plain circles (no shader effects).
 Item {
     id: dot
-    property color colour: hud.emerald
+    required property PanelModel panel
+    property color colour: Hud.emerald
     property bool alive: false
     property real size: 6
     property real breath: 0 // 0 rest, 1 fully breathed in
@@ -18,10 +20,11 @@ Item {
     Repeater {
         model: 3
         Rectangle {
+            required property int index
             readonly property real r: dot.size / 2 + dot.glowRadius * (index + 1) / 3
             anchors.centerIn: parent
             width: r * 2; height: r * 2; radius: r
-            color: hud.alpha(dot.colour, 0.9 * 0.22 / (index + 1))
+            color: Hud.alpha(dot.colour, 0.9 * 0.22 / (index + 1))
         }
     }
     Rectangle {
@@ -30,10 +33,10 @@ Item {
         color: dot.colour
     }
     SequentialAnimation on breath {
-        running: dot.alive && panel.animated
+        running: dot.alive && dot.panel.animated
         loops: Animation.Infinite
-        NumberAnimation { from: 0; to: 1; duration: 1400; easing.type: Easing.BezierSpline; easing.bezierCurve: hud.easeInOutCurve }
-        NumberAnimation { from: 1; to: 0; duration: 1400; easing.type: Easing.BezierSpline; easing.bezierCurve: hud.easeInOutCurve }
+        NumberAnimation { from: 0; to: 1; duration: 1400; easing.type: Easing.BezierSpline; easing.bezierCurve: Hud.easeInOutCurve }
+        NumberAnimation { from: 1; to: 0; duration: 1400; easing.type: Easing.BezierSpline; easing.bezierCurve: Hud.easeInOutCurve }
     }
-    Component.onCompleted: if (alive && !panel.animated) breath = 1
+    Component.onCompleted: if (alive && !dot.panel.animated) breath = 1
 }

@@ -1,35 +1,33 @@
 import QtQuick
+import Larkpin.Panel
 
 Column {
     id: readout
+    required property PanelModel panel
     property string label: ""
     property string value: ""
-    property color colour: hud.ink
+    property color colour: Hud.ink
     property bool rolling: false
     spacing: 2
 
-    Text {
+    ValueText {
         text: readout.label
-        textFormat: Text.PlainText
-        font.family: hud.mono
-        font.pointSize: 8 * hud.pt
+        size: 8
         font.weight: Font.Medium
         font.letterSpacing: 0.9
-        color: hud.ink4
+        color: Hud.ink4
     }
     RollingText {
+        panel: readout.panel
         visible: readout.rolling
         text: readout.value
         size: 11
         weight: Font.Medium
         colour: readout.colour
     }
-    Text {
+    ValueText {
         visible: !readout.rolling
         text: readout.value
-        textFormat: Text.PlainText
-        font.family: hud.mono
-        font.pointSize: 11 * hud.pt
         font.weight: Font.Medium
         color: readout.colour
     }

@@ -1,4 +1,5 @@
 import QtQuick
+import Larkpin.Panel
 
 Column {
     id: section
@@ -7,24 +8,16 @@ Column {
     default property alias content: body.data
     spacing: 8
 
-    Text {
+    LabelText {
         text: section.title
-        textFormat: Text.PlainText
-        font.family: hud.mono
-        font.pointSize: 8.5 * hud.pt
-        font.bold: true
-        font.letterSpacing: 1.4
-        color: hud.ink4
+        size: 8.5
+        tracking: 1.4
     }
-    Text {
+    ProseText {
         visible: section.note !== ""
         width: parent.width
         wrapMode: Text.Wrap
         text: section.note
-        textFormat: Text.PlainText
-        font.family: hud.sans
-        font.pointSize: 10.5 * hud.pt
-        color: hud.ink3
     }
     Column {
         id: body

@@ -1,17 +1,19 @@
 import QtQuick
+import Larkpin.Panel
 
 // The settings page. Every edit goes straight to the store through the model,
 // which saves only when the value really changes.
 Item {
     id: settings
+    required property PanelModel panel
     signal back()
 
     Rectangle {
         anchors.fill: parent
         radius: 14
         gradient: Gradient {
-            GradientStop { position: 0; color: hud.plate }
-            GradientStop { position: 1; color: hud.abyss }
+            GradientStop { position: 0; color: Hud.plate }
+            GradientStop { position: 1; color: Hud.abyss }
         }
     }
     MouseArea { anchors.fill: parent; hoverEnabled: true } // nothing reaches the HUD beneath
@@ -26,20 +28,18 @@ Item {
             anchors.verticalCenter: parent.verticalCenter
             spacing: 10
             HUDIconButton {
+                panel: settings.panel
                 objectName: "backButton"
                 systemName: "chevron.left"
                 help: "Back"
                 onClicked: settings.back()
             }
-            Text {
+            LabelText {
                 anchors.verticalCenter: parent.verticalCenter
                 text: "SETTINGS"
-                textFormat: Text.PlainText
-                font.family: hud.mono
-                font.pointSize: 11 * hud.pt
-                font.bold: true
-                font.letterSpacing: 1.75
-                color: hud.ink
+                size: 11
+                tracking: 1.75
+                color: Hud.ink
             }
         }
     }
@@ -74,10 +74,11 @@ Item {
                             readonly property var modelData: panel.settings.streamSwitches[index]
                             width: parent.width
                             SwitchRow {
+                                panel: settings.panel
                                 objectName: "stream-" + modelData.kind
                                 width: parent.width
                                 title: modelData.title
-                                titleColour: hud.kindColour(modelData.kind)
+                                titleColour: Hud.kindColour(modelData.kind)
                                 subtitle: modelData.subtitle
                                 on: modelData.on
                                 onToggled: (value) => panel.settings.setStreamEnabled(modelData.kind, value)
@@ -91,6 +92,7 @@ Item {
                     note: "Skip trades under this size."
                     width: parent.width
                     ChipRow {
+                        panel: settings.panel
                         objectName: "minimumChips"
                         topPadding: 2
                         values: panel.settings.minimumChips
@@ -102,6 +104,7 @@ Item {
                     note: "Above this size, the menu bar drops everything else and shows just that trade."
                     width: parent.width
                     ChipRow {
+                        panel: settings.panel
                         objectName: "focusChips"
                         topPadding: 2
                         values: panel.settings.focusChips
@@ -112,6 +115,7 @@ Item {
                     title: "PREFERENCES"
                     width: parent.width
                     SwitchRow {
+                        panel: settings.panel
                         objectName: "launchAtLogin"
                         width: parent.width
                         title: "Launch at login"
@@ -120,6 +124,7 @@ Item {
                     }
                     Hairline { width: parent.width }
                     SwitchRow {
+                        panel: settings.panel
                         objectName: "pauseSwitch"
                         width: parent.width
                         title: "Pause ticker"
@@ -129,6 +134,7 @@ Item {
                     }
                     Hairline { width: parent.width }
                     SwitchRow {
+                        panel: settings.panel
                         objectName: "notifySwitch"
                         width: parent.width
                         title: "Notify on focus alerts"
@@ -138,6 +144,7 @@ Item {
                     }
                     Hairline { width: parent.width }
                     SwitchRow {
+                        panel: settings.panel
                         objectName: "trayOnlySwitch"
                         width: parent.width
                         title: "Tray icon only"
@@ -160,6 +167,7 @@ Item {
                         Column {
                             width: parent.width
                             ListedRow {
+                                panel: settings.panel
                                 objectName: "listed-" + modelData.kind + "-" + modelData.name
                                 width: parent.width
                                 label: modelData.label
@@ -181,15 +189,11 @@ Item {
                     y: 12
                     width: parent.width - 32
                     spacing: 7
-                    Text {
+                    CaptionText {
                         id: version
                         objectName: "versionText"
                         anchors.verticalCenter: parent.verticalCenter
                         text: panel.settings.versionText
-                        textFormat: Text.PlainText
-                        font.family: hud.mono
-                        font.pointSize: 9 * hud.pt
-                        color: hud.ink4
                     }
                     Item {
                         width: Math.max(0, footer.width - version.width - site.width - quit.width - 3 * footer.spacing)
@@ -214,20 +218,15 @@ Item {
                             id: siteRow
                             anchors.verticalCenter: parent.verticalCenter
                             spacing: 4
-                            Text {
+                            LabelText {
                                 text: panel.siteText
-                                textFormat: Text.PlainText
-                                font.family: hud.mono
-                                font.pointSize: 9.5 * hud.pt
-                                font.bold: true
-                                font.letterSpacing: 0.8
-                                color: hud.lark
+                                color: Hud.lark
                             }
                             Glyph {
                                 anchors.verticalCenter: parent.verticalCenter
                                 name: "arrow.up.forward"
                                 size: 8
-                                colour: hud.lark
+                                colour: Hud.lark
                             }
                         }
                         MouseArea {
@@ -237,11 +236,12 @@ Item {
                         }
                     }
                     HUDAction {
+                        panel: settings.panel
                         id: quit
                         objectName: "quitAction"
                         anchors.verticalCenter: parent.verticalCenter
                         title: "QUIT"
-                        accent: hud.ink2
+                        accent: Hud.ink2
                         onClicked: panel.quit()
                     }
                 }

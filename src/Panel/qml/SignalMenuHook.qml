@@ -1,10 +1,12 @@
 import QtQuick
+import Larkpin.Panel
 
 // Laid over a row or card: a right-click, or Menu / Shift+F10 while the
 // signal is the open one, brings up its SignalMenu. Left clicks and hover
 // pass through to what lies beneath.
 MouseArea {
     id: hook
+    required property PanelModel panel
     objectName: "menuHook"
     property string signalId: ""
     property bool selected: false
@@ -27,6 +29,6 @@ MouseArea {
     }
     Component {
         id: menuComponent
-        SignalMenu {}
+        SignalMenu { panel: hook.panel }
     }
 }

@@ -1,5 +1,6 @@
 import QtQuick
 import QtQuick.Shapes
+import Larkpin.Panel
 
 // The path through the values; with `closed` an area down to the bottom edge.
 Shape {
@@ -18,7 +19,7 @@ Shape {
         joinStyle: ShapePath.MiterJoin
         fillGradient: spark.closed ? area : null
         fillColor: "transparent"
-        PathPolyline { path: hud.sparkPath(spark.values, spark.width, spark.height, spark.closed) }
+        PathPolyline { path: Hud.sparkPath(spark.values, spark.width, spark.height, spark.closed) }
     }
     LinearGradient {
         id: area

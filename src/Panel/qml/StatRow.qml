@@ -1,4 +1,5 @@
 import QtQuick
+import Larkpin.Panel
 
 // Label over value, in equal columns; an absent value reads "-".
 Row {
@@ -8,26 +9,22 @@ Row {
     Repeater {
         model: stats.items
         Column {
+            id: stat
+            required property var modelData
             width: stats.availableWidth / Math.max(1, stats.items.length)
             spacing: 3
-            Text {
-                text: modelData.label
-                textFormat: Text.PlainText
-                font.family: hud.mono
-                font.pointSize: 7.5 * hud.pt
+            ValueText {
+                text: stat.modelData.label
+                size: 7.5
                 font.weight: Font.Medium
                 font.letterSpacing: 0.8
-                color: hud.ink4
+                color: Hud.ink4
             }
-            Text {
+            ValueText {
                 width: parent.width - 4
                 elide: Text.ElideRight
-                text: modelData.value
-                textFormat: Text.PlainText
-                font.family: hud.mono
-                font.pointSize: 11 * hud.pt
+                text: stat.modelData.value
                 font.weight: Font.Medium
-                color: hud.ink2
             }
         }
     }

@@ -1,8 +1,10 @@
 import QtQuick
+import Larkpin.Panel
 
 // One line of the stream; expands in place into the inspector.
 Item {
     id: row
+    required property PanelModel panel
     property string signalId: ""
     property string kind: "whale"
     property string ticker: ""
@@ -10,29 +12,29 @@ Item {
     property string figure: ""
     property string meta: ""
     property bool watched: false
-    readonly property bool isOpen: panel.openId === signalId
+    readonly property bool isOpen: row.panel.openId === signalId
     readonly property bool hovering: hover.hovered
-    readonly property color accent: hud.kindColour(kind)
+    readonly property color accent: Hud.kindColour(kind)
     // The summary is one line whatever the wire sends.
-    readonly property string tickerLine: hud.oneLine(ticker)
-    readonly property string bodyLine: hud.oneLine(body)
+    readonly property string tickerLine: Hud.oneLine(ticker)
+    readonly property string bodyLine: Hud.oneLine(body)
 
     implicitHeight: stack.implicitHeight + 16
     Accessible.role: Accessible.ListItem
     Accessible.name: [kindName(kind), ticker, body, figure, meta].filter((s) => s !== "").join(", ")
     Accessible.selectable: true
     Accessible.selected: isOpen
-    Accessible.onPressAction: panel.toggle(signalId)
+    Accessible.onPressAction: row.panel.toggle(signalId)
     readonly property bool keyboardCurrent: ListView.isCurrentItem && ListView.view && ListView.view.activeFocus
     function kindName(k) { return k === "whale" ? "Whale" : k === "spike" ? "Spike" : k === "stocks" ? "Stock" : k }
     opacity: isOpen || hovering ? 1.0 : 0.72
-    Behavior on opacity { enabled: panel.animated; NumberAnimation { duration: hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: hud.glideCurve } }
+    Behavior on opacity { enabled: row.panel.animated; NumberAnimation { duration: Hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: Hud.glideCurve } }
 
     HoverHandler { id: hover }
     Rectangle {
         anchors.fill: parent
-        color: row.isOpen ? hud.alpha(hud.raised, 0.7) : row.hovering ? hud.alpha(hud.raised, 0.45) : "transparent"
-        Behavior on color { enabled: panel.animated; ColorAnimation { duration: hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: hud.glideCurve } }
+        color: row.isOpen ? Hud.alpha(Hud.raised, 0.7) : row.hovering ? Hud.alpha(Hud.raised, 0.45) : "transparent"
+        Behavior on color { enabled: row.panel.animated; ColorAnimation { duration: Hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: Hud.glideCurve } }
     }
     Rectangle {
         objectName: "focusRing"
@@ -41,7 +43,7 @@ Item {
         radius: 4
         color: "transparent"
         border.width: 1.5
-        border.color: hud.lark
+        border.color: Hud.lark
         visible: row.keyboardCurrent
     }
 
@@ -53,7 +55,7 @@ Item {
         width: row.width
         height: row.isOpen ? stack.y + summary.height + stack.spacing / 2 : row.height
         cursorShape: Qt.PointingHandCursor
-        onClicked: panel.toggle(row.signalId)
+        onClicked: row.panel.toggle(row.signalId)
     }
 
     Column {
@@ -87,8 +89,8 @@ Item {
             // the body's end stay visible.
             TextMetrics {
                 id: whole
-                font.family: hud.mono
-                font.pointSize: 12 * hud.pt
+                font.family: Hud.mono
+                font.pointSize: 12 * Hud.pt
                 font.weight: Font.DemiBold
                 text: row.tickerLine + " " + row.bodyLine
                 elide: Text.ElideMiddle
@@ -100,65 +102,51 @@ Item {
                 width: summary.width - x - (figureText.visible ? figureText.implicitWidth + 8 : 0) - 42 - 6
                 height: parent.height
                 clip: true
-                readonly property string shown: whole.elidedText
-                readonly property int split: Math.min(row.tickerLine.length, shown.length)
-                readonly property bool cutInTicker: shown.indexOf("\u2026") >= 0 && shown.indexOf("\u2026") < row.tickerLine.length
-                readonly property string tickerPart: cutInTicker ? shown.substring(0, shown.indexOf("\u2026") + 1) : shown.substring(0, split)
-                readonly property string bodyPart: shown.substring(tickerPart.length)
+                readonly property var runs: Hud.headlineRuns(whole.elidedText, row.tickerLine)
                 Row {
                     anchors.verticalCenter: parent.verticalCenter
-                    Text {
+                    ValueText {
                         objectName: "tickerText"
                         anchors.baseline: bodyText.baseline
-                        text: headline.tickerPart
-                        textFormat: Text.PlainText
+                        text: headline.runs[0]
                         maximumLineCount: 1
-                        font.family: hud.mono
-                        font.pointSize: 12 * hud.pt
+                        size: 12
                         font.weight: Font.DemiBold
-                        color: hud.ink
+                        color: Hud.ink
                     }
-                    Text {
+                    ValueText {
                         id: bodyText
                         objectName: "bodyText"
-                        text: headline.bodyPart
-                        textFormat: Text.PlainText
+                        text: headline.runs[1]
                         maximumLineCount: 1
-                        font.family: hud.mono
-                        font.pointSize: 11.5 * hud.pt
-                        color: hud.ink3
+                        size: 11.5
+                        color: Hud.ink3
                     }
                 }
             }
-            Text {
+            ValueText {
                 id: figureText
                 objectName: "figureText"
                 visible: row.figure !== ""
                 anchors.right: metaText.left
                 anchors.rightMargin: 6
                 anchors.verticalCenter: parent.verticalCenter
-                text: hud.oneLine(row.figure)
-                textFormat: Text.PlainText
+                text: Hud.oneLine(row.figure)
                 maximumLineCount: 1
-                font.family: hud.mono
-                font.pointSize: 11 * hud.pt
                 font.weight: Font.DemiBold
-                color: hud.alpha(row.accent, 0.9)
+                color: Hud.alpha(row.accent, 0.9)
             }
-            Text {
+            CaptionText {
                 id: metaText
                 objectName: "metaText"
                 anchors.right: parent.right
                 anchors.verticalCenter: parent.verticalCenter
                 width: 42
                 horizontalAlignment: Text.AlignRight
-                text: hud.oneLine(row.meta)
-                textFormat: Text.PlainText
+                text: Hud.oneLine(row.meta)
                 maximumLineCount: 1
                 elide: Text.ElideRight
-                font.family: hud.mono
-                font.pointSize: 9.5 * hud.pt
-                color: hud.ink4
+                size: 9.5
             }
         }
         Loader {
@@ -170,10 +158,11 @@ Item {
             x: 52
             width: parent.width - x
             height: active && item ? item.implicitHeight + 14 : 0
-            Behavior on height { enabled: panel.animated && !panel.reduceMotion; SpringAnimation { spring: hud.snapSpring; damping: hud.snapDamping; epsilon: 0.25 } }
+            Behavior on height { enabled: row.panel.animated && !row.panel.reduceMotion; SpringAnimation { spring: Hud.snapSpring; damping: Hud.snapDamping; epsilon: 0.25 } }
             sourceComponent: Item {
                 implicitHeight: inspectorView.implicitHeight
                 InspectorView {
+                    panel: row.panel
                     id: inspectorView
                     y: 10
                     width: parent.width
@@ -191,9 +180,10 @@ Item {
         width: 5
         height: 5
         radius: 2.5
-        color: hud.lark
+        color: Hud.lark
     }
     SignalMenuHook {
+        panel: row.panel
         anchors.fill: parent
         signalId: row.signalId
         selected: row.isOpen

@@ -1,9 +1,11 @@
 import QtQuick
+import Larkpin.Panel
 
 Item {
     id: switchRow
+    required property PanelModel panel
     property string title: ""
-    property color titleColour: hud.ink
+    property color titleColour: Hud.ink
     property string subtitle: ""
     property bool on: false
     signal toggled(bool on)
@@ -14,27 +16,21 @@ Item {
         anchors.verticalCenter: parent.verticalCenter
         width: parent.width - control.width - 12
         spacing: 3
-        Text {
+        ValueText {
             text: switchRow.title
-            textFormat: Text.PlainText
-            font.family: hud.mono
-            font.pointSize: 11 * hud.pt
             font.weight: Font.DemiBold
             font.letterSpacing: 0.6
             color: switchRow.titleColour
         }
-        Text {
+        ProseText {
             visible: switchRow.subtitle !== ""
             width: parent.width
             wrapMode: Text.Wrap
             text: switchRow.subtitle
-            textFormat: Text.PlainText
-            font.family: hud.sans
-            font.pointSize: 10.5 * hud.pt
-            color: hud.ink3
         }
     }
     Toggle {
+        panel: switchRow.panel
         id: control
         objectName: "toggle"
         anchors.right: parent.right

@@ -1,11 +1,13 @@
 import QtQuick
+import Larkpin.Panel
 
 Item {
     id: band
+    required property PanelModel panel
     readonly property bool hovering: hover.hovered
     implicitHeight: stack.implicitHeight + 22
     opacity: hovering ? 1.0 : 0.66
-    Behavior on opacity { enabled: panel.animated; NumberAnimation { duration: hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: hud.glideCurve } }
+    Behavior on opacity { enabled: band.panel.animated; NumberAnimation { duration: Hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: Hud.glideCurve } }
 
     // Edge to edge, but the band sits in the panel's rounded foot: its lower
     // corners follow the panel's (14 less the 1-pt edge), or they would show
@@ -20,7 +22,7 @@ Item {
             width: parent.width
             height: parent.height + band.footRadius
             radius: band.footRadius
-            color: hud.alpha(hud.plate, 0.5)
+            color: Hud.alpha(Hud.plate, 0.5)
         }
     }
     HoverHandler { id: hover }
@@ -48,56 +50,53 @@ Item {
                 Sparkline {
                     objectName: "volumeSparkline"
                     anchors.fill: parent
-                    visible: panel.hasVolume
-                    values: panel.buckets
-                    colour: hud.lark
+                    visible: band.panel.hasVolume
+                    values: band.panel.buckets
+                    colour: Hud.lark
                 }
                 Hairline {
-                    visible: !panel.hasVolume
+                    visible: !band.panel.hasVolume
                     anchors.bottom: parent.bottom
                     width: parent.width
                 }
             }
             Readout {
+                panel: band.panel
                 objectName: "flowReadout"
                 width: 54
                 anchors.bottom: parent.bottom
                 label: "FLOW"
-                value: panel.flowText
+                value: band.panel.flowText
                 rolling: true
             }
         }
         // Flow row
         Column {
-            visible: panel.hasFlow
+            visible: band.panel.hasFlow
             width: parent.width
             spacing: 5
             FlowGauge {
                 width: parent.width
-                buyShare: panel.buyShare
+                buyShare: band.panel.buyShare
             }
             Item {
                 width: parent.width
                 height: buy.implicitHeight
-                Text {
+                ProseText {
                     id: buy
                     objectName: "buyText"
-                    text: panel.buyText
-                    textFormat: Text.PlainText
-                    font.family: hud.sans
-                    font.pointSize: 8.5 * hud.pt
+                    text: band.panel.buyText
+                    size: 8.5
                     font.weight: Font.Medium
-                    color: hud.alpha(hud.emerald, 0.8)
+                    color: Hud.alpha(Hud.emerald, 0.8)
                 }
-                Text {
+                ProseText {
                     objectName: "sellText"
                     anchors.right: parent.right
-                    text: panel.sellText
-                    textFormat: Text.PlainText
-                    font.family: hud.sans
-                    font.pointSize: 8.5 * hud.pt
+                    text: band.panel.sellText
+                    size: 8.5
                     font.weight: Font.Medium
-                    color: hud.alpha(hud.alert, 0.7)
+                    color: Hud.alpha(Hud.alert, 0.7)
                 }
             }
         }
@@ -105,25 +104,24 @@ Item {
         Row {
             objectName: "counterRow"
             Repeater {
-                model: panel.counters
+                model: band.panel.counters
                 Row {
-                    Text {
-                        visible: index > 0
+                    id: counter
+                    required property int index
+                    required property var modelData
+                    ProseText {
+                        visible: counter.index > 0
                         leftPadding: 6
                         rightPadding: 6
                         text: "\u00B7"
-                        textFormat: Text.PlainText
-                        font.family: hud.sans
-                        font.pointSize: 9 * hud.pt
-                        color: hud.ink4
+                        size: 9
+                        color: Hud.ink4
                     }
-                    Text {
+                    ProseText {
                         objectName: "counter"
-                        text: modelData
-                        textFormat: Text.PlainText
-                        font.family: hud.sans
-                        font.pointSize: 9 * hud.pt
-                        color: hud.ink2
+                        text: counter.modelData
+                        size: 9
+                        color: Hud.ink2
                     }
                 }
             }

@@ -1,8 +1,10 @@
 import QtQuick
+import Larkpin.Panel
 
 // A switch-style toggle, tinted lark, at 0.85 of the usual 38 × 22.
 Item {
     id: toggle
+    required property PanelModel panel
     property bool on: false
     signal toggled(bool on)
     implicitWidth: 38 * 0.85
@@ -24,8 +26,8 @@ Item {
     Rectangle {
         anchors.fill: parent
         radius: height / 2
-        color: toggle.on ? hud.lark : hud.alpha(hud.ink4, 0.8)
-        Behavior on color { enabled: panel.animated; ColorAnimation { duration: hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: hud.glideCurve } }
+        color: toggle.on ? Hud.lark : Hud.alpha(Hud.ink4, 0.8)
+        Behavior on color { enabled: toggle.panel.animated; ColorAnimation { duration: Hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: Hud.glideCurve } }
     }
     Rectangle {
         width: toggle.height - 4
@@ -33,8 +35,8 @@ Item {
         radius: width / 2
         y: 2
         x: toggle.on ? toggle.width - width - 2 : 2
-        color: toggle.on ? hud.abyss : hud.ink
-        Behavior on x { enabled: panel.animated && !panel.reduceMotion; SpringAnimation { spring: hud.snapSpring; damping: hud.snapDamping } }
+        color: toggle.on ? Hud.abyss : Hud.ink
+        Behavior on x { enabled: toggle.panel.animated && !toggle.panel.reduceMotion; SpringAnimation { spring: Hud.snapSpring; damping: Hud.snapDamping } }
     }
     FocusRing { ringRadius: toggle.height / 2 - 2 }
     MouseArea {

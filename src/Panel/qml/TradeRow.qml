@@ -1,65 +1,52 @@
 import QtQuick
+import Larkpin.Panel
 
 Item {
     id: trade
     property var row: ({})
     implicitHeight: 16
 
-    Text {
+    LabelText {
         id: side
         width: 34
         anchors.verticalCenter: parent.verticalCenter
         text: trade.row.side
-        textFormat: Text.PlainText
-        font.family: hud.mono
-        font.pointSize: 9 * hud.pt
-        font.bold: true
-        font.letterSpacing: 0.6
-        color: trade.row.buy ? hud.emerald : hud.alert
+        size: 9
+        tracking: 0.6
+        color: trade.row.buy ? Hud.emerald : Hud.alert
     }
-    Text {
+    ValueText {
         x: 36
         width: 74
         anchors.verticalCenter: parent.verticalCenter
         elide: Text.ElideRight
         maximumLineCount: 1
-        text: hud.oneLine(trade.row.symbol)
-        textFormat: Text.PlainText
-        font.family: hud.mono
-        font.pointSize: 10.5 * hud.pt
-        color: hud.ink2
+        text: Hud.oneLine(trade.row.symbol)
+        size: 10.5
     }
-    Text {
+    ValueText {
         x: 112
         anchors.verticalCenter: parent.verticalCenter
         text: trade.row.amount
-        textFormat: Text.PlainText
-        font.family: hud.mono
-        font.pointSize: 10.5 * hud.pt
+        size: 10.5
         font.weight: Font.Medium
-        color: hud.ink
+        color: Hud.ink
     }
-    Text {
+    CaptionText {
         anchors.right: pnl.left
         anchors.rightMargin: 10
         anchors.verticalCenter: parent.verticalCenter
         text: trade.row.age
-        textFormat: Text.PlainText
-        font.family: hud.mono
-        font.pointSize: 9 * hud.pt
-        color: hud.ink4
     }
-    Text {
+    ValueText {
         id: pnl
         anchors.right: parent.right
         width: 52
         horizontalAlignment: Text.AlignRight
         anchors.verticalCenter: parent.verticalCenter
         text: trade.row.pnl
-        textFormat: Text.PlainText
-        font.family: hud.mono
-        font.pointSize: 9.5 * hud.pt
+        size: 9.5
         font.weight: Font.DemiBold
-        color: trade.row.open ? hud.ink4 : trade.row.pnlNegative ? hud.alert : hud.emerald
+        color: trade.row.open ? Hud.ink4 : trade.row.pnlNegative ? Hud.alert : Hud.emerald
     }
 }

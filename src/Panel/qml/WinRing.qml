@@ -1,5 +1,6 @@
 import QtQuick
 import QtQuick.Shapes
+import Larkpin.Panel
 
 Row {
     id: ring
@@ -12,26 +13,23 @@ Row {
         width: 16; height: 16
         anchors.verticalCenter: parent.verticalCenter
         ShapePath {
-            strokeColor: hud.alpha(hud.ink4, 0.7)
+            strokeColor: Hud.alpha(Hud.ink4, 0.7)
             strokeWidth: 2
             fillColor: "transparent"
             PathAngleArc { centerX: 8; centerY: 8; radiusX: 6.5; radiusY: 6.5; startAngle: 0; sweepAngle: 360 }
         }
         ShapePath {
-            strokeColor: hud.lark
+            strokeColor: Hud.lark
             strokeWidth: 2
             capStyle: ShapePath.RoundCap
             fillColor: "transparent"
             PathAngleArc { centerX: 8; centerY: 8; radiusX: 6.5; radiusY: 6.5; startAngle: -90; sweepAngle: 360 * ring.clamped }
         }
     }
-    Text {
+    ValueText {
         anchors.verticalCenter: parent.verticalCenter
         text: ring.label
-        textFormat: Text.PlainText
-        font.family: hud.mono
-        font.pointSize: 9 * hud.pt
+        size: 9
         font.weight: Font.DemiBold
-        color: hud.ink2
     }
 }

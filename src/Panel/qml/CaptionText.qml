@@ -1,0 +1,11 @@
+import QtQuick
+import Larkpin.Panel
+
+// Small print beside something larger: an age, a unit, a meta column.
+Text {
+    property real size: 9
+    textFormat: Text.PlainText
+    font.family: Hud.mono
+    font.pointSize: size * Hud.pt
+    color: Hud.ink4
+}

@@ -1,0 +1,20 @@
+import QtQuick
+import Larkpin.Panel
+
+// A hero card's eyebrow: the kind and the age on the left; whatever the card
+// puts inside (a win ring, a close button) anchors itself on the right.
+Item {
+    id: header
+    property string kind: "whale"
+    property string age: ""
+
+    Row {
+        anchors.verticalCenter: parent.verticalCenter
+        spacing: 8
+        KindLabel { kind: header.kind; size: 9.5 }
+        CaptionText {
+            text: Hud.oneLine(header.age)
+            maximumLineCount: 1
+        }
+    }
+}

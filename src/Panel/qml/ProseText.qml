@@ -1,0 +1,11 @@
+import QtQuick
+import Larkpin.Panel
+
+// A sentence for reading (a state, a hint, a description) in the sans face.
+Text {
+    property real size: 10.5
+    textFormat: Text.PlainText
+    font.family: Hud.sans
+    font.pointSize: size * Hud.pt
+    color: Hud.ink3
+}
