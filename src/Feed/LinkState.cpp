@@ -2,17 +2,6 @@
 
 namespace LinkStates {
 
-QString pillText(LinkState state)
-{
-    switch (state) {
-    case LinkState::connecting: return QStringLiteral("LINKING");
-    case LinkState::live: return QStringLiteral("LIVE");
-    case LinkState::polling: return QStringLiteral("POLLING");
-    case LinkState::down: return QStringLiteral("OFFLINE");
-    }
-    return {};
-}
-
 QString caseName(LinkState state)
 {
     switch (state) {

@@ -1,6 +1,7 @@
 #include "Panel/PanelQml.h"
 
 #include "Panel/PanelModel.h"
+#include "Support/Log.h"
 #include "Panel/PanelStyle.h"
 
 #include <QFile>
@@ -54,7 +55,7 @@ QQuickItem *createHud(QQmlEngine &engine, PanelModel *model, QString *error)
     auto *item = qobject_cast<QQuickItem *>(object);
     if (!item) {
         const QString why = component.errorString();
-        qWarning("[Larkpin] panel view failed to load: %s", qUtf8Printable(why));
+        Log::warning(lcApp(), QStringLiteral("panel view failed to load: ") + why);
         if (error)
             *error = why;
         delete object;
@@ -90,7 +91,7 @@ QImage GlyphProvider::render(const QString &name, const QColor &colour, const QS
                  QImage::Format_ARGB32_Premultiplied);
     image.fill(Qt::transparent);
     if (!PanelQml::glyphNames().contains(name)) {
-        qWarning("[Larkpin] unknown glyph %s", qUtf8Printable(name));
+        Log::warning(lcApp(), QStringLiteral("unknown glyph ") + name);
         return image;
     }
     QSvgRenderer svg(QStringLiteral(":/larkpin/panel/icons/") + name + QStringLiteral(".svg"));

@@ -3,6 +3,7 @@
 // QML binds to (the singleton "Hud"), so no view carries a literal of its own.
 
 #include "Look/Theme.h"
+#include "Look/Easing.h"
 #include "Look/Motion.h"
 
 #include <QColor>
@@ -89,6 +90,8 @@ public:
     static QEasingCurve easeInOut();
 
     static double qmlSpring(const Motion::Curve &curve);
+    // Easing.bezierCurve's form: both control points, then the end point.
+    static QVariantList qmlBezier(const Easing::CubicBezier &c) { return {c.x1, c.y1, c.x2, c.y2, 1.0, 1.0}; }
     static double qmlDamping(const Motion::Curve &curve);
 
     QColor lark() const { return toQColor(Theme::lark); }
@@ -114,8 +117,8 @@ public:
     double rollSpring() const { return qmlSpring(Motion::roll); }
     double rollDamping() const { return qmlDamping(Motion::roll); }
     int glideMs() const { return int(Motion::glide.response * 1000 + 0.5); }
-    QVariantList glideCurve() const { return {0.0, 0.0, 0.58, 1.0, 1.0, 1.0}; }
-    QVariantList easeInOutCurve() const { return {0.42, 0.0, 0.58, 1.0, 1.0, 1.0}; }
+    QVariantList glideCurve() const { return qmlBezier(Easing::easeOut); }
+    QVariantList easeInOutCurve() const { return qmlBezier(Easing::easeInOut); }
     int snapMs() const { return int(Motion::snap.response * 1000 + 0.5); }
     double pt() const;
     static constexpr int heroTickerPx() { return 22; }

@@ -97,6 +97,7 @@ private Q_SLOTS:
     {
         QVERIFY(
             StreamComposer::badge(segment("$WIF"), std::nullopt, 16.9, 2).isNull()); // too low for the pill
+        QVERIFY(!StreamComposer::badge(segment("$WIF"), std::nullopt, 17, 2).isNull()); // exactly its height
         // A figure passed in replaces the headline's own.
         const auto withFigure = [](std::optional<QString> own, std::optional<QString> over) {
             return StreamComposer::badge(segment("$WIF", own), over, 24, 2);
