@@ -48,6 +48,8 @@ double devicePixelRatioOf(const QPainter &p)
 StatusStreamView::StatusStreamView(QWidget *parent) : QWidget(parent), reduceMotion_(ReducedMotion::reduced())
 {
     setAttribute(Qt::WA_TransparentForMouseEvents); // clicks belong to the strip
+    if (const auto *motion = ReducedMotion::watcher())
+        connect(motion, &ReducedMotion::Watcher::changed, this, &StatusStreamView::setReduceMotion);
     clock_.start();
     flipTimer_ = new QTimer(this);
     flipTimer_->setInterval(int(hold * 1000));

@@ -20,6 +20,8 @@ PanelModel::PanelModel(FeedStore *store, QObject *parent)
       stream_(new SignalListModel(store, this)), settings_(new SettingsModel(store, this))
 {
     now_ = store ? store->now() : 0;
+    if (const auto *motion = ReducedMotion::watcher())
+        connect(motion, &ReducedMotion::Watcher::changed, this, &PanelModel::setReduceMotion);
 
     clock_ = new QTimer(this);
     clock_->setInterval(clockIntervalMs);

@@ -8,6 +8,7 @@
 
 #include <QFile>
 #include <QPainter>
+#include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -79,6 +80,57 @@ private Q_SLOTS:
     }
 
     // Two frames 0.1 s apart right after a flip: equal only when reduced.
+    // The desktop's answer comes after start-up, from whatever gsettings is
+    // on PATH (here a stand-in), and reaches the views through changed();
+    // a decisive override never starts the process.
+    void answerArrivesLater_data()
+    {
+        QTest::addColumn<QString>("override");
+        QTest::addColumn<QString>("gnome");
+        QTest::addColumn<bool>("before");
+        QTest::addColumn<bool>("after");
+        QTest::addColumn<int>("changes");
+        QTest::newRow("animations off") << QString() << QStringLiteral("false") << false << true << 1;
+        QTest::newRow("animations on") << QString() << QStringLiteral("true") << false << false << 0;
+        QTest::newRow("override 0 wins") << QStringLiteral("0") << QStringLiteral("false") << false << false << 0;
+        QTest::newRow("override 1 wins") << QStringLiteral("1") << QStringLiteral("true") << true << true << 0;
+    }
+    void answerArrivesLater()
+    {
+        QFETCH(QString, override);
+        QFETCH(QString, gnome);
+        QFETCH(bool, before);
+        QFETCH(bool, after);
+        QFETCH(int, changes);
+        QTemporaryDir bin;
+        QFile tool(bin.filePath(QStringLiteral("gsettings")));
+        QVERIFY(tool.open(QIODevice::WriteOnly));
+        tool.write("#!/bin/sh\necho " + gnome.toLatin1() + "\n");
+        tool.close();
+        tool.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        const QByteArray path = qgetenv("PATH");
+        qputenv("PATH", bin.path().toLocal8Bit() + ':' + path);
+        const QByteArray config = qgetenv("XDG_CONFIG_HOME");
+        qputenv("XDG_CONFIG_HOME", bin.path().toLocal8Bit()); // no kdeglobals there
+        if (override.isEmpty())
+            qunsetenv("LARKPIN_REDUCE_MOTION");
+        else
+            qputenv("LARKPIN_REDUCE_MOTION", override.toLatin1());
+
+        ReducedMotion::Watcher watcher(nullptr, 0);
+        QSignalSpy spy(&watcher, &ReducedMotion::Watcher::changed);
+        QCOMPARE(watcher.reduced(), before);
+        if (changes)
+            QVERIFY(spy.wait(5000));
+        else
+            QVERIFY(!spy.wait(800));
+        QCOMPARE(watcher.reduced(), after);
+        QCOMPARE(spy.size(), changes);
+        qputenv("PATH", path);
+        qunsetenv("LARKPIN_REDUCE_MOTION");
+        qputenv("XDG_CONFIG_HOME", config);
+    }
+
     void flipLandsAtOnce_data()
     {
         QTest::addColumn<bool>("reduced");
