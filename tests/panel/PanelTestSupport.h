@@ -140,6 +140,21 @@ private:
 
 #include "Panel/PanelController.h"
 
+#include <QQuickItem>
+
+// Every item under root, root first: the panel tests look items up by
+// their accessible names and object names.
+inline QList<QQuickItem *> allItems(QQuickItem *root)
+{
+    QList<QQuickItem *> out;
+    if (root) {
+        out << root;
+        for (QQuickItem *child : root->childItems())
+            out += allItems(child);
+    }
+    return out;
+}
+
 #include <QSettings>
 
 inline void PanelRig::freshStore()

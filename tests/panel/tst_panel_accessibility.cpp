@@ -16,17 +16,6 @@
 #include <memory>
 
 namespace {
-QList<QQuickItem *> allItems(QQuickItem *root)
-{
-    QList<QQuickItem *> out;
-    if (root) {
-        out << root;
-        for (QQuickItem *child : root->childItems())
-            out += allItems(child);
-    }
-    return out;
-}
-
 bool shownOnScreen(QQuickItem *item)
 {
     for (QQuickItem *i = item; i; i = i->parentItem())

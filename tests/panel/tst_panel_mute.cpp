@@ -15,17 +15,6 @@
 #include <memory>
 
 namespace {
-QList<QQuickItem *> allItems(QQuickItem *root)
-{
-    QList<QQuickItem *> out;
-    if (root) {
-        out << root;
-        for (QQuickItem *child : root->childItems())
-            out += allItems(child);
-    }
-    return out;
-}
-
 // Popups live in the window's overlay, outside the panel's own tree: search the whole window.
 QQuickItem *shown(QQuickWindow *window, const QString &name)
 {

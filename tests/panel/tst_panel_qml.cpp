@@ -20,17 +20,6 @@
 #include <memory>
 
 namespace {
-QList<QQuickItem *> allItems(QQuickItem *root)
-{
-    QList<QQuickItem *> out;
-    if (root) {
-        out << root;
-        for (QQuickItem *child : root->childItems())
-            out += allItems(child);
-    }
-    return out;
-}
-
 QList<QQuickItem *> itemsNamed(QQuickItem *root, const QString &name, bool visibleOnly = false)
 {
     QList<QQuickItem *> out;
