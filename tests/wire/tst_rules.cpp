@@ -14,7 +14,7 @@ using namespace Qt::StringLiterals;
 using OptDouble = std::optional<double>;
 using OptInt = std::optional<qint64>;
 constexpr double inf = std::numeric_limits<double>::infinity();
-constexpr qint64 none = -1; // a count or a record that is absent
+constexpr qint64 none = -1; // closed trades: no trader record at all
 constexpr qint64 i64max = std::numeric_limits<qint64>::max(), i64min = std::numeric_limits<qint64>::min();
 constexpr int intMax = std::numeric_limits<int>::max(), intMin = std::numeric_limits<int>::min();
 
@@ -87,7 +87,7 @@ const Profile profiles[] = {
     {"no count anywhere", none, {}, {}, {}, {}}};
 
 using enum MarketSession;
-// New York time, from seconds since 1970.
+// Named by New York time unless marked UTC; seconds since 1970.
 struct Session { const char *name; double at; MarketSession session; };
 const Session sessions[] = {
     {"09:30 on 2026-07-15", 1784122200, regular}, {"16:00 on 2026-01-15", 1768510800, post},
