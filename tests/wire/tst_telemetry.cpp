@@ -2,46 +2,38 @@
 
 #include "Wire/Telemetry.h"
 
-#include <QTest>
+#include "../base/Table.h"
 
 #include <cmath>
 #include <numeric>
 
 namespace {
 constexpr double Now = 1'700'000'000;
-}
+
+// Ticks 10 s apart; a share of -1: absent.
+struct Share { const char *name; int buys, sells; double usd, share; };
+const Share shares[] = {{"nothing yet", 0, 0, 100, -1}, {"six buys", 6, 0, 100, 1},
+                        {"five is too few", 5, 0, 100, -1}, {"all zero dollars", 3, 3, 0, -1},
+                        {"even split", 3, 3, 100, 0.5}};
+} // namespace
 
 class TelemetryTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
-    void buyShare_data()
-    {
-        QTest::addColumn<int>("buys");
-        QTest::addColumn<int>("sells");
-        QTest::addColumn<double>("usd");
-        QTest::addColumn<double>("share"); // -1: absent
-        QTest::newRow("nothing yet") << 0 << 0 << 100.0 << -1.0;
-        QTest::newRow("six buys") << 6 << 0 << 100.0 << 1.0;
-        QTest::newRow("five is too few") << 5 << 0 << 100.0 << -1.0;
-        QTest::newRow("all zero dollars") << 3 << 3 << 0.0 << -1.0;
-        QTest::newRow("even split") << 3 << 3 << 100.0 << 0.5;
-    }
+    void buyShare_data() { rows(shares); }
     void buyShare()
     {
-        QFETCH(int, buys);
-        QFETCH(int, sells);
-        QFETCH(double, usd);
-        QFETCH(double, share);
+        const Share &r = row(shares);
         TelemetryWindow w;
-        for (int i = 0; i < buys; ++i)
-            w.append(Now - 10 * i, usd, true);
-        for (int i = 0; i < sells; ++i)
-            w.append(Now - 10 * i, usd, false);
+        for (int i = 0; i < r.buys; ++i)
+            w.append(Now - 10 * i, r.usd, true);
+        for (int i = 0; i < r.sells; ++i)
+            w.append(Now - 10 * i, r.usd, false);
         const Telemetry t = w.snapshot(Now, 0, 0);
-        QCOMPARE(t.buyShare.value_or(-1), share);
-        QCOMPARE(t.fillsPerMinute, (buys + sells) / 5.0);
+        QCOMPARE(t.buyShare.value_or(-1), r.share);
+        QCOMPARE(t.fillsPerMinute, (r.buys + r.sells) / 5.0);
         QCOMPARE(t.buckets.size(), 24); // even with nothing to draw
-        QCOMPARE(t.rail.size(), buys + sells);
+        QCOMPARE(t.rail.size(), r.buys + r.sells);
     }
 
     void agesAndSlots()
