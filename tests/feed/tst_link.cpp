@@ -142,11 +142,7 @@ private Q_SLOTS:
         links_.clear();
         delivered_.clear();
         frames_ = batches_ = 0;
-        SimOptions options;
-        options.port = 0;
-        options.autoTape = false;
-        options.seed = 3;
-        sim_ = std::make_unique<SimServer>(options);
+        sim_ = std::make_unique<SimServer>(SimOptions{.port = 0, .seed = 3, .autoTape = false});
         QString error;
         QVERIFY2(sim_->start(&error), qPrintable(error));
         qputenv("LARKPIN_LOG", "1");
@@ -258,7 +254,7 @@ private Q_SLOTS:
         QVERIFY2(logged.isEmpty() || !messages.filter(logged).isEmpty(), qPrintable(messages.join(u'\n')));
     }
 
-    // The first drop (here a ping left unanswered) shows as down, the second as polling.
+    // The first drop (a ping left unanswered) shows as down, the second as polling.
     void firstDropIsDownSecondIsPolling()
     {
         CaptureStderr capture;
@@ -269,14 +265,20 @@ private Q_SLOTS:
         QCOMPARE(client_->socketFailures(), 1);
         sim_->setAnswerPings(true);
         // The reconnected socket delivers, but the pill keeps showing the drop.
-        QVERIFY(waitForSocket());
-        const int before = frames_;
+        const int greeted = frames_;
+        QVERIFY(until([&] { return frames_ > greeted; }));
         sim_->emitFills(1);
-        QVERIFY(until([&] { return frames_ > before + 1; }));
+        QVERIFY(until([&] { return frames_ > greeted + 1; }));
         QCOMPARE(links_.last(), LinkState::down);
         QCOMPARE(client_->socketFailures(), 1); // only the first frame after start() resets it
-        sim_->dropAllSockets();
+        // The second, the service hanging up after two more frames (the last
+        // of them still arrives), shows as polling.
+        sim_->dropSocketsAfterFrames(2);
+        sim_->emitFills(1);
+        sim_->emitFills(1);
         QVERIFY(waitForLink(LinkState::polling));
+        QCOMPARE(frames_, greeted + 4);
+        sim_->dropSocketsAfterFrames(0);
         QCOMPARE(links_, (QList<LinkState>{LinkState::connecting, LinkState::live, LinkState::down,
                                            LinkState::polling}));
         // Once a socket has worked in this run, polling goes on beside the
