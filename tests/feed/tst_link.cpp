@@ -600,7 +600,7 @@ private Q_SLOTS:
         QVERIFY(until([&] { return requests("/tape") >= 2; }, 8000));
         QVERIFY(delivered_.isEmpty());
         sim_->setEndpointFault(QStringLiteral("/tape"), {});
-        QVERIFY(until([&] { return delivered_.size() >= 60; }, 8000));
+        QVERIFY(until([&] { return delivered_.size() >= 200; }, 8000)); // the backfill, not only a poll
         client_->stop();
         QVERIFY(!capture.messages(QStringLiteral("tw"))
                      .filter(QRegularExpression(QStringLiteral(
