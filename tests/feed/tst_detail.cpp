@@ -6,7 +6,6 @@
 #include "TarnwickSim.h"
 #include "Wire/SignalRules.h"
 
-#include <QJsonObject>
 #include <QSignalSpy>
 #include <QTest>
 
