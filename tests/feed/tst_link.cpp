@@ -128,7 +128,7 @@ class LinkTest : public QObject {
         QCOMPARE(tail.size(), count);
     }
 
-    // The service was read no further than a few pieces past the limit.
+    // The service stopped being read long before the message or body was whole.
     void verifyStreamCut()
     {
         QVERIFY(until([&] { return sim_->streamsRunning() == 0; }));
