@@ -19,27 +19,20 @@ public:
     CaptureStderr(const CaptureStderr &) = delete;
     CaptureStderr &operator=(const CaptureStderr &) = delete;
 
-    QStringList lines()
+    // The messages of the lines that carry `tag` ("tw" or "Larkpin"), with the
+    // "HH:mm:ss [tag] " prefix taken off; standard error is back from here on.
+    QStringList messages(const QString &tag)
     {
         restore();
         file_.seek(0);
-        QStringList out;
-        for (const QByteArray &line : file_.readAll().split('\n'))
-            if (!line.isEmpty())
-                out << QString::fromUtf8(line);
-        return out;
-    }
-
-    // The messages of the lines that carry `tag` ("tw" or "Larkpin"), with the
-    // "HH:mm:ss [tag] " prefix taken off.
-    QStringList messages(const QString &tag)
-    {
         const QString mark = QStringLiteral(" [") + tag + QStringLiteral("] ");
         QStringList out;
-        for (const QString &line : lines())
+        for (const QByteArray &bytes : file_.readAll().split('\n')) {
+            const QString line = QString::fromUtf8(bytes);
             if (line.size() > 8 && line.mid(8, mark.size()) == mark && line.at(2) == QLatin1Char(':') &&
                 line.at(5) == QLatin1Char(':'))
                 out << line.mid(8 + mark.size());
+        }
         return out;
     }
 

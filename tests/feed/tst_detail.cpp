@@ -2,11 +2,10 @@
 // per signal, loading / failed / loaded, what each kind asks for, which links survive.
 
 #include "Feed/FeedStore.h"
-#include "Wire/SignalRules.h"
 #include "IsolatedSettings.h"
 #include "TarnwickSim.h"
+#include "Wire/SignalRules.h"
 
-#include <QJsonObject>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -55,11 +54,7 @@ private Q_SLOTS:
     void initTestCase() { isolateSettings(); }
     void init()
     {
-        SimOptions options;
-        options.port = 0;
-        options.autoTape = false;
-        options.seed = 5;
-        sim_ = std::make_unique<SimServer>(options);
+        sim_ = std::make_unique<SimServer>(SimOptions{.port = 0, .seed = 5, .autoTape = false});
         QString error;
         QVERIFY2(sim_->start(&error), qPrintable(error));
         makeStore();
