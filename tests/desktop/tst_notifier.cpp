@@ -191,7 +191,9 @@ private Q_SLOTS:
         QVERIFY(server.calls[1][5].toStringList().isEmpty());
 
         Q_EMIT server.ActionInvoked(99, QStringLiteral("open-chart")); // someone else's
-        Q_EMIT server.ActionInvoked(42, QStringLiteral("default"));    // ours, not the chart
+        Q_EMIT server.ActionInvoked(41, QStringLiteral("default"));    // ours, not the chart
+        QTest::qWait(200);
+        QVERIFY(opened.isEmpty());
         Q_EMIT server.ActionInvoked(41, QStringLiteral("open-chart"));
         QVERIFY(QTest::qWaitFor([&] { return !opened.isEmpty(); }, 3000));
         QTest::qWait(100);
