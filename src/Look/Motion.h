@@ -14,10 +14,6 @@ struct Curve {
     // damping coefficient = 4π·damping/response.
     double stiffness() const;
     double dampingCoefficient() const;
-    // Progress 0 -> 1 of the curve at time t seconds (springs may overshoot).
-    double valueAt(double t) const;
-    // Time after which the curve stays within 0.1 % of its target.
-    double settlingDuration() const;
     ::Spring spring() const { return ::Spring::fromResponse(response, damping); }
 };
 inline constexpr Curve snap{Curve::Spring, 0.34, 0.76};

@@ -4,10 +4,13 @@
 
 #include <QTest>
 
-// One store publication: the full list and the focus threshold in force.
+// One store publication (the full list, the focus threshold and the watched
+// handles in force), or the controller holding or releasing the warm-up.
 struct Step {
     QList<Signal> list;
     double threshold = 25000;
+    QSet<QString> watched;
+    enum { Consider, Hold, Release } op = Consider;
 };
 using Steps = QList<Step>;
 Q_DECLARE_METATYPE(Steps)
@@ -77,76 +80,46 @@ private Q_SLOTS:
         // Switching off ends the takeover once; what arrived meanwhile is not fresh later.
         QTest::newRow("threshold zero ends a takeover")
             << Steps{{}, {{a}}, {{a, b}, 0}, {{a, b}, -1}, {{a, b}}} << seq("a -");
+        // A watched wallet's trade needs no size beyond being published, but focus alerts must be on.
+        Signal small = trade("w", 1500);
+        small.wallet = WalletRef{QStringLiteral("Addr"), QStringLiteral("@kim"), std::nullopt};
+        const QSet<QString> kim{QStringLiteral("kim")}, kimber{QStringLiteral("kimber")};
+        QTest::newRow("watched, under the threshold")
+            << Steps{{{}, 25000, kim}, {{small}, 25000, kim}} << seq("w");
+        QTest::newRow("watched, focus alerts off") << Steps{{{}, 0, kim}, {{small}, 0, kim}} << seq("");
+        QTest::newRow("another wallet watched")
+            << Steps{{{}, 25000, kimber}, {{small}, 25000, kimber}} << seq("");
+        QTest::newRow("nobody watched") << Steps{{}, {{small}}} << seq("");
+        // A held warm-up records every list until it is released; the first
+        // list after the release still only warms up.
+        const Step holdUp{{}, 0, {}, Step::Hold}, letGo{{}, 0, {}, Step::Release};
+        const Signal radar = trade("radar", 4e5, 72, 10, SignalKind::spike), tape = trade("tape", 9e4);
+        QTest::newRow("held: radar first, then the backfill")
+            << Steps{holdUp, {{radar}},       {{tape, radar}},
+                     letGo,  {{tape, radar}}, {{trade("live", 3e4), tape, radar}}}
+            << seq("live");
+        QTest::newRow("held: backfill list seen at the release")
+            << Steps{holdUp, {{radar}}, letGo, {{tape, radar}}, {{tape, radar}}} << seq("");
+        QTest::newRow("held: nothing before the release")
+            << Steps{holdUp, letGo, {{}}, {{tape}}} << seq("tape");
     }
     void choice()
     {
         QFETCH(Steps, steps);
         QFETCH(QStringList, expected);
         auto d = director();
-        for (const Step &s : steps)
-            d->consider(s.list, s.threshold);
+        for (const Step &s : steps) {
+            if (s.op == Step::Hold)
+                d->holdWarmUp();
+            else if (s.op == Step::Release)
+                d->releaseWarmUp();
+            else
+                d->consider(s.list, s.threshold, s.watched);
+        }
         QCOMPARE(changes, expected);
         QCOMPARE(d->current() ? d->current()->id : QStringLiteral("-"),
                  expected.value(expected.size() - 1, QStringLiteral("-")));
         QCOMPARE(d->releasePending(), d->current().has_value());
-    }
-
-    // A watched wallet's trade needs no size beyond being published, but focus alerts must be on.
-    void watchedWalletTakesOver_data()
-    {
-        QTest::addColumn<double>("threshold");
-        QTest::addColumn<QString>("watching");
-        QTest::addColumn<bool>("takesOver");
-        QTest::newRow("under the threshold") << 25000.0 << "kim" << true;
-        QTest::newRow("focus alerts off") << 0.0 << "kim" << false;
-        QTest::newRow("another wallet watched") << 25000.0 << "kimber" << false;
-        QTest::newRow("nobody watched") << 25000.0 << "" << false;
-    }
-    void watchedWalletTakesOver()
-    {
-        QFETCH(double, threshold);
-        QFETCH(QString, watching);
-        QFETCH(bool, takesOver);
-        Signal small = trade("w", 1500);
-        small.wallet = WalletRef{QStringLiteral("Addr"), QStringLiteral("@kim"), std::nullopt};
-        QSet<QString> watched;
-        if (!watching.isEmpty())
-            watched.insert(watching);
-        auto d = director();
-        d->consider({}, threshold, watched);
-        d->consider({small}, threshold, watched);
-        QCOMPARE(changes, takesOver ? seq("w") : QStringList());
-    }
-
-    // A held warm-up records every list until it is released; the first
-    // list after the release still only warms up.
-    void heldWarmUp_data()
-    {
-        QTest::addColumn<Steps>("beforeRelease");
-        QTest::addColumn<Steps>("afterRelease");
-        QTest::addColumn<QStringList>("expected");
-        const Signal radar = trade("radar", 4e5, 72, 10, SignalKind::spike), tape = trade("tape", 9e4);
-        QTest::newRow("radar first, then the backfill")
-            << Steps{{{radar}}, {{tape, radar}}}
-            << Steps{{{tape, radar}}, {{trade("live", 3e4), tape, radar}}} << seq("live");
-        QTest::newRow("backfill list seen at the release")
-            << Steps{{{radar}}} << Steps{{{tape, radar}}, {{tape, radar}}} << seq("");
-        QTest::newRow("nothing before the release") << Steps{} << Steps{{{}}, {{tape}}} << seq("tape");
-    }
-    void heldWarmUp()
-    {
-        QFETCH(Steps, beforeRelease);
-        QFETCH(Steps, afterRelease);
-        QFETCH(QStringList, expected);
-        auto d = director();
-        d->holdWarmUp();
-        for (const Step &s : beforeRelease)
-            d->consider(s.list, s.threshold);
-        QVERIFY(changes.isEmpty());
-        d->releaseWarmUp();
-        for (const Step &s : afterRelease)
-            d->consider(s.list, s.threshold);
-        QCOMPARE(changes, expected);
     }
 
     void holdEndsTheTakeoverAndReplacementRestartsIt()
