@@ -1,13 +1,24 @@
 #pragma once
 // Shared by the panel tests: a store on a controllable clock whose client
-// points at a service that never answers (so detail loads fail quickly), and
-// fills that the signal rules keep.
+// points at a service that never answers (so detail loads fail quickly), fills
+// that the signal rules keep, and the helpers that drive the real panel.
 
 #include "Feed/FeedStore.h"
 #include "Feed/TarnwickClient.h"
+#include "Panel/PanelController.h"
+#include "Panel/PanelModel.h"
 
 #include <QCoreApplication>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QQuickItem>
+#include <QQuickWindow>
+#include <QSettings>
+#include <QSignalSpy>
 #include <QTcpServer>
+#include <QTcpSocket>
+#include <QTest>
 
 #include <memory>
 
@@ -18,6 +29,17 @@ struct TestClock {
         return [this] { return t; };
     }
 };
+
+inline std::unique_ptr<FeedStore> storeAt(quint16 port, int timeoutMs, TestClock &clock)
+{
+    const QString base = QStringLiteral("127.0.0.1:") + QString::number(port);
+    TarnwickTiming timing;
+    timing.requestTimeoutMs = timeoutMs;
+    auto *client =
+        new TarnwickClient(QStringLiteral("http://") + base + QStringLiteral("/api"),
+                           QStringLiteral("ws://") + base + QStringLiteral("/ws"), timing, clock.clock());
+    return std::make_unique<FeedStore>(client, clock.clock());
+}
 
 inline std::unique_ptr<FeedStore> unreachableStore(TestClock &clock)
 {
@@ -33,35 +55,16 @@ inline std::unique_ptr<FeedStore> unreachableStore(TestClock &clock)
         server->pauseAccepting(); // connections wait in the backlog, unanswered
         return server;
     }();
-    const QString base = QStringLiteral("127.0.0.1:") + QString::number(blackHole->serverPort());
-    TarnwickTiming timing;
-    timing.requestTimeoutMs = 250;
-    auto *client =
-        new TarnwickClient(QStringLiteral("http://") + base + QStringLiteral("/api"),
-                           QStringLiteral("ws://") + base + QStringLiteral("/ws"), timing, clock.clock());
-    return std::make_unique<FeedStore>(client, clock.clock());
+    return storeAt(blackHole->serverPort(), 250, clock);
 }
 
-// The panel tests' common rig: a fresh store with default preferences on a
-// clean settings file, and a panel over it (the panel goes first on the way out).
-class PanelController;
-struct PanelRig {
-    TestClock clock;
-    std::unique_ptr<FeedStore> store;
-    std::unique_ptr<PanelController> panel;
-
-    void freshStore();
-    void dropAll();
-};
-
 inline TwFill whaleFill(qint64 id, double ts, double usd, const QString &handle = QStringLiteral("ansem"),
-                        const QString &symbol = QStringLiteral("WIF"),
-                        const QString &side = QStringLiteral("buy"))
+                        const QString &symbol = QStringLiteral("WIF"))
 {
     TwFill f;
     f.id = id;
     f.ts = ts;
-    f.side = side;
+    f.side = QStringLiteral("buy");
     f.usd = usd;
     f.price = 2.5;
     f.handle = handle;
@@ -71,10 +74,16 @@ inline TwFill whaleFill(qint64 id, double ts, double usd, const QString &handle 
     return f;
 }
 
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <QTcpSocket>
+// n whales of rising size, `spacing` seconds apart up to `now`: fill 100+i
+// by @w<i> in $T<i>, so the last ones are the heroes.
+inline QList<TwFill> whaleRun(int n, double now, double spacing = 30, double step = 2000)
+{
+    QList<TwFill> fills;
+    for (int i = 0; i < n; ++i)
+        fills << whaleFill(100 + i, now - spacing * (n - i), step * (i + 1), QStringLiteral("w%1").arg(i),
+                           QStringLiteral("T%1").arg(i));
+    return fills;
+}
 
 // A service that answers the two reads behind a row's evidence with records
 // a test writes: the tape (for the fill's own chart link) and a trader's page.
@@ -94,17 +103,6 @@ public:
                 connect(socket, &QTcpSocket::readyRead, socket, [this, socket] { answer(socket); });
             }
         });
-    }
-
-    std::unique_ptr<FeedStore> store(TestClock &clock) const
-    {
-        const QString base = QStringLiteral("127.0.0.1:") + QString::number(serverPort());
-        TarnwickTiming timing;
-        timing.requestTimeoutMs = 2000;
-        auto *client =
-            new TarnwickClient(QStringLiteral("http://") + base + QStringLiteral("/api"),
-                               QStringLiteral("ws://") + base + QStringLiteral("/ws"), timing, clock.clock());
-        return std::make_unique<FeedStore>(client, clock.clock());
     }
 
     static QJsonObject fillRecord(const TwFill &f, const QString &pairUrl)
@@ -138,10 +136,6 @@ private:
     QHash<QTcpSocket *, QByteArray> pending_;
 };
 
-#include "Panel/PanelController.h"
-
-#include <QQuickItem>
-
 // Every item under root, root first: the panel tests look items up by
 // their accessible names and object names.
 inline QList<QQuickItem *> allItems(QQuickItem *root)
@@ -155,18 +149,98 @@ inline QList<QQuickItem *> allItems(QQuickItem *root)
     return out;
 }
 
-#include <QSettings>
-
-inline void PanelRig::freshStore()
+// The shown items named `name` under root. Popups live in the window's
+// overlay, outside the panel's own tree: pass the window's content item.
+inline QList<QQuickItem *> shownNamed(QQuickItem *root, const QString &name)
 {
-    QSettings(QStringLiteral("Larkpin"), QStringLiteral("Larkpin")).clear();
-    clock = TestClock{};
-    store = unreachableStore(clock);
-    store->setPreferences(Preferences::defaults());
+    QList<QQuickItem *> out;
+    for (QQuickItem *item : allItems(root))
+        if (item->objectName() == name && item->isVisible() && item->width() > 0)
+            out << item;
+    return out;
 }
 
-inline void PanelRig::dropAll()
+// Positioners lay out at the next frame: let one pass before aiming.
+inline void settleFrame(QQuickWindow *window)
 {
-    panel.reset();
-    store.reset();
+    QSignalSpy frame(window, &QQuickWindow::afterRendering);
+    window->update();
+    frame.wait(300);
 }
+
+inline void click(QQuickItem *item, Qt::MouseButton button = Qt::LeftButton)
+{
+    QVERIFY(item);
+    settleFrame(item->window());
+    const QPointF centre = item->mapToScene(QPointF(item->width() / 2, item->height() / 2));
+    QTest::mouseClick(item->window(), button, {}, centre.toPoint());
+}
+
+// The summary line of the stream row of signal `id`.
+inline QQuickItem *summaryOf(QQuickItem *root, const QString &id)
+{
+    for (QQuickItem *summary : allItems(root)) {
+        QQuickItem *row = summary->parentItem() ? summary->parentItem()->parentItem() : nullptr;
+        if (summary->objectName() == QLatin1String("summary") && row &&
+            row->property("signalId").toString() == id)
+            return summary;
+    }
+    return nullptr;
+}
+
+// The panel tests' common rig: a fresh store with default preferences on a
+// clean settings file, and a panel over it (the panel goes first on the way out).
+struct PanelRig {
+    TestClock clock;
+    std::unique_ptr<FeedStore> store;
+    std::unique_ptr<PanelController> panel;
+
+    void freshStore()
+    {
+        QSettings(QStringLiteral("Larkpin"), QStringLiteral("Larkpin")).clear();
+        clock = TestClock{};
+        store = unreachableStore(clock);
+        store->setPreferences(Preferences::defaults());
+    }
+    void freshPanel()
+    {
+        freshStore();
+        panel = std::make_unique<PanelController>(store.get());
+    }
+    // The panel over a store that reads its evidence from `service`.
+    void servedBy(const CannedService &service)
+    {
+        panel.reset();
+        store = storeAt(service.serverPort(), 2000, clock);
+        store->setPreferences(Preferences::defaults());
+        panel = std::make_unique<PanelController>(store.get());
+    }
+    void dropAll()
+    {
+        panel.reset();
+        store.reset();
+    }
+    // Opens under a button at the top, with the animations off.
+    void open()
+    {
+        panel->show(QRect(900, 0, 24, 24));
+        QVERIFY(panel->rootItem());
+        QVERIFY(QTest::qWaitForWindowExposed(panel->window()));
+        panel->model()->setAnimated(false);
+    }
+    QQuickItem *root() const { return panel->rootItem(); }
+    QQuickWindow *window() const { return panel->window(); }
+    PanelModel *model() const { return panel->model(); }
+    // The shown items of that name anywhere in the window, menus included.
+    QList<QQuickItem *> shown(const char *name) const
+    {
+        return shownNamed(window()->contentItem(), QLatin1String(name));
+    }
+    QQuickItem *on(const char *name) const { return shown(name).value(0); }
+    QQuickItem *waitFor(const char *name) const
+    {
+        QQuickItem *found = nullptr;
+        (void)QTest::qWaitFor([&] { return (found = on(name)) != nullptr; }, 1000);
+        return found;
+    }
+};

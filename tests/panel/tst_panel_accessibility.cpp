@@ -3,17 +3,9 @@
 // without one fails the walk), Tab walks the controls with a visible focus
 // ring, Space/Return act, Escape closes, arrows move through the stream.
 
-#include "Panel/PanelController.h"
-#include "Panel/PanelModel.h"
 #include "PanelTestSupport.h"
 
 #include <QAccessible>
-#include <QQuickItem>
-#include <QQuickWindow>
-#include <QSettings>
-#include <QTest>
-
-#include <memory>
 
 namespace {
 bool shownOnScreen(QQuickItem *item)
@@ -59,21 +51,6 @@ QString describe(QQuickItem *item)
 class PanelAccessibilityTest : public QObject, private PanelRig {
     Q_OBJECT
 
-    QQuickItem *root() const { return panel->rootItem(); }
-
-    void open()
-    {
-        QList<TwFill> fills;
-        for (int i = 0; i < 6; ++i)
-            fills << whaleFill(100 + i, clock.t - 30 * (6 - i), 1500.0 + 100 * i,
-                               QStringLiteral("w%1").arg(i), QStringLiteral("T%1").arg(i));
-        store->ingest(fills);
-        panel->show(QRect(900, 0, 24, 24));
-        QVERIFY(panel->rootItem());
-        QVERIFY(QTest::qWaitForWindowExposed(panel->window()));
-        panel->model()->setAnimated(false);
-    }
-
     // Every shown item that takes clicks is, or sits inside, an accessible
     // control with a name. Returns the offenders.
     QStringList unnamedControls()
@@ -100,8 +77,8 @@ class PanelAccessibilityTest : public QObject, private PanelRig {
 private Q_SLOTS:
     void init()
     {
-        freshStore();
-        panel = std::make_unique<PanelController>(store.get());
+        freshPanel();
+        store->ingest(whaleRun(6, clock.t));
     }
     void cleanup() { dropAll(); }
 
@@ -116,7 +93,7 @@ private Q_SLOTS:
         QFETCH(bool, settings);
         open();
         if (settings)
-            panel->model()->setShowSettings(true);
+            model()->setShowSettings(true);
         QTest::qWait(50);
         const QStringList offenders = unnamedControls();
         QVERIFY2(offenders.isEmpty(), qPrintable(offenders.join(QStringLiteral("\n"))));
@@ -133,11 +110,11 @@ private Q_SLOTS:
     void tabWalksTheControls()
     {
         open();
-        panel->window()->requestActivate();
+        window()->requestActivate();
         QSet<QQuickItem *> reached;
         for (int i = 0; i < 12; ++i) {
-            QTest::keyClick(panel->window(), Qt::Key_Tab);
-            QQuickItem *focused = panel->window()->activeFocusItem();
+            QTest::keyClick(window(), Qt::Key_Tab);
+            QQuickItem *focused = window()->activeFocusItem();
             if (!focused || focused == root())
                 continue;
             reached.insert(focused);
@@ -153,19 +130,14 @@ private Q_SLOTS:
     void spaceFlipsASwitch()
     {
         open();
-        panel->model()->setShowSettings(true);
-        panel->window()->requestActivate();
-        QQuickItem *toggle = nullptr;
-        for (QQuickItem *item : allItems(root()))
-            if (item->objectName() == QLatin1String("notifySwitch"))
-                for (QQuickItem *child : allItems(item))
-                    if (child->objectName() == QLatin1String("toggle"))
-                        toggle = child;
+        model()->setShowSettings(true);
+        window()->requestActivate();
+        QQuickItem *toggle = shownNamed(waitFor("notifySwitch"), QStringLiteral("toggle")).value(0);
         QVERIFY(toggle);
         toggle->forceActiveFocus(Qt::TabFocusReason);
-        QTest::keyClick(panel->window(), Qt::Key_Space);
+        QTest::keyClick(window(), Qt::Key_Space);
         QVERIFY(!store->preferences().notifyTakeovers);
-        QTest::keyClick(panel->window(), Qt::Key_Return);
+        QTest::keyClick(window(), Qt::Key_Return);
         QVERIFY(store->preferences().notifyTakeovers);
     }
 
@@ -174,28 +146,23 @@ private Q_SLOTS:
     void arrowsReturnAndEscape()
     {
         open();
-        panel->window()->requestActivate();
-        QQuickItem *list = nullptr;
-        for (QQuickItem *item : allItems(root()))
-            if (item->objectName() == QLatin1String("streamList"))
-                list = item;
+        window()->requestActivate();
+        QQuickItem *list = on("streamList");
         QVERIFY(list);
         list->forceActiveFocus(Qt::TabFocusReason);
         QCOMPARE(list->property("currentIndex").toInt(), 0);
         QVERIFY(list->property("count").toInt() >= 3);
-        QTest::keyClick(panel->window(), Qt::Key_Down);
-        QTest::keyClick(panel->window(), Qt::Key_Down);
+        QTest::keyClick(window(), Qt::Key_Down);
+        QTest::keyClick(window(), Qt::Key_Down);
         QCOMPARE(list->property("currentIndex").toInt(), 2);
-        QTest::keyClick(panel->window(), Qt::Key_Up);
+        QTest::keyClick(window(), Qt::Key_Up);
         QCOMPARE(list->property("currentIndex").toInt(), 1);
         QQuickItem *current = qvariant_cast<QQuickItem *>(list->property("currentItem"));
         QVERIFY(current);
-        if (qEnvironmentVariableIsSet("LARKPIN_A11Y_PNG")) // the ring on the current row, to look at
-            panel->window()->grabWindow().save(qEnvironmentVariable("LARKPIN_A11Y_PNG"));
-        QTest::keyClick(panel->window(), Qt::Key_Return);
-        QCOMPARE(panel->model()->openId(), current->property("signalId").toString());
+        QTest::keyClick(window(), Qt::Key_Return);
+        QCOMPARE(model()->openId(), current->property("signalId").toString());
 
-        QTest::keyClick(panel->window(), Qt::Key_Escape);
+        QTest::keyClick(window(), Qt::Key_Escape);
         QVERIFY(QTest::qWaitFor([&] { return !panel->isVisible(); }, 2000));
     }
 };

@@ -43,15 +43,8 @@ QString fields(const QVariantMap &module, const char *keys)
 
 WalletProfile wallet()
 {
-    WalletProfile w;
-    w.address = longAddress;
-    w.label = QStringLiteral("@<b>ansem</b>"); // wire text, shown as it came
-    w.winRate = 0.62;
-    w.tradeCount = 1234;
-    w.medianHoldMinutes = 95;
-    w.realizedPnlUsd = 182000;
-    w.pnlRatio = -0.042;
-    return w;
+    // The label is wire text, shown as it came.
+    return {longAddress, QStringLiteral("@<b>ansem</b>"), 0.62, -0.042, 182000, 1234, 95, {}};
 }
 
 WalletTrade trade(TradeSide side, const char *symbol, double usd, double at, std::optional<double> pnl)

@@ -4,9 +4,6 @@
 #include "Panel/PanelText.h"
 #include "PanelTestSupport.h"
 
-#include <QSettings>
-#include <QSignalSpy>
-#include <QTest>
 #include <QTimer>
 
 #include <limits>
@@ -34,6 +31,25 @@ QString emptyState(bool visibleEmpty, LinkState link)
     return state.symbol + QStringLiteral(" / ") + state.message;
 }
 
+// Where an elided headline splits into its ticker run and its body run, as
+// "ticker|body"; "~" stands for the ellipsis.
+QString runs(const char *shown, const char *ticker)
+{
+    const auto t = [](const char *s) { return QString::fromUtf8(s).replace(u'~', QChar(0x2026)); };
+    const PanelText::HeadlineRuns r = PanelText::headlineRuns(t(shown), t(ticker));
+    return QString(r.ticker + QLatin1Char('|') + r.body).replace(QChar(0x2026), u'~');
+}
+
+// Links come from the wire: only web addresses reach the desktop.
+QString opening(const char *url)
+{
+    PanelModel model(nullptr);
+    int calls = 0;
+    model.openUrlHook = [&](const QUrl &) { return ++calls > 0; };
+    const bool opened = model.openLink(QString::fromUtf8(url));
+    return (opened ? QStringLiteral("opens ") : QStringLiteral("refused ")) + QString::number(calls);
+}
+
 QString counters(Maybe latency, Maybe lastFrameAge, LinkState link)
 {
     Telemetry t;
@@ -48,31 +64,15 @@ QString counters(Maybe latency, Maybe lastFrameAge, LinkState link)
 
 Q_DECLARE_METATYPE(Maybe)
 
-class PanelModelTest : public QObject {
+class PanelModelTest : public QObject, private PanelRig {
     Q_OBJECT
 
-    TestClock clock;
-    std::unique_ptr<FeedStore> store;
-
     // Whales of rising size, one minute apart.
-    void feed(int n)
-    {
-        QList<TwFill> fills;
-        for (int i = 0; i < n; ++i)
-            fills << whaleFill(100 + i, clock.t - 60 * (n - i), 2000.0 * (i + 1),
-                               QStringLiteral("w%1").arg(i), QStringLiteral("T%1").arg(i));
-        store->ingest(fills);
-    }
+    void feed(int n) { store->ingest(whaleRun(n, clock.t, 60)); }
 
 private Q_SLOTS:
-    void init()
-    {
-        QSettings(QStringLiteral("Larkpin"), QStringLiteral("Larkpin")).clear();
-        clock = TestClock{};
-        store = unreachableStore(clock);
-        store->setPreferences(Preferences::defaults());
-    }
-    void cleanup() { store.reset(); }
+    void init() { freshStore(); }
+    void cleanup() { dropAll(); }
 
     void texts_data()
     {
@@ -119,6 +119,25 @@ private Q_SLOTS:
         row("buys unknown", PanelText::buysSellsText(std::nullopt, 3), "- buys / 3 sells");
         row("meta: an old pile-in", PanelText::metaText(whale({}, now - 3 * 3600, SignalKind::spike), now),
             "3h");
+        row("open: https", opening("https://dexscreener.com/solana/abc"), "opens 1");
+        row("open: http", opening("http://127.0.0.1:47800/pair/1"), "opens 1");
+        row("open: upper-case scheme", opening("HTTPS://example.org/x"), "opens 1");
+        row("open: javascript", opening("javascript:alert(1)"), "refused 0");
+        row("open: file", opening("file:///etc/passwd"), "refused 0");
+        row("open: no host", opening("https:///nohost"), "refused 0");
+        row("open: relative", opening("/pair/1"), "refused 0");
+        row("open: empty", opening(""), "refused 0");
+        row("runs: whole", runs("$WIF bought 12K", "$WIF"), "$WIF| bought 12K");
+        row("runs: cut in the body", runs("$WIF bo~2K", "$WIF"), "$WIF| bo~2K");
+        row("runs: cut in the ticker", runs("$LONG~ever", "$LONGTICKER"), "$LONG~|ever");
+        row("runs: cut right after the ticker", runs("$WIF~12K", "$WIF"), "$WIF|~12K");
+        row("runs: cut at the ticker's first letter", runs("~12K", "$WIF"), "~|12K");
+        // An ellipsis the wire put in the ticker is not the cut.
+        row("runs: ticker's own ellipsis, whole", runs("A~B sold", "A~B"), "A~B| sold");
+        row("runs: ticker's own ellipsis, cut after it", runs("A~BC~ld", "A~BCDE"), "A~BC~|ld");
+        row("runs: nothing shown", runs("", "$WIF"), "|");
+        row("runs: only the ellipsis", runs("~", "$WIF"), "~|");
+        row("runs: no ticker", runs("sold", ""), "|sold");
     }
     void texts()
     {
@@ -176,34 +195,6 @@ private Q_SLOTS:
         clock.t += 150;
         model.tick(clock.t);
         QCOMPARE(model.hero()[QStringLiteral("age")].toString(), QStringLiteral("3m"));
-    }
-
-    // Links come from the wire: only web addresses reach the desktop.
-    void onlyWebLinksOpen_data()
-    {
-        QTest::addColumn<QString>("url");
-        QTest::addColumn<bool>("opens");
-        QTest::newRow("https") << QStringLiteral("https://dexscreener.com/solana/abc") << true;
-        QTest::newRow("http") << QStringLiteral("http://127.0.0.1:47800/pair/1") << true;
-        QTest::newRow("upper-case scheme") << QStringLiteral("HTTPS://example.org/x") << true;
-        QTest::newRow("javascript") << QStringLiteral("javascript:alert(1)") << false;
-        QTest::newRow("file") << QStringLiteral("file:///etc/passwd") << false;
-        QTest::newRow("no host") << QStringLiteral("https:///nohost") << false;
-        QTest::newRow("relative") << QStringLiteral("/pair/1") << false;
-        QTest::newRow("empty") << QString() << false;
-    }
-    void onlyWebLinksOpen()
-    {
-        QFETCH(QString, url);
-        QFETCH(bool, opens);
-        PanelModel model(store.get());
-        int opened = 0;
-        model.openUrlHook = [&](const QUrl &) {
-            ++opened;
-            return true;
-        };
-        QCOMPARE(model.openLink(url), opens);
-        QCOMPARE(opened, opens ? 1 : 0);
     }
 
     // A row and a card of the same signal read one value per role: the win

@@ -3,14 +3,10 @@
 // lists with the undo of the last mute.
 
 #include "Model/Preferences.h"
-#include "Panel/PanelModel.h" // the shared rig holds a panel
 #include "Panel/SettingsModel.h"
 #include "PanelTestSupport.h"
 
 #include <QFile>
-#include <QSettings>
-#include <QSignalSpy>
-#include <QTest>
 
 #include <limits>
 
@@ -31,21 +27,12 @@ QStringList labels(const QVariantList &entries)
 Q_DECLARE_METATYPE(Edit)
 Q_DECLARE_METATYPE(Saved)
 
-class PanelSettingsTest : public QObject {
+class PanelSettingsTest : public QObject, private PanelRig {
     Q_OBJECT
 
-    TestClock clock;
-    std::unique_ptr<FeedStore> store;
-
 private Q_SLOTS:
-    void init()
-    {
-        QSettings(QStringLiteral("Larkpin"), QStringLiteral("Larkpin")).clear();
-        clock = TestClock{};
-        store = unreachableStore(clock);
-        store->setPreferences(Preferences::defaults());
-    }
-    void cleanup() { store.reset(); }
+    void init() { freshStore(); }
+    void cleanup() { dropAll(); }
 
     // Each edit saves once and persists; pressing the selected value or
     // passing nonsense saves nothing.

@@ -1,28 +1,19 @@
-// Off-screen pictures of the panel, and the panel against the local tape
-// service: real evidence in the inspector and pictures of live data.
+// Off-screen pictures of the panel: every view written, nothing drawn outside
+// the rounded edge, and every rule and edge one device pixel.
 
-#include "Panel/PanelModel.h"
 #include "Panel/PanelSnapshots.h"
 #include "PanelTestSupport.h"
-#include "TarnwickSim.h"
 
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QImage>
-#include <QQuickItem>
-#include <QSettings>
 #include <QTemporaryDir>
-#include <QTest>
 
 #include <cmath>
 
-class PanelSnapshotsTest : public QObject {
+class PanelSnapshotsTest : public QObject, private PanelRig {
     Q_OBJECT
-
-    TestClock clock;
-    std::unique_ptr<tarnwick::SimServer> sim;
-    std::unique_ptr<FeedStore> store;
 
     struct Result {
         int calls = 0;
@@ -63,10 +54,10 @@ class PanelSnapshotsTest : public QObject {
                         continue;
                     for (const QPoint p : {QPoint(x, y), QPoint(w - 1 - x, y), QPoint(x, h - 1 - y),
                                            QPoint(w - 1 - x, h - 1 - y)})
-                        QVERIFY2(qAlpha(image.pixel(p)) == 0, qPrintable(QStringLiteral("%1 at %2,%3")
-                                                                             .arg(QLatin1String(name))
-                                                                             .arg(p.x())
-                                                                             .arg(p.y())));
+                        QVERIFY2(qAlpha(image.pixel(p)) == 0,
+                                 QByteArray(QByteArray(name) + ' ' + QByteArray::number(p.x()) + ',' +
+                                            QByteArray::number(p.y()))
+                                     .constData());
                 }
             const QRgb middle = image.pixel(400, 620);
             QVERIFY2(!knownContent || (qAlpha(middle) > 200 && qRed(middle) < 90), name);
@@ -76,19 +67,10 @@ class PanelSnapshotsTest : public QObject {
 private Q_SLOTS:
     void init()
     {
-        QSettings(QStringLiteral("Larkpin"), QStringLiteral("Larkpin")).clear();
-        clock = TestClock{};
+        freshStore();
         clock.t = systemNow();
-        store = unreachableStore(clock);
-        store->setPreferences(Preferences::defaults());
     }
-    void cleanup()
-    {
-        if (store)
-            store->stop();
-        store.reset();
-        sim.reset();
-    }
+    void cleanup() { dropAll(); }
 
     // Every rule and every edge is one device pixel at 1x and at 2x, in the
     // tree and in the picture: the rail's rule is a single row of pixels.
@@ -101,22 +83,16 @@ private Q_SLOTS:
     void hairlinesAreOneDevicePixel()
     {
         QFETCH(double, dpr);
-        QList<TwFill> fills;
-        for (int i = 0; i < 7; ++i)
-            fills << whaleFill(100 + i, clock.t - 30 * (7 - i), 2000.0 * (i + 1));
-        store->ingest(fills);
-        OffscreenPanel panel(store.get(), dpr);
-        QVERIFY(panel.open());
-        QVERIFY(panel.rootItem());
+        store->ingest(whaleRun(7, clock.t));
+        OffscreenPanel offscreen(store.get(), dpr);
+        QVERIFY(offscreen.open());
+        QVERIFY(offscreen.rootItem());
         QTest::qWait(PanelSnapshots::settleMs);
-        const QImage image = panel.grab();
+        const QImage image = offscreen.grab();
 
-        QList<QQuickItem *> items{panel.rootItem()};
-        for (int i = 0; i < items.size(); ++i)
-            items += items.at(i)->childItems();
         int rules = 0, edges = 0;
         QQuickItem *railRule = nullptr;
-        for (QQuickItem *item : std::as_const(items)) {
+        for (QQuickItem *item : allItems(offscreen.rootItem())) {
             if (!item->isVisible())
                 continue;
             if (item->objectName() == QLatin1String("hairline")) {
@@ -149,11 +125,12 @@ private Q_SLOTS:
         // neighbours, which are alike.
         const int x = int(image.width() / 2);
         const int y = int(std::lround(railRule->mapToScene(QPointF(0, 0)).y() * dpr));
-        const auto grey = [&](int row) { return qGray(image.pixel(x, row)); };
-        QVERIFY2(std::abs(grey(y) - grey(y - 1)) >= 6 && std::abs(grey(y) - grey(y + 1)) >= 6,
-                 qPrintable(QStringLiteral("%1 %2 %3").arg(grey(y - 1)).arg(grey(y)).arg(grey(y + 1))));
-        QVERIFY2(std::abs(grey(y - 1) - grey(y + 1)) <= 3,
-                 qPrintable(QStringLiteral("%1 %2 %3").arg(grey(y - 1)).arg(grey(y)).arg(grey(y + 1))));
+        const int above = qGray(image.pixel(x, y - 1)), at = qGray(image.pixel(x, y)),
+                  below = qGray(image.pixel(x, y + 1));
+        const QByteArray greys =
+            QByteArray::number(above) + ' ' + QByteArray::number(at) + ' ' + QByteArray::number(below);
+        QVERIFY2(std::abs(at - above) >= 6 && std::abs(at - below) >= 6, greys.constData());
+        QVERIFY2(std::abs(above - below) <= 3, greys.constData());
     }
 
     void writesTheFivePictures_data()
@@ -165,11 +142,7 @@ private Q_SLOTS:
     void writesTheFivePictures()
     {
         QFETCH(int, whales);
-        QList<TwFill> fills;
-        for (int i = 0; i < whales; ++i)
-            fills << whaleFill(10 + i, clock.t - 20 * i, 4000.0 * (i + 1), QStringLiteral("w%1").arg(i),
-                               QStringLiteral("S%1").arg(i));
-        store->ingest(fills);
+        store->ingest(whaleRun(whales, clock.t, 20, 4000));
         QTemporaryDir temporary;
         QVERIFY(temporary.isValid());
         // LARKPIN_KEEP_PICTURES=<dir> keeps them for a look.
@@ -198,46 +171,6 @@ private Q_SLOTS:
         QCOMPARE(result.calls, 1);
         QVERIFY(!result.ok);
         QVERIFY2(result.error.contains(QStringLiteral("cannot")), qPrintable(result.error));
-    }
-
-    void liveTape()
-    {
-        tarnwick::SimOptions options;
-        options.port = 0;
-        options.ratePerMinute = 240;
-        options.seed = 7;
-        sim = std::make_unique<tarnwick::SimServer>(options);
-        QString error;
-        QVERIFY2(sim->start(&error), qPrintable(error));
-        store = std::make_unique<FeedStore>(
-            new TarnwickClient(sim->httpBase(), sim->socketURL(), TarnwickTiming{}, systemNow), systemNow);
-        store->setPreferences(Preferences::defaults());
-        store->start();
-        const auto whaleWithWallet = [&]() -> std::optional<Signal> {
-            for (const Signal &s : store->signalList())
-                if (s.kind == SignalKind::whale && s.wallet && s.wallet->label)
-                    return s;
-            return std::nullopt;
-        };
-        QVERIFY(QTest::qWaitFor([&] { return store->signalList().size() >= 6 && whaleWithWallet(); }, 20000));
-
-        PanelModel model(store.get());
-        const Signal whale = *whaleWithWallet();
-        model.toggle(whale.id);
-        QCOMPARE(model.inspector(whale.id)[QStringLiteral("state")].toString(), QStringLiteral("loading"));
-        QVERIFY(QTest::qWaitFor([&] { return store->details().contains(whale.id); }, 10000));
-        const QVariantMap info = model.inspector(whale.id);
-        QCOMPARE(info[QStringLiteral("state")].toString(), QStringLiteral("details"));
-        const QVariantMap wallet = info[QStringLiteral("wallet")].toMap();
-        QCOMPARE(wallet[QStringLiteral("title")].toString(), *whale.wallet->label);
-        QCOMPARE(wallet[QStringLiteral("stats")].toList().size(), 4);
-        for (const QVariant &link : info[QStringLiteral("links")].toList())
-            QVERIFY(link.toMap()[QStringLiteral("url")].toString().startsWith(QStringLiteral("http")));
-
-        QTemporaryDir dir;
-        const Result result = renderInto(dir.path());
-        QVERIFY2(result.ok, qPrintable(result.error));
-        checkPictures(QDir(dir.path()), false);
     }
 };
 

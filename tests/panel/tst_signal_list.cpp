@@ -2,13 +2,11 @@
 // shape Qt's views require (checked by QAbstractItemModelTester), and the
 // count that QML binds to announced whenever it moves, and only then.
 
-#include "Feed/FeedStore.h"
 #include "IsolatedSettings.h"
 #include "Panel/SignalListModel.h"
+#include "PanelTestSupport.h"
 
 #include <QAbstractItemModelTester>
-#include <QSignalSpy>
-#include <QTest>
 
 namespace {
 constexpr double T0 = 1'700'000'000;
@@ -38,18 +36,9 @@ QString idsOf(const SignalListModel &model)
     return out.join(QLatin1Char(' '));
 }
 
-TwFill whale(qint64 id, double ts, const char *handle, const char *token, double usd)
+TwFill whale(qint64 id, double ts, const char *handle, const char *symbol, double usd)
 {
-    TwFill f;
-    f.id = id;
-    f.ts = ts;
-    f.side = QStringLiteral("buy");
-    f.usd = usd;
-    f.handle = QLatin1String(handle);
-    f.wallet = QStringLiteral("W") + f.handle;
-    f.token = QLatin1String(token);
-    f.symbol = f.token.toUpper();
-    return f;
+    return whaleFill(id, ts, usd, QLatin1String(handle), QLatin1String(symbol));
 }
 } // namespace
 
@@ -63,14 +52,22 @@ private Q_SLOTS:
         QTest::addColumn<QString>("before");
         QTest::addColumn<QString>("after");
         QTest::addColumn<int>("resets"); // a new order cannot be told as moves
-        QTest::newRow("from empty") << "" << "c b a" << 0;
-        QTest::newRow("a newer one on top") << "b a" << "c b a" << 0;
-        QTest::newRow("one into the middle") << "c a" << "c b a" << 0;
-        QTest::newRow("one leaves") << "c b a" << "c a" << 0;
-        QTest::newRow("all replaced, same count") << "b a" << "d c" << 0;
-        QTest::newRow("same rows") << "b a" << "b a" << 0;
-        QTest::newRow("a new order") << "a b c" << "c b a" << 1;
-        QTest::newRow("to empty") << "c b a" << "" << 0;
+        QTest::newRow("from empty") << ""
+                                    << "c b a" << 0;
+        QTest::newRow("a newer one on top") << "b a"
+                                            << "c b a" << 0;
+        QTest::newRow("one into the middle") << "c a"
+                                             << "c b a" << 0;
+        QTest::newRow("one leaves") << "c b a"
+                                    << "c a" << 0;
+        QTest::newRow("all replaced, same count") << "b a"
+                                                  << "d c" << 0;
+        QTest::newRow("same rows") << "b a"
+                                   << "b a" << 0;
+        QTest::newRow("a new order") << "a b c"
+                                     << "c b a" << 1;
+        QTest::newRow("to empty") << "c b a"
+                                  << "" << 0;
     }
     void transitions()
     {
@@ -90,29 +87,6 @@ private Q_SLOTS:
         // Rows that stayed carry the new text too.
         for (int row = 0; row < model.rowCount(); ++row)
             QVERIFY(model.index(row).data(SignalListModel::BodyRole).toString() == QStringLiteral("dumped"));
-    }
-
-    // A wallet that never won still has a win rate; one without a record has none.
-    void winRateRoles_data()
-    {
-        QTest::addColumn<std::optional<double>>("winRate");
-        QTest::addColumn<bool>("has");
-        QTest::addColumn<double>("rate");
-        QTest::newRow("no wallet record") << std::optional<double>() << false << 0.0;
-        QTest::newRow("never won") << std::optional<double>(0.0) << true << 0.0;
-        QTest::newRow("most won") << std::optional<double>(0.75) << true << 0.75;
-    }
-    void winRateRoles()
-    {
-        QFETCH(std::optional<double>, winRate);
-        QFETCH(bool, has);
-        QFETCH(double, rate);
-        QList<Signal> list = listOf(QStringLiteral("a"));
-        list[0].wallet = WalletRef{QStringLiteral("Wkai"), QStringLiteral("@kai"), winRate};
-        SignalListModel model(nullptr);
-        model.setSignals(list, T0);
-        QCOMPARE(model.index(0).data(SignalListModel::HasWinRateRole).toBool(), has);
-        QCOMPARE(model.index(0).data(SignalListModel::WinRateRole).toDouble(), rate);
     }
 
     // Driven by the store as the panel drives it: inserts, merges, filters,
@@ -137,14 +111,14 @@ private Q_SLOTS:
                 ++expected;
         };
 
-        store.ingest({whale(1, T0, "kai", "wif", 5000), whale(2, T0 + 1, "mo", "bonk", 6000)});
+        store.ingest({whale(1, T0, "kai", "WIF", 5000), whale(2, T0 + 1, "mo", "BONK", 6000)});
         QCOMPARE(model.count(), 2);
         QCOMPARE(count.count(), 1);
         now = T0 + 10;
-        store.ingest({whale(3, T0 + 10, "kai", "wif", 9000)}); // a larger repeat replaces the first
+        store.ingest({whale(3, T0 + 10, "kai", "WIF", 9000)}); // a larger repeat replaces the first
         QCOMPARE(idsOf(model), QStringLiteral("3 2"));
         QCOMPARE(count.count(), 1);
-        store.ingest({whale(4, T0 + 11, "lu", "pepe", 7000), whale(5, T0 + 12, "jo", "wif", 8000)});
+        store.ingest({whale(4, T0 + 11, "lu", "PEPE", 7000), whale(5, T0 + 12, "jo", "WIF", 8000)});
         QCOMPARE(idsOf(model), QStringLiteral("5 4 3 2"));
         QCOMPARE(count.count(), 2);
 
