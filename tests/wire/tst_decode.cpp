@@ -2,7 +2,7 @@
 
 #include "Wire/TarnwickModels.h"
 
-#include "../base/Table.h"
+#include "Table.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>

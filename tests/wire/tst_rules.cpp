@@ -2,7 +2,7 @@
 
 #include "Wire/SignalRules.h"
 
-#include "../base/Table.h"
+#include "Table.h"
 
 #include <QTest>
 

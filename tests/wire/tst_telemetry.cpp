@@ -2,7 +2,7 @@
 
 #include "Wire/Telemetry.h"
 
-#include "../base/Table.h"
+#include "Table.h"
 
 #include <cmath>
 #include <numeric>

@@ -3,9 +3,6 @@
 
 #include <QTest>
 
-// Records are built with designated initializers, which GCC 12 warns about.
-#pragma GCC diagnostic ignored "-Wmissing-field-initializers"
-
 template <typename Row, size_t N> void rows(const Row (&table)[N])
 {
     QTest::addColumn<int>("at");
