@@ -88,9 +88,8 @@ private Q_SLOTS:
         QVERIFY(loadAndSettle(s)); // a second call while loading joins the first
         QCOMPARE(requests("/tape"), tape + 1);
         QCOMPARE(requests("/trader/"), trader + 1);
-        QCOMPARE(loading.count(), 2); // in, out
-        QCOMPARE(details.count(), 1);
-        QCOMPARE(failed.count(), 0);
+        QCOMPARE(std::tuple(loading.count(), details.count(), failed.count()),
+                 std::tuple(2, 1, 0)); // in, out
 
         const SignalDetail d = store().details().value(s.id);
         QVERIFY(d.wallet && d.links.chart && !d.equity);

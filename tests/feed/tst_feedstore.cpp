@@ -139,8 +139,8 @@ private Q_SLOTS:
         store().ingest({fill(2, T0 + 10, "ana", "tslax", 4000, "buy", true),
                         fill(3, T0 + 20, "bo", "tslax", 9000, "buy", true)});
         // Taken in, repeated, ticked, shown.
-        QCOMPARE((QList<qint64>{store().fillsIngested(), store().fillsRepeated(), store().telemetryTickCount(),
-                                store().signalList().size()}),
+        QCOMPARE((QList<qint64>{store().fillsIngested(), store().fillsRepeated(),
+                                store().telemetryTickCount(), store().signalList().size()}),
                  (QList<qint64>{4, 2, 4, 1}));
         const Signal group = store().signalList().first();
         QCOMPARE(group.line.body, u"2 wallets added"_s);
@@ -248,8 +248,7 @@ private Q_SLOTS:
         QVERIFY(!store().lastUpdate());
         store().ingest({fill(1, T0, "kai", "wif", 5000)});
         store().ingest({radar("old", 4, T0 - 1300), radar("pool", 3, T0 + 1)});
-        QCOMPARE(signalsSpy.count(), 2);
-        QCOMPARE(updateSpy.count(), 1);
+        QCOMPARE(std::tuple(signalsSpy.count(), updateSpy.count()), std::tuple(2, 1));
         QCOMPARE(store().lastUpdate(), std::optional(T0));
         const int telemetry = int(telemetrySpy.count());
         store().rebuild(); // nothing moved
@@ -259,8 +258,7 @@ private Q_SLOTS:
         store().ingest({radar("pool", 3, T0 + 1)});            // the radar re-sent
         store().ingest(QList<TwFill>{});
         store().ingest(QList<TwRadar>{});
-        QCOMPARE(signalsSpy.count(), 2);
-        QCOMPARE(updateSpy.count(), 1);
+        QCOMPARE(std::tuple(signalsSpy.count(), updateSpy.count()), std::tuple(2, 1));
         store().ingest({radar("pool", 4, T0 + 1)}); // one more wallet: a new headline
         QCOMPARE(signalsSpy.count(), 3);
         QCOMPARE(store().signalList().first().line.tag, std::optional(u"×4"_s));
@@ -284,8 +282,7 @@ private Q_SLOTS:
         now_ = T0 + 7;
         c.onFrame();
         c.onFrame();
-        QCOMPARE(store().heartbeat(), 2);
-        QCOMPARE(beatSpy.count(), 2);
+        QCOMPARE(std::tuple(store().heartbeat(), beatSpy.count()), std::tuple(2, 2));
         c.onLatency(100);
         c.onLatency(200); // 0.3 new + 0.7 old
 
