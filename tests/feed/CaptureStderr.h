@@ -2,6 +2,7 @@
 // Standard error into a file for the length of a scope, so that log lines can
 // be read back.
 
+#include <QRegularExpression>
 #include <QStringList>
 #include <QTemporaryFile>
 
@@ -16,8 +17,6 @@ public:
         ::dup2(file_.handle(), STDERR_FILENO);
     }
     ~CaptureStderr() { restore(); }
-    CaptureStderr(const CaptureStderr &) = delete;
-    CaptureStderr &operator=(const CaptureStderr &) = delete;
 
     // The messages of the lines that carry `tag` ("tw" or "Larkpin"), with the
     // "HH:mm:ss [tag] " prefix taken off; standard error is back from here on.
@@ -34,6 +33,11 @@ public:
                 out << line.mid(8 + mark.size());
         }
         return out;
+    }
+    // Whether a message of `tag` matches `pattern`.
+    bool logged(const char *tag, const char *pattern)
+    {
+        return !messages(QLatin1String(tag)).filter(QRegularExpression(QString::fromUtf8(pattern))).isEmpty();
     }
 
 private:

@@ -3,6 +3,7 @@
 
 #include "Feed/FeedStore.h"
 #include "IsolatedSettings.h"
+#include "Table.h"
 #include "TarnwickSim.h"
 #include "Wire/SignalRules.h"
 
@@ -10,6 +11,17 @@
 #include <QTest>
 
 using namespace tarnwick;
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// clang-format off
+struct Failure { const char *name; QString endpoint; EndpointFaultKind kind; };
+const Failure failureRows[] = {
+    {"tape 500", u"/tape"_s, EndpointFaultKind::Status500}, {"tape does not decode", u"/tape"_s, EndpointFaultKind::BadBody},
+    {"trader 204", u"/trader/"_s, EndpointFaultKind::Status204}, {"trader too slow", u"/trader/"_s, EndpointFaultKind::Delay}};
+// clang-format on
+} // namespace
 
 class DetailTest : public QObject {
     Q_OBJECT
@@ -76,18 +88,16 @@ private Q_SLOTS:
         QVERIFY(loadAndSettle(s)); // a second call while loading joins the first
         QCOMPARE(requests("/tape"), tape + 1);
         QCOMPARE(requests("/trader/"), trader + 1);
-        QCOMPARE(loading.count(), 2); // in, out
-        QCOMPARE(details.count(), 1);
-        QCOMPARE(failed.count(), 0);
+        QCOMPARE(std::tuple(loading.count(), details.count(), failed.count()),
+                 std::tuple(2, 1, 0)); // in, out
 
         const SignalDetail d = store().details().value(s.id);
-        QVERIFY(d.wallet && d.links.chart);
-        QVERIFY(!d.equity);
+        QVERIFY(d.wallet && d.links.chart && !d.equity);
         // Links: the chart from the token table (else the fill), the profile from the trader table.
         const TwTrader *record = client().trader(s.wallet->label->mid(1));
         QVERIFY(record && record->profileURL);
         QCOMPARE(d.links.profile, std::optional(QUrl(*record->profileURL)));
-        QCOMPARE(d.links.chart->scheme(), QStringLiteral("https"));
+        QCOMPARE(d.links.chart->scheme(), u"https"_s);
 
         store().loadDetail(s); // loaded is final: no request, no signal
         QVERIFY(!store().loadingDetail().contains(s.id));
@@ -95,24 +105,14 @@ private Q_SLOTS:
         QCOMPARE(requests("/tape"), tape + 1);
     }
 
-    void failures_data()
-    {
-        QTest::addColumn<QString>("endpoint");
-        QTest::addColumn<int>("kind");
-        QTest::newRow("tape 500") << QStringLiteral("/tape") << int(EndpointFaultKind::Status500);
-        QTest::newRow("tape does not decode") << QStringLiteral("/tape") << int(EndpointFaultKind::BadBody);
-        QTest::newRow("trader 204") << QStringLiteral("/trader/") << int(EndpointFaultKind::Status204);
-        QTest::newRow("trader too slow") << QStringLiteral("/trader/") << int(EndpointFaultKind::Delay);
-    }
+    void failures_data() { rows(failureRows); }
     void failures()
     {
-        QFETCH(QString, endpoint);
-        QFETCH(int, kind);
+        const auto &[name, endpoint, kind] = row(failureRows);
         const Signal s = fillSignal();
-        sim_->setEndpointFault(endpoint, EndpointFault{EndpointFaultKind(kind), 2000});
+        sim_->setEndpointFault(endpoint, EndpointFault{kind, 2000});
         QVERIFY(loadAndSettle(s));
-        QVERIFY(store().failedDetail().contains(s.id));
-        QVERIFY(!store().details().contains(s.id));
+        QVERIFY(store().failedDetail().contains(s.id) && !store().details().contains(s.id));
 
         // A retry clears the failure before its first request goes out, and
         // no observer ever sees the id loading and failed at once.
@@ -125,22 +125,16 @@ private Q_SLOTS:
         connect(&store(), &FeedStore::loadingDetailChanged, this, check);
         connect(&store(), &FeedStore::failedDetailChanged, this, check);
         store().loadDetail(s);
-        QVERIFY(!both);
-        QVERIFY(!store().failedDetail().contains(s.id));
-        QVERIFY(store().loadingDetail().contains(s.id));
+        QVERIFY(!both && !store().failedDetail().contains(s.id) && store().loadingDetail().contains(s.id));
         QCOMPARE(failed.count(), 1);
         QVERIFY(loadAndSettle(s));
-        QVERIFY(store().details().contains(s.id));
-        QVERIFY(store().failedDetail().isEmpty());
+        QVERIFY(store().details().contains(s.id) && store().failedDetail().isEmpty());
     }
 
     void pileInNeverAsksForATrader()
     {
-        TwRadar r;
-        r.token = QStringLiteral("PoolMintXYZ");
-        r.symbol = QStringLiteral("POOL");
-        r.buyers = 4;
-        r.firstTs = systemNow() - 60;
+        const TwRadar r{
+            .token = u"PoolMintXYZ"_s, .symbol = u"POOL"_s, .buyers = 4, .firstTs = systemNow() - 60};
         const Signal s = *SignalRules::signal(r, systemNow());
         const int before = requests("");
         store().loadDetail(s);
@@ -157,21 +151,19 @@ private Q_SLOTS:
     {
         // A wallet without a handle (no leading "@") asks for no trader.
         Signal s = fillSignal();
-        s.wallet->label = QStringLiteral("kai");
+        s.wallet->label = u"kai"_s;
         const int trader = requests("/trader/");
         QVERIFY(loadAndSettle(s));
         QCOMPARE(requests("/trader/"), trader);
-        QVERIFY(!store().details().value(s.id).wallet);
-        QVERIFY(!store().details().value(s.id).links.profile);
+        QVERIFY(!store().details().value(s.id).wallet && !store().details().value(s.id).links.profile);
 
         // A fill gone from the tape and a token not in the table: no chart,
         // but the wallet still loads.
         s = fillSignal();
-        s.id = QStringLiteral("tw-fill-999999999");
-        s.asset->address = QStringLiteral("NoSuchMint");
+        s.id = u"tw-fill-999999999"_s;
+        s.asset->address = u"NoSuchMint"_s;
         QVERIFY(loadAndSettle(s));
-        QVERIFY(!store().details().value(s.id).links.chart);
-        QVERIFY(store().details().value(s.id).wallet);
+        QVERIFY(!store().details().value(s.id).links.chart && store().details().value(s.id).wallet);
     }
 
     void equityGetsItsMove()
@@ -190,7 +182,7 @@ private Q_SLOTS:
 
     void storeGoneMidLoad()
     {
-        sim_->setEndpointFault(QStringLiteral("/tape"), EndpointFault{EndpointFaultKind::Delay, 150});
+        sim_->setEndpointFault(u"/tape"_s, EndpointFault{EndpointFaultKind::Delay, 150});
         const Signal s = fillSignal();
         store().loadDetail(s);
         store_.reset();
@@ -204,24 +196,14 @@ private Q_SLOTS:
         makeStore();
     }
 
-    void webLinks_data()
-    {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<bool>("kept");
-        QTest::newRow("https") << QStringLiteral("https://charts.example/pool/abc") << true;
-        QTest::newRow("http") << QStringLiteral("http://charts.example/x?y=1") << true;
-        QTest::newRow("upper-case scheme") << QStringLiteral("HTTPS://charts.example/") << true;
-        QTest::newRow("javascript") << QStringLiteral("javascript:alert(1)") << false;
-        QTest::newRow("file") << QStringLiteral("file:///etc/passwd") << false;
-        QTest::newRow("no host") << QStringLiteral("https://") << false;
-        QTest::newRow("empty") << QString() << false;
-        QTest::newRow("blank in host") << QStringLiteral("https://charts example/") << false;
-    }
     void webLinks()
     {
-        QFETCH(QString, text);
-        QFETCH(bool, kept);
-        QCOMPARE(FeedStore::webLink(text).has_value(), kept);
+        for (const char *kept :
+             {"https://charts.example/pool/abc", "http://charts.example/x?y=1", "HTTPS://charts.example/"})
+            QVERIFY2(FeedStore::webLink(QLatin1String(kept)), kept);
+        for (const char *dropped :
+             {"javascript:alert(1)", "file:///etc/passwd", "https://", "", "https://charts example/"})
+            QVERIFY2(!FeedStore::webLink(QLatin1String(dropped)), dropped);
         QVERIFY(!FeedStore::webLink(std::nullopt));
     }
 };

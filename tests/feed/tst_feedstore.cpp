@@ -3,6 +3,7 @@
 #include "CaptureStderr.h"
 #include "Feed/FeedStore.h"
 #include "IsolatedSettings.h"
+#include "Table.h"
 
 #include <QSignalSpy>
 #include <QTest>
@@ -10,6 +11,7 @@
 #include <limits>
 
 namespace {
+using namespace Qt::StringLiterals;
 constexpr double T0 = 1'700'000'000;
 
 TwFill fill(qint64 id, double ts, const char *handle, const char *token, double usd, const char *side = "buy",
@@ -21,7 +23,7 @@ TwFill fill(qint64 id, double ts, const char *handle, const char *token, double 
             .side = QLatin1String(side),
             .usd = usd,
             .handle = QLatin1String(handle),
-            .wallet = QStringLiteral("W") + QLatin1String(handle),
+            .wallet = u'W' + QLatin1String(handle),
             .token = t,
             .symbol = t.toUpper(),
             .isStock = stock};
@@ -45,6 +47,26 @@ QStringList ids(const QList<Signal> &list)
         out << s.id;
     return out;
 }
+
+// clang-format off
+struct Repeat { const char *name; double firstUsd, secondUsd, gap; bool sell; const char *kept; };
+const Repeat repeats[] = {
+    {"smaller repeat ignored", 5000, 3000, 120, false, "tw-fill-1"},
+    {"equal repeat ignored", 5000, 5000, 120, false, "tw-fill-1"},
+    {"larger repeat replaces", 3000, 5000, 120, false, "tw-fill-2"},
+    {"exactly 300 s is a new move", 5000, 3000, 300, false, "tw-fill-2 tw-fill-1"},
+    {"older fill inside the window", 5000, 3000, -60, false, "tw-fill-1"},
+    {"a sell is another move", 5000, 3000, 10, true, "tw-fill-2 tw-fill-1"}};
+struct Group { const char *name, *secondSide; double gap; QString body; }; // body empty: nothing shown
+const Group groups[] = {
+    {"two sellers", "sell", 60, u"2 wallets dumped"_s}, {"buy and sell do not group", "buy", 60, {}},
+    {"15 minutes apart is a new group", "sell", 900, {}}, {"just inside 15 minutes", "sell", 899, u"2 wallets dumped"_s}};
+struct Mute { const char *name, *tokens, *wallets, *hidden; };
+const Mute mutes[] = {
+    {"token: its trades and its pile-in", "WIF", "", "tw-fill-1 tw-radar-wif-1700000000"},
+    {"wallet: its trades on every token", "", "kai", "tw-fill-1 tw-fill-3"},
+    {"a symbol is matched exactly", "wif WI", "ka", ""}};
+// clang-format on
 } // namespace
 
 class FeedStoreTest : public QObject {
@@ -57,9 +79,9 @@ class FeedStoreTest : public QObject {
     // A client that is never started: nothing touches the network.
     std::unique_ptr<FeedStore> makeStore()
     {
-        auto made = std::make_unique<FeedStore>(new TarnwickClient(QStringLiteral("http://127.0.0.1:9/api"),
-                                                                   QStringLiteral("ws://127.0.0.1:9/ws"),
-                                                                   TarnwickTiming{}, [this] { return now_; }),
+        auto made = std::make_unique<FeedStore>(new TarnwickClient(u"http://127.0.0.1:9/api"_s,
+                                                                   u"ws://127.0.0.1:9/ws"_s, TarnwickTiming{},
+                                                                   [this] { return now_; }),
                                                 [this] { return now_; });
         made->setPreferences(Preferences::defaults());
         return made;
@@ -73,64 +95,35 @@ private Q_SLOTS:
         store_ = makeStore();
     }
 
-    void whaleRepeatsMerge_data()
-    {
-        QTest::addColumn<double>("firstUsd");
-        QTest::addColumn<double>("secondUsd");
-        QTest::addColumn<double>("gap");
-        QTest::addColumn<bool>("sell");
-        QTest::addColumn<QString>("kept");
-        QTest::newRow("smaller repeat ignored") << 5000.0 << 3000.0 << 120.0 << false << "tw-fill-1";
-        QTest::newRow("equal repeat ignored") << 5000.0 << 5000.0 << 120.0 << false << "tw-fill-1";
-        QTest::newRow("larger repeat replaces") << 3000.0 << 5000.0 << 120.0 << false << "tw-fill-2";
-        QTest::newRow("exactly 300 s is a new move")
-            << 5000.0 << 3000.0 << 300.0 << false << "tw-fill-2 tw-fill-1";
-        QTest::newRow("older fill inside the window") << 5000.0 << 3000.0 << -60.0 << false << "tw-fill-1";
-        QTest::newRow("a sell is another move") << 5000.0 << 3000.0 << 10.0 << true << "tw-fill-2 tw-fill-1";
-    }
+    void whaleRepeatsMerge_data() { rows(repeats); }
     void whaleRepeatsMerge()
     {
-        QFETCH(double, firstUsd);
-        QFETCH(double, secondUsd);
-        QFETCH(double, gap);
-        QFETCH(bool, sell);
-        QFETCH(QString, kept);
+        const auto &[name, firstUsd, secondUsd, gap, sell, kept] = row(repeats);
         // The clock moves between the two, so the first is still remembered
         // when the second arrives: pruning must not decide the boundary.
         store().ingest({fill(1, T0, "kai", "wif", firstUsd)});
         now_ = T0 + std::max(gap, 0.0);
         store().ingest({fill(2, T0 + gap, "kai", "wif", secondUsd, sell ? "sell" : "buy")});
-        QCOMPARE(ids(store().signalList()).join(QLatin1Char(' ')), kept);
+        QCOMPARE(ids(store().signalList()), names(kept));
     }
 
     // Equity fills show only as a group of at least two wallets on one
     // symbol, in one direction, within 15 minutes.
-    void stockGroups_data()
-    {
-        QTest::addColumn<QString>("secondSide");
-        QTest::addColumn<double>("gap");
-        QTest::addColumn<QString>("body"); // empty: nothing shown
-        QTest::newRow("two sellers") << "sell" << 60.0 << "2 wallets dumped";
-        QTest::newRow("buy and sell do not group") << "buy" << 60.0 << QString();
-        QTest::newRow("15 minutes apart is a new group") << "sell" << 900.0 << QString();
-        QTest::newRow("just inside 15 minutes") << "sell" << 899.0 << "2 wallets dumped";
-    }
+    void stockGroups_data() { rows(groups); }
     void stockGroups()
     {
-        QFETCH(QString, secondSide);
-        QFETCH(double, gap);
-        QFETCH(QString, body);
+        const auto &[name, secondSide, gap, body] = row(groups);
         store().ingest({fill(1, T0, "ana", "nvdax", 3000, "sell", true)});
         QVERIFY(store().signalList().isEmpty()); // one wallet alone is not shown
         now_ = T0 + gap;
-        store().ingest({fill(2, T0 + gap, "bo", "nvdax", 2000, secondSide.toLatin1().constData(), true)});
+        store().ingest({fill(2, T0 + gap, "bo", "nvdax", 2000, secondSide, true)});
         QCOMPARE(store().signalList().size(), body.isEmpty() ? 0 : 1);
         if (body.isEmpty())
             return;
         const Signal g = store().signalList().first();
         QCOMPARE(g.line.body, body);
-        QCOMPARE(g.line.ticker, QStringLiteral("NVDAX")); // an equity keeps its symbol as is
-        QCOMPARE(g.id, QStringLiteral("tw-fill-1"));      // the largest fill stands for the group
+        QCOMPARE(g.line.ticker, u"NVDAX"_s); // an equity keeps its symbol as is
+        QCOMPARE(g.id, u"tw-fill-1"_s);      // the largest fill stands for the group
         QCOMPARE(g.expiresAt, T0 + gap + 3600);
     }
 
@@ -145,16 +138,16 @@ private Q_SLOTS:
         store().ingest({fill(4, T0 + 30, "ana", "tslax", 1000, "buy", true)});
         store().ingest({fill(2, T0 + 10, "ana", "tslax", 4000, "buy", true),
                         fill(3, T0 + 20, "bo", "tslax", 9000, "buy", true)});
-        QCOMPARE(store().fillsIngested(), 4);
-        QCOMPARE(store().fillsRepeated(), 2);
-        QCOMPARE(store().telemetryTickCount(), 4);
-        QCOMPARE(store().signalList().size(), 1);
+        // Taken in, repeated, ticked, shown.
+        QCOMPARE((QList<qint64>{store().fillsIngested(), store().fillsRepeated(),
+                                store().telemetryTickCount(), store().signalList().size()}),
+                 (QList<qint64>{4, 2, 4, 1}));
         const Signal group = store().signalList().first();
-        QCOMPARE(group.line.body, QStringLiteral("2 wallets added"));
-        QCOMPARE(group.line.tag, std::optional(QStringLiteral("×2")));
+        QCOMPARE(group.line.body, u"2 wallets added"_s);
+        QCOMPARE(group.line.tag, std::optional(u"×2"_s));
         QCOMPARE(group.notionalUsd, std::optional(14000.0)); // the figure is the total
-        QCOMPARE(group.line.figure, std::optional(QStringLiteral("$14.0K")));
-        QCOMPARE(group.id, QStringLiteral("tw-fill-3"));
+        QCOMPARE(group.line.figure, std::optional(u"$14.0K"_s));
+        QCOMPARE(group.id, u"tw-fill-3"_s);
         QCOMPARE(group.createdAt, T0 + 30);
         QVERIFY(!group.detail);
     }
@@ -166,11 +159,10 @@ private Q_SLOTS:
                         fill(5, T0, "lu", "pepe", 1000)});
         store().ingest({radar("pool", 3, T0)});
         QCOMPARE(store().heldCount(), 4);
-        QCOMPARE(ids(store().signalList()).size(), 3); // the $900 whale is held, not shown
-        QVERIFY(!ids(store().signalList()).contains(QStringLiteral("tw-fill-1")));
-        QVERIFY(ids(store().signalList()).contains(QStringLiteral("tw-fill-5")));
-        QCOMPARE(store().telemetry().held, 4);
-        QCOMPARE(store().telemetry().visible, 3);
+        QStringList shown = ids(store().signalList()); // the $900 whale is held, not shown
+        shown.sort();
+        QCOMPARE(shown, names("tw-fill-2 tw-fill-5 tw-radar-pool-1700000000"));
+        QCOMPARE(std::pair(store().telemetry().held, store().telemetry().visible), std::pair(4, 3));
 
         Preferences p = store().preferences();
         p.streams[SignalKind::whale] = false;
@@ -195,14 +187,13 @@ private Q_SLOTS:
         store().ingest({radar("pool", 3, T0 + 199.5)});
         QCOMPARE(store().heldCount(), 201);
         QCOMPARE(store().signalList().size(), 120);
-        QCOMPARE(store().signalList().first().id, QStringLiteral("tw-fill-200")); // newest first
+        QCOMPARE(store().signalList().first().id, u"tw-fill-200"_s); // newest first
         QCOMPARE(store().telemetry().visible, 120);
         const QStringList heroes = ids(store().heroSignals()), stream = ids(store().streamSignals());
         QCOMPARE(heroes.size(), 3);
-        QCOMPARE(heroes.first(), QStringLiteral("tw-fill-150")); // the biggest trade scores highest
+        QCOMPARE(heroes.first(), u"tw-fill-150"_s); // the biggest trade scores highest
         QCOMPARE(stream.size(), 117);
-        for (const QString &id : stream)
-            QVERIFY(!heroes.contains(id));
+        QVERIFY(std::ranges::none_of(stream, [&](const QString &id) { return heroes.contains(id); }));
 
         QSignalSpy filterSpy(&store(), &FeedStore::filterChanged);
         store().setFilter(FeedFilter::of(SignalKind::spike));
@@ -216,7 +207,7 @@ private Q_SLOTS:
         QVERIFY(store().streamSignals().isEmpty());
         const QList<Signal> ticker = store().tickerSignals();
         QCOMPARE(ticker.size(), 8);
-        QCOMPARE(ticker.first().id, QStringLiteral("tw-fill-150"));
+        QCOMPARE(ticker.first().id, u"tw-fill-150"_s);
     }
 
     // Equal scores keep the published order, newest first, in the heroes and the ticker.
@@ -257,8 +248,7 @@ private Q_SLOTS:
         QVERIFY(!store().lastUpdate());
         store().ingest({fill(1, T0, "kai", "wif", 5000)});
         store().ingest({radar("old", 4, T0 - 1300), radar("pool", 3, T0 + 1)});
-        QCOMPARE(signalsSpy.count(), 2);
-        QCOMPARE(updateSpy.count(), 1);
+        QCOMPARE(std::tuple(signalsSpy.count(), updateSpy.count()), std::tuple(2, 1));
         QCOMPARE(store().lastUpdate(), std::optional(T0));
         const int telemetry = int(telemetrySpy.count());
         store().rebuild(); // nothing moved
@@ -268,11 +258,10 @@ private Q_SLOTS:
         store().ingest({radar("pool", 3, T0 + 1)});            // the radar re-sent
         store().ingest(QList<TwFill>{});
         store().ingest(QList<TwRadar>{});
-        QCOMPARE(signalsSpy.count(), 2);
-        QCOMPARE(updateSpy.count(), 1);
+        QCOMPARE(std::tuple(signalsSpy.count(), updateSpy.count()), std::tuple(2, 1));
         store().ingest({radar("pool", 4, T0 + 1)}); // one more wallet: a new headline
         QCOMPARE(signalsSpy.count(), 3);
-        QCOMPARE(store().signalList().first().line.tag, std::optional(QStringLiteral("×4")));
+        QCOMPARE(store().signalList().first().line.tag, std::optional(u"×4"_s));
 
         QSignalSpy prefsSpy(&store(), &FeedStore::preferencesChanged);
         store().setPreferences(store().preferences());
@@ -293,14 +282,13 @@ private Q_SLOTS:
         now_ = T0 + 7;
         c.onFrame();
         c.onFrame();
-        QCOMPARE(store().heartbeat(), 2);
-        QCOMPARE(beatSpy.count(), 2);
+        QCOMPARE(std::tuple(store().heartbeat(), beatSpy.count()), std::tuple(2, 2));
         c.onLatency(100);
         c.onLatency(200); // 0.3 new + 0.7 old
 
         // Batches land in the store; noise is dropped but still counted as a tick.
         TwFill noise = fill(2, T0, "kai", "wif", 50000);
-        noise.flags = {QStringLiteral("not a real buy (transfer)")};
+        noise.flags = {u"not a real buy (transfer)"_s};
         c.onFills({fill(1, T0, "mo", "bonk", 5000), noise});
         QCOMPARE(store().heldCount(), 1);
         store().rebuild();
@@ -316,7 +304,7 @@ private Q_SLOTS:
         init(); // a store that reads the switch now
         store().client().onLink(LinkState::polling);
         TwFill noise = fill(1, T0, "kai", "wif", 50000);
-        noise.flags = {QStringLiteral("not a real buy (transfer)"), QStringLiteral("new position")};
+        noise.flags = {u"not a real buy (transfer)"_s, u"new position"_s};
         store().ingest({noise});
         store().ingest({fill(2, T0, "kai", "wif", 5000)});
         store().ingest({fill(3, T0 + 1, "kai", "wif", 4000)}); // a smaller repeat says nothing
@@ -328,43 +316,32 @@ private Q_SLOTS:
         store().ingest({fill(6, std::numeric_limits<double>::infinity(), "mo", "bonk", 5000)});
         store().ingest({radar("void", 3, std::numeric_limits<double>::quiet_NaN())});
         qunsetenv("LARKPIN_LOG");
-        const QStringList messages = capture.messages(QStringLiteral("Larkpin"));
+        const QStringList messages = capture.messages(u"Larkpin"_s);
         const QStringList expected{
-            QStringLiteral("link → polling"),
-            QStringLiteral("drop  WIF $50.0K — not a real buy (transfer), new position"),
-            QStringLiteral("keep  [WHALE] p84 $WIF · @kai added $5.0K"),
-            QStringLiteral("feed  1 visible / 1 held"),
-            QStringLiteral("keep  [STOCK] TSLAX · 2 wallets added $13.0K"),
-            QStringLiteral("feed  2 visible / 2 held"),
-            QStringLiteral("radar [SPIKE] $POOL · 3 wallets piling in"),
-            QStringLiteral("feed  3 visible / 3 held"),
+            u"link → polling"_s,
+            u"drop  WIF $50.0K — not a real buy (transfer), new position"_s,
+            u"keep  [WHALE] p84 $WIF · @kai added $5.0K"_s,
+            u"feed  1 visible / 1 held"_s,
+            u"keep  [STOCK] TSLAX · 2 wallets added $13.0K"_s,
+            u"feed  2 visible / 2 held"_s,
+            u"radar [SPIKE] $POOL · 3 wallets piling in"_s,
+            u"feed  3 visible / 3 held"_s,
         };
         QCOMPARE(messages.mid(0, expected.size()), expected);
         // The dropped ones say so once and nothing after: no "keep", no new "feed" line.
         QCOMPARE(messages.mid(expected.size()),
-                 (QStringList{QStringLiteral("drop  tw-fill-6 — time out of range"),
-                              QStringLiteral("radar entry for VOID has an unusable first_ts; dropped")}));
+                 (QStringList{u"drop  tw-fill-6 — time out of range"_s,
+                              u"radar entry for VOID has an unusable first_ts; dropped"_s}));
         QCOMPARE(store().heldCount(), 3);
     }
 
     // A muted token or wallet is held and counted in telemetry, but reaches
     // no published list; unmuting brings back whatever is still held.
-    void muteHidesEverywhere_data()
-    {
-        QTest::addColumn<QStringList>("tokens");
-        QTest::addColumn<QStringList>("wallets");
-        QTest::addColumn<QStringList>("hidden");
-        QTest::newRow("token: its trades and its pile-in")
-            << names("WIF") << QStringList() << names("tw-fill-1 tw-radar-wif-1700000000");
-        QTest::newRow("wallet: its trades on every token")
-            << QStringList() << names("kai") << names("tw-fill-1 tw-fill-3");
-        QTest::newRow("a symbol is matched exactly") << names("wif WI") << names("ka") << QStringList();
-    }
+    void muteHidesEverywhere_data() { rows(mutes); }
     void muteHidesEverywhere()
     {
-        QFETCH(QStringList, tokens);
-        QFETCH(QStringList, wallets);
-        QFETCH(QStringList, hidden);
+        const Mute &m = row(mutes);
+        const QStringList tokens = names(m.tokens), wallets = names(m.wallets), hidden = names(m.hidden);
         // The same tape into a store that mutes and one that does not.
         const std::unique_ptr<FeedStore> made = makeStore();
         FeedStore &control = *made;
@@ -386,8 +363,7 @@ private Q_SLOTS:
         QCOMPARE(store().signalList().size(), control.signalList().size() - hidden.size());
         QCOMPARE(store().count(FeedFilter::all()), control.count(FeedFilter::all()) - int(hidden.size()));
         QCOMPARE(store().count(FeedFilter::of(SignalKind::spike)),
-                 control.count(FeedFilter::of(SignalKind::spike)) -
-                     int(hidden.filter(QStringLiteral("radar")).size()));
+                 control.count(FeedFilter::of(SignalKind::spike)) - int(hidden.filter(u"radar"_s).size()));
         // The tape itself is untouched: same fills held, same flow.
         QCOMPARE(store().heldCount(), control.heldCount());
         Telemetry seen = store().telemetry();
@@ -414,23 +390,23 @@ private Q_SLOTS:
               << fill(22, T0, "lee", "tiny", 1200);
         now_ = T0 + 30;
         store().ingest(batch);
-        QVERIFY(!ids(store().tickerSignals()).contains(QStringLiteral("tw-fill-20")));
+        QVERIFY(!ids(store().tickerSignals()).contains(u"tw-fill-20"_s));
 
         Preferences p = store().preferences();
-        p.watchedWallets = {QStringLiteral("kim")};
+        p.watchedWallets = {u"kim"_s};
         QVERIFY(store().updatePreferences(p));
         const QStringList ticker = ids(store().tickerSignals());
         QCOMPARE(ticker.size(), 8);
-        QVERIFY(ticker.contains(QStringLiteral("tw-fill-20")));
-        QVERIFY(!ticker.contains(QStringLiteral("tw-fill-21"))); // under the minimum
-        QVERIFY(!ticker.contains(QStringLiteral("tw-fill-22"))); // not watched
-        QCOMPARE(ticker.last(), QStringLiteral("tw-fill-20"));   // still ranked by score
-        QCOMPARE(store().watchedHandles(), QSet<QString>{QStringLiteral("kim")});
+        QVERIFY(ticker.contains(u"tw-fill-20"_s));
+        QVERIFY(!ticker.contains(u"tw-fill-21"_s)); // under the minimum
+        QVERIFY(!ticker.contains(u"tw-fill-22"_s)); // not watched
+        QCOMPARE(ticker.last(), u"tw-fill-20"_s);   // still ranked by score
+        QCOMPARE(store().watchedHandles(), QSet<QString>{u"kim"_s});
 
         // Muting beats watching: a muted wallet is never shown.
-        p.mutedWallets = {QStringLiteral("kim")};
+        p.mutedWallets = {u"kim"_s};
         QVERIFY(store().updatePreferences(p));
-        QVERIFY(!ids(store().tickerSignals()).contains(QStringLiteral("tw-fill-20")));
+        QVERIFY(!ids(store().tickerSignals()).contains(u"tw-fill-20"_s));
     }
 };
 

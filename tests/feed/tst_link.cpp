@@ -7,6 +7,7 @@
 #include "Feed/FeedStore.h"
 #include "Feed/TarnwickClient.h"
 #include "Feed/WakeWatch.h"
+#include "Table.h"
 #include "TarnwickSim.h"
 #include "Wire/Tarnwick.h"
 
@@ -19,6 +20,7 @@
 #include <QTest>
 
 using namespace tarnwick;
+using namespace Qt::StringLiterals;
 
 namespace {
 // One "fills" frame; an id of 0 stands for one past 64 bits.
@@ -38,6 +40,45 @@ bool until(const std::function<bool()> &condition, int ms = 5000)
 }
 
 constexpr qint64 bigTape = qint64(300) * 1024 * 1024;
+
+// clang-format off
+// In each row only one thing can start the poller; `logged` is the line
+// that says why (empty: the socket never fails).
+struct Fallback { const char *name; HandshakeMode handshake; int watchdogMs, handshakeMs; QString logged; };
+constexpr auto hang = HandshakeMode::Hang;
+const Fallback fallbacks[] = {
+    {"watchdog, handshake hangs", hang, 400, 60000, {}},
+    {"handshake deadline, handshake hangs", hang, 60000, 300, u"connect FAILED: no handshake within 300 ms"_s},
+    {"refused", HandshakeMode::Refuse, 60000, 60000, u"receive FAILED: "_s}};
+// `fault` -1: a peer that hangs up before the promised body; `status`: what the service answers.
+struct Rest { const char *name; int fault, status; bool roundTrip; };
+const Rest rests[] = {
+    {"healthy", int(EndpointFaultKind::None), 200, true}, {"500", int(EndpointFaultKind::Status500), 500, false},
+    {"204 fails like 500", int(EndpointFaultKind::Status204), 204, false},
+    {"304 fails like 500", int(EndpointFaultKind::Status304), 304, false},
+    {"200 with a body that does not decode", int(EndpointFaultKind::BadBody), 200, true},
+    {"slower than the time-out", int(EndpointFaultKind::Delay), 200, false}, {"body cut short", -1, 200, false}};
+struct Path { const char *name; QString handle, segment; };
+const Path paths[] = {
+    {"space, hash, query, percent", u"a b#c?d%"_s, u"a%20b%23c%3Fd%25"_s},
+    {"slash stays inside the segment", u"../admin"_s, u"..%2Fadmin"_s},
+    {"non-ASCII as UTF-8", u"zoë"_s, u"zo%C3%AB"_s}, {"path-allowed marks kept", u"a@b:c+d"_s, u"a@b:c+d"_s}};
+struct Env { const char *name; QByteArray env; };
+const Env envs[] = {{"LARKPIN_LOG=1", "1"}, {"true is not 1", "true"}};
+struct Oversize { const char *name; qint64 bytes, frameBytes; }; // frameBytes 0: one frame announcing it all
+const Oversize oversizes[] = {
+    {"300 MB in one frame", bigTape, 0}, {"100 MB in frames of 1 MB", qint64(100) << 20, 1 << 20}};
+struct Bounded { const char *name; EndpointFaultKind fault; bool declared; QString why; };
+const QString overLimit = u"answer over the limit of 1048576 bytes"_s;
+const Bounded bounded[] = {
+    {"endless chunked", EndpointFaultKind::Endless, false, overLimit},
+    {"300 MB, length declared", EndpointFaultKind::Huge, true,
+     u"answer of %1 bytes is over the limit of 1048576"_s.arg(bigTape)},
+    {"300 MB, chunked", EndpointFaultKind::Huge, false, overLimit},
+    {"a byte every 300 ms", EndpointFaultKind::Drip, true, u"no whole answer within 1500 ms"_s}};
+struct Wake { const char *name; bool resume; }; // else: the network came back
+const Wake wakes[] = {{"resume from suspend", true}, {"network back online", false}};
+// clang-format on
 } // namespace
 
 class LinkTest : public QObject {
@@ -69,19 +110,17 @@ class LinkTest : public QObject {
         client_->onLink = [this](LinkState s) { links_ << s; };
         client_->onFills = [this](const QList<TwFill> &fills) {
             ++batches_;
-            for (const TwFill &f : fills)
-                delivered_ << f.id;
+            std::ranges::transform(fills, std::back_inserter(delivered_), &TwFill::id);
         };
         client_->onFrame = [this] { ++frames_; };
     }
 
     int requests(const char *path) const { return sim_->requestCount(QLatin1String(path)); }
 
-    bool waitForLink(LinkState state, int ms = 5000)
+    bool waitForLink(LinkState state)
     {
-        return until([&] { return !links_.isEmpty() && links_.last() == state; }, ms);
+        return until([&] { return !links_.isEmpty() && links_.last() == state; });
     }
-
     // The sim greets every socket with a frame, so an open socket goes live at once.
     bool waitForSocket()
     {
@@ -103,9 +142,9 @@ class LinkTest : public QObject {
     {
         std::optional<QString> error;
         client_->tape(200, this, [&](std::optional<QList<TwFill>> fills, QString e) {
-            error = fills ? e : QStringLiteral("failed: ") + e;
+            error = fills ? e : u"failed: "_s + e;
         });
-        return until([&] { return error.has_value(); }, 10000) ? *error : QStringLiteral("no answer at all");
+        return until([&] { return error.has_value(); }, 10000) ? *error : u"no answer at all"_s;
     }
 
     // Fills emitted while the poller runs, each batch picked up by a poll.
@@ -123,8 +162,7 @@ class LinkTest : public QObject {
     {
         QVERIFY(until([&] { return delivered_.last() == sim_->lastFillId(); }));
         const QList<qint64> tail = delivered_.mid(from);
-        QVERIFY(std::is_sorted(tail.begin(), tail.end()));
-        QVERIFY(std::adjacent_find(tail.begin(), tail.end()) == tail.end());
+        QVERIFY(std::ranges::is_sorted(tail) && std::ranges::adjacent_find(tail) == tail.end());
         QCOMPARE(tail.size(), count);
     }
 
@@ -171,14 +209,13 @@ private Q_SLOTS:
         // Any socket message, even one without fills, reloads stale enrichment.
         const int loads = requests("/traders");
         now += 120;
-        sim_->sendFrameOfType(QStringLiteral("stats"));
+        sim_->sendFrameOfType(u"stats"_s);
         QVERIFY(until([&] { return requests("/traders") > loads && !client_->enrichmentRunning(); }));
         QVERIFY(waitForSocket());
         const int reports = int(links_.size());
         const qint64 mark = client_->lastFillId();
         client_->stop();
-        QVERIFY(client_->isStopped());
-        QVERIFY(!client_->socketOpenedOnce());
+        QVERIFY(client_->isStopped() && !client_->socketOpenedOnce());
         QVERIFY(until([&] { return sim_->closeCodesReceived().contains(1001); }));
         QCOMPARE(sim_->closeCodesReceived(), QList<int>{1001});
         const int served = requests("");
@@ -201,33 +238,19 @@ private Q_SLOTS:
     void socketHandshakeCarriesTheUserAgent()
     {
         // REST goes nowhere, so the only request the service sees is the upgrade.
-        makeClient(quick(), systemNow, QStringLiteral("http://127.0.0.1:9/api"));
+        makeClient(quick(), systemNow, u"http://127.0.0.1:9/api"_s);
         client_->start();
         QVERIFY(waitForLink(LinkState::live));
         QCOMPARE(requests(""), requests("/ws"));
         QCOMPARE(sim_->lastUserAgent(), QByteArray("Larkpin/0.1 (+") + Tarnwick::siteURL().toUtf8() + ')');
     }
 
-    void fallsBackToPolling_data()
-    {
-        QTest::addColumn<int>("handshake");
-        QTest::addColumn<int>("watchdogMs");
-        QTest::addColumn<int>("handshakeMs");
-        QTest::addColumn<QString>("logged"); // the line that says why; empty: the socket never fails
-        // In each row only one thing can start the poller.
-        QTest::newRow("watchdog, handshake hangs") << int(HandshakeMode::Hang) << 400 << 60000 << QString();
-        QTest::newRow("handshake deadline, handshake hangs")
-            << int(HandshakeMode::Hang) << 60000 << 300 << "connect FAILED: no handshake within 300 ms";
-        QTest::newRow("refused") << int(HandshakeMode::Refuse) << 60000 << 60000 << "receive FAILED: ";
-    }
+    void fallsBackToPolling_data() { rows(fallbacks); }
     void fallsBackToPolling()
     {
-        QFETCH(int, handshake);
-        QFETCH(int, watchdogMs);
-        QFETCH(int, handshakeMs);
-        QFETCH(QString, logged);
+        const auto &[name, handshake, watchdogMs, handshakeMs, logged] = row(fallbacks);
         CaptureStderr capture;
-        sim_->setHandshakeMode(HandshakeMode(handshake));
+        sim_->setHandshakeMode(handshake);
         TarnwickTiming timing = quick();
         timing.openWatchdogMs = watchdogMs;
         timing.handshakeTimeoutMs = handshakeMs;
@@ -235,8 +258,7 @@ private Q_SLOTS:
         makeClient(timing);
         client_->start();
         QVERIFY(waitForLink(LinkState::polling));
-        QVERIFY(client_->isPolling());
-        QVERIFY(!client_->socketOpenedOnce());
+        QVERIFY(client_->isPolling() && !client_->socketOpenedOnce());
         if (!logged.isEmpty()) {
             QVERIFY(until([&] { return client_->socketFailures() >= 2; })); // new sockets are tried
         } else {
@@ -248,10 +270,11 @@ private Q_SLOTS:
         // A running poller is not announced twice; what never worked never dropped.
         QCOMPARE(links_, (QList<LinkState>{LinkState::connecting, LinkState::polling}));
         client_->stop();
-        const QStringList messages = capture.messages(QStringLiteral("tw"));
+        const QStringList messages = capture.messages(u"tw"_s);
         // A socket that never opened is not reported as a missed pong.
-        QVERIFY2(messages.filter(QStringLiteral("ping FAILED")).isEmpty(), qPrintable(messages.join(u'\n')));
-        QVERIFY2(logged.isEmpty() || !messages.filter(logged).isEmpty(), qPrintable(messages.join(u'\n')));
+        QVERIFY2(messages.filter(u"ping FAILED"_s).isEmpty() &&
+                     (logged.isEmpty() || !messages.filter(logged).isEmpty()),
+                 qPrintable(messages.join(u'\n')));
     }
 
     // The first drop (a ping left unanswered) shows as down, the second as polling.
@@ -289,9 +312,7 @@ private Q_SLOTS:
         QVERIFY(client_->isPolling());
         verifyDeliveredOnce(from, 12);
         client_->stop();
-        QVERIFY(!capture.messages(QStringLiteral("tw"))
-                     .filter(QRegularExpression(QStringLiteral("^ping FAILED: no pong within 300 ms$")))
-                     .isEmpty());
+        QVERIFY(capture.logged("tw", "^ping FAILED: no pong within 300 ms$"));
     }
 
     void pollerHandsOverToALaterSocket()
@@ -316,25 +337,10 @@ private Q_SLOTS:
         QVERIFY(requests("/tape") <= polls + 1); // the cancelled poller stays quiet
     }
 
-    void restStatusRules_data()
-    {
-        QTest::addColumn<int>("fault");  // -1: a peer that hangs up before the promised body
-        QTest::addColumn<int>("status"); // what the service answers
-        QTest::addColumn<bool>("roundTrip");
-        QTest::newRow("healthy") << int(EndpointFaultKind::None) << 200 << true;
-        QTest::newRow("500") << int(EndpointFaultKind::Status500) << 500 << false;
-        QTest::newRow("204 fails like 500") << int(EndpointFaultKind::Status204) << 204 << false;
-        QTest::newRow("304 fails like 500") << int(EndpointFaultKind::Status304) << 304 << false;
-        QTest::newRow("200 with a body that does not decode")
-            << int(EndpointFaultKind::BadBody) << 200 << true;
-        QTest::newRow("slower than the time-out") << int(EndpointFaultKind::Delay) << 200 << false;
-        QTest::newRow("body cut short") << -1 << 200 << false;
-    }
+    void restStatusRules_data() { rows(rests); }
     void restStatusRules()
     {
-        QFETCH(int, fault);
-        QFETCH(int, status);
-        QFETCH(bool, roundTrip);
+        const auto &[name, fault, status, roundTrip] = row(rests);
         QSignalSpy served(sim_.get(), &SimServer::requestServed);
         QTcpServer peer;
         if (fault < 0) {
@@ -349,9 +355,9 @@ private Q_SLOTS:
                     s->disconnectFromHost();
                 });
             });
-            makeClient(quick(), systemNow, QStringLiteral("http://127.0.0.1:%1").arg(peer.serverPort()));
+            makeClient(quick(), systemNow, u"http://127.0.0.1:%1"_s.arg(peer.serverPort()));
         } else {
-            sim_->setEndpointFault(QStringLiteral("/tape"), EndpointFault{EndpointFaultKind(fault), 2000});
+            sim_->setEndpointFault(u"/tape"_s, EndpointFault{EndpointFaultKind(fault), 2000});
             makeClient();
         }
         double latency = -1;
@@ -375,33 +381,19 @@ private Q_SLOTS:
         QVERIFY2(!names.contains("cache-control") && !names.contains("pragma"), names.join(' ').constData());
     }
 
-    void traderPath_data()
-    {
-        QTest::addColumn<QString>("handle");
-        QTest::addColumn<QString>("segment");
-        QTest::newRow("space, hash, query, percent") << "a b#c?d%"
-                                                     << "a%20b%23c%3Fd%25";
-        QTest::newRow("slash stays inside the segment") << "../admin"
-                                                        << "..%2Fadmin";
-        QTest::newRow("non-ASCII as UTF-8") << QStringLiteral("zoë") << "zo%C3%AB";
-        QTest::newRow("path-allowed marks kept") << "a@b:c+d"
-                                                 << "a@b:c+d";
-    }
+    void traderPath_data() { rows(paths); }
     void traderPath()
     {
-        QFETCH(QString, handle);
-        QFETCH(QString, segment);
-        QCOMPARE(TarnwickClient::traderPath(handle),
-                 QStringLiteral("/trader/") + segment + QStringLiteral("?window=24h&stocks=true"));
+        const auto &[name, handle, segment] = row(paths);
+        QCOMPARE(TarnwickClient::traderPath(handle), u"/trader/"_s + segment + u"?window=24h&stocks=true"_s);
         // ... and that is the path the service sees (it knows no such trader).
         makeClient();
         QString error;
-        client_->traderDetail(handle, this, [&](std::optional<TwTraderDetail> d, QString e) {
-            error = d ? QStringLiteral("decoded") : e;
-        });
+        client_->traderDetail(
+            handle, this, [&](std::optional<TwTraderDetail> d, QString e) { error = d ? u"decoded"_s : e; });
         QVERIFY(until([&] { return !error.isEmpty(); }));
-        QCOMPARE(sim_->requestCount(QStringLiteral("/trader/") + segment), 1);
-        QVERIFY(error.contains(QStringLiteral("404")));
+        QCOMPARE(sim_->requestCount(u"/trader/"_s + segment), 1);
+        QVERIFY(error.contains(u"404"_s));
     }
 
     void reconnectBackOff()
@@ -436,8 +428,8 @@ private Q_SLOTS:
         QCOMPARE(client_->enrichmentFetchedAt(), std::optional(1000.0));
         // Mints are found in any case, handles only as written.
         const QJsonObject made = sim_->emitFills(1).first();
-        const QString mint = made.value(QStringLiteral("token")).toString();
-        const QString handle = made.value(QStringLiteral("handle")).toString();
+        const QString mint = made.value(u"token"_s).toString();
+        const QString handle = made.value(u"handle"_s).toString();
         QVERIFY(client_->token(mint) && client_->token(mint.toUpper()) && client_->token(mint.toLower()));
         QVERIFY(client_->trader(handle));
         if (handle.toUpper() != handle)
@@ -448,14 +440,14 @@ private Q_SLOTS:
         QVERIFY(!client_->enrichmentRunning()); // still fresh
         // A failed half keeps its last good table; the stamp is set either way.
         const int traders = client_->traderCount(), tokens = client_->tokenCount();
-        sim_->setEndpointFault(QStringLiteral("/traders"), EndpointFault{EndpointFaultKind::Status500, 0});
+        sim_->setEndpointFault(u"/traders"_s, EndpointFault{EndpointFaultKind::Status500, 0});
         now += 1;
         QVERIFY(load());
         QCOMPARE(requests("/traders"), 2);
         QCOMPARE(client_->traderCount(), traders);
         QCOMPARE(client_->enrichmentFetchedAt(), std::optional(1120.0));
         sim_->clearFaults();
-        sim_->setEndpointFault(QStringLiteral("/tokens"), EndpointFault{EndpointFaultKind::Status500, 0});
+        sim_->setEndpointFault(u"/tokens"_s, EndpointFault{EndpointFaultKind::Status500, 0});
         client_->clearEnrichmentStamp(); // stale at once, whatever the clock says
         QVERIFY(load());
         QCOMPARE(requests("/tokens"), 3);
@@ -464,15 +456,10 @@ private Q_SLOTS:
 
     // Bad frames and fills cost only themselves (the decoding is tst_decode's);
     // the log says what came, one line each.
-    void badFramesAreHarmlessAndLogged_data()
-    {
-        QTest::addColumn<QByteArray>("env");
-        QTest::newRow("LARKPIN_LOG=1") << QByteArray("1");
-        QTest::newRow("true is not 1") << QByteArray("true");
-    }
+    void badFramesAreHarmlessAndLogged_data() { rows(envs); }
     void badFramesAreHarmlessAndLogged()
     {
-        QFETCH(QByteArray, env);
+        const QByteArray &env = row(envs).env;
         qputenv("LARKPIN_LOG", env);
         CaptureStderr capture;
         makeClient();
@@ -485,7 +472,7 @@ private Q_SLOTS:
         sim_->sendRawFrame(R"({"type":"fills","data":{"broken":true}})");
         sim_->sendRawFrame(R"({"type":"fills","data":[]})", true);
         sim_->sendRawFrame(fillsFrame({mark - 1, mark})); // all at or below the mark
-        sim_->sendFrameOfType(QStringLiteral("stats"));
+        sim_->sendFrameOfType(u"stats"_s);
         sim_->sendRawFrame(R"({"type":"x\n00:00:00 [tw] forged","data":null})");
         QVERIFY(until([&] { return client_->framesReceived() == 7; }));
         QCOMPARE(frames_, 7);
@@ -505,7 +492,7 @@ private Q_SLOTS:
         QTest::qWait(quick().pingIntervalMs * 2 + 100); // at least one answered ping
         client_->stop();
 
-        const QStringList messages = capture.messages(QStringLiteral("tw"));
+        const QStringList messages = capture.messages(u"tw"_s);
         if (env != "1") {
             QVERIFY2(messages.isEmpty(), qPrintable(messages.join(QLatin1Char('\n'))));
             return;
@@ -516,25 +503,18 @@ private Q_SLOTS:
               "frame #9 fills=5 (total 9)", "frame #9 over 3 fills: the oldest 2 dropped"})
             QVERIFY2(messages.contains(QLatin1String(line)), line);
         // A line feed in wire text cannot forge a second line.
-        QVERIFY(messages.contains(QStringLiteral("frame #7 type=x 00:00:00 [tw] forged")));
-        QVERIFY(!messages.contains(QStringLiteral("forged")));
-        const QRegularExpression pingOk(QStringLiteral("^ping ok \u00b7 frames=\\d+ fills=9$"));
+        QVERIFY(messages.contains(u"frame #7 type=x 00:00:00 [tw] forged"_s));
+        QVERIFY(!messages.contains(u"forged"_s));
+        const QRegularExpression pingOk(u"^ping ok \u00b7 frames=\\d+ fills=9$"_s);
         QVERIFY2(!messages.filter(pingOk).isEmpty(), qPrintable(messages.join(QLatin1Char('\n'))));
     }
 
     // A socket message over the limit is refused while it arrives, the socket
     // closes and the link comes back under the back-off.
-    void oversizedSocketMessage_data()
-    {
-        QTest::addColumn<qint64>("bytes");
-        QTest::addColumn<qint64>("frameBytes"); // 0: one frame announcing it all
-        QTest::newRow("300 MB in one frame") << bigTape << qint64(0);
-        QTest::newRow("100 MB in frames of 1 MB") << qint64(100) * 1024 * 1024 << qint64(1024 * 1024);
-    }
+    void oversizedSocketMessage_data() { rows(oversizes); }
     void oversizedSocketMessage()
     {
-        QFETCH(qint64, bytes);
-        QFETCH(qint64, frameBytes);
+        const auto &[name, bytes, frameBytes] = row(oversizes);
         CaptureStderr capture;
         makeClient();
         startLive();
@@ -549,7 +529,7 @@ private Q_SLOTS:
         QVERIFY(
             until([&] { return client_->lastFillId() == sim_->lastFillId() && sim_->lastFillId() > mark; }));
         client_->stop();
-        QCOMPARE(capture.messages(QStringLiteral("tw"))
+        QCOMPARE(capture.messages(u"tw"_s)
                      .filter(QStringLiteral(
                          "receive FAILED: a message over 1048576 bytes, dropped; the socket is closed"))
                      .size(),
@@ -558,54 +538,36 @@ private Q_SLOTS:
 
     // REST answers over the limit are cut while they arrive; a drip is cut by
     // the request's deadline, however steadily its bytes come.
-    void boundedRestAnswers_data()
-    {
-        QTest::addColumn<int>("fault");
-        QTest::addColumn<bool>("declared");
-        QTest::addColumn<QString>("why");
-        const int huge = int(EndpointFaultKind::Huge);
-        QTest::newRow("endless chunked")
-            << int(EndpointFaultKind::Endless) << false << "answer over the limit of 1048576 bytes";
-        QTest::newRow("300 MB, length declared")
-            << huge << true << QStringLiteral("answer of %1 bytes is over the limit of 1048576").arg(bigTape);
-        QTest::newRow("300 MB, chunked") << huge << false << "answer over the limit of 1048576 bytes";
-        QTest::newRow("a byte every 300 ms")
-            << int(EndpointFaultKind::Drip) << true << "no whole answer within 1500 ms";
-    }
+    void boundedRestAnswers_data() { rows(bounded); }
     void boundedRestAnswers()
     {
-        QFETCH(int, fault);
-        QFETCH(bool, declared);
-        QFETCH(QString, why);
+        const auto &[name, fault, declared, why] = row(bounded);
         CaptureStderr capture;
         makeClient();
-        sim_->setEndpointFault(QStringLiteral("/tape"), {EndpointFaultKind(fault), 300, bigTape, declared});
-        QCOMPARE(tapeError(), QStringLiteral("failed: ") + why);
+        sim_->setEndpointFault(u"/tape"_s, {fault, 300, bigTape, declared});
+        QCOMPARE(tapeError(), u"failed: "_s + why);
         verifyStreamCut();
         // The next request is served as usual.
-        sim_->setEndpointFault(QStringLiteral("/tape"), {});
+        sim_->setEndpointFault(u"/tape"_s, {});
         QCOMPARE(tapeError(), QString());
-        QCOMPARE(capture.messages(QStringLiteral("tw")),
-                 QStringList{QStringLiteral("GET /tape FAILED: ") + why});
+        QCOMPARE(capture.messages(u"tw"_s), QStringList{u"GET /tape FAILED: "_s + why});
     }
 
     // The backfill is cut like any request and tried again until it lands.
     void dripBackfillIsCutAndRetried()
     {
         CaptureStderr capture;
-        sim_->setEndpointFault(QStringLiteral("/tape"), EndpointFault{EndpointFaultKind::Drip, 300});
+        sim_->setEndpointFault(u"/tape"_s, EndpointFault{EndpointFaultKind::Drip, 300});
         sim_->setHandshakeMode(HandshakeMode::Refuse); // nothing else brings fills
         makeClient();
         client_->start();
         QVERIFY(until([&] { return requests("/tape") >= 2; }, 8000));
         QVERIFY(delivered_.isEmpty());
-        sim_->setEndpointFault(QStringLiteral("/tape"), {});
+        sim_->setEndpointFault(u"/tape"_s, {});
         QVERIFY(until([&] { return delivered_.size() >= 200; }, 8000)); // the backfill, not only a poll
         client_->stop();
-        QVERIFY(!capture.messages(QStringLiteral("tw"))
-                     .filter(QRegularExpression(QStringLiteral(
-                         "^backfill FAILED: no whole answer within 1500 ms, again in \\d+\\.\\d s$")))
-                     .isEmpty());
+        QVERIFY(
+            capture.logged("tw", "^backfill FAILED: no whole answer within 1500 ms, again in \\d+\\.\\d s$"));
     }
 
     // The socket brings fills before the backfill answers with the same ones:
@@ -613,7 +575,7 @@ private Q_SLOTS:
     // pruning only between start() and stop().
     void socketBeforeBackfillCountsOnce()
     {
-        sim_->setEndpointFault(QStringLiteral("/tape"), EndpointFault{EndpointFaultKind::SocketFirst, 300});
+        sim_->setEndpointFault(u"/tape"_s, EndpointFault{EndpointFaultKind::SocketFirst, 300});
         FeedStore store(new TarnwickClient(sim_->httpBase(), sim_->socketURL(), quick(), systemNow),
                         systemNow, 60000);
         store.start();
@@ -633,15 +595,10 @@ private Q_SLOTS:
 
     // Wake through the injectable seam: a dropped link waiting out its
     // back-off (4 s or more) reconnects within a second.
-    void wakeReconnectsAtOnce_data()
-    {
-        QTest::addColumn<bool>("resume"); // else: the network came back
-        QTest::newRow("resume from suspend") << true;
-        QTest::newRow("network back online") << false;
-    }
+    void wakeReconnectsAtOnce_data() { rows(wakes); }
     void wakeReconnectsAtOnce()
     {
-        QFETCH(bool, resume);
+        const bool resume = row(wakes).resume;
         CaptureStderr capture;
         TarnwickTiming timing = quick();
         timing.reconnectScale = 1.0;
@@ -670,10 +627,8 @@ private Q_SLOTS:
         sim_->emitFills(1);
         QVERIFY(until([&] { return client_->lastFillId() > mark; }));
         client_->stop();
-        const QString reason =
-            resume ? QStringLiteral("resumed from sleep") : QStringLiteral("network is back");
-        QVERIFY(capture.messages(QStringLiteral("tw"))
-                    .contains(QStringLiteral("wake: ") + reason + QStringLiteral(", reconnecting now")));
+        const QString reason = resume ? u"resumed from sleep"_s : u"network is back"_s;
+        QVERIFY(capture.messages(u"tw"_s).contains(u"wake: "_s + reason + u", reconnecting now"_s));
     }
 };
 

@@ -11,6 +11,7 @@
 #include <QTest>
 
 using namespace tarnwick;
+using namespace Qt::StringLiterals;
 
 class SimTest : public QObject {
     Q_OBJECT
@@ -40,7 +41,7 @@ private Q_SLOTS:
     void endpointsDecode()
     {
         auto sim = started({});
-        const auto tape = TwDecode::fills(get(*sim, QStringLiteral("/tape?limit=200&stocks=true")).second);
+        const auto tape = TwDecode::fills(get(*sim, u"/tape?limit=200&stocks=true"_s).second);
         QVERIFY(tape);
         QCOMPARE(tape->size(), 200);
         int stocks = 0, big = 0; // the demo needs both kinds and takeover-sized trades
@@ -50,13 +51,12 @@ private Q_SLOTS:
             big += (*tape)[i].usd >= 25000;
         }
         QVERIFY(stocks > 5 && big > 0);
-        const auto noStocks =
-            TwDecode::fills(get(*sim, QStringLiteral("/tape?limit=50&stocks=false")).second);
+        const auto noStocks = TwDecode::fills(get(*sim, u"/tape?limit=50&stocks=false"_s).second);
         QVERIFY(noStocks && !noStocks->isEmpty());
         QVERIFY(std::none_of(noStocks->begin(), noStocks->end(), [](const TwFill &f) { return f.isStock; }));
-        QVERIFY(TwDecode::radars(get(*sim, QStringLiteral("/radar?minutes=120&limit=40")).second));
-        QCOMPARE(get(*sim, QStringLiteral("/trader/nobody%20here?window=24h")).first, 404);
-        QCOMPARE(get(*sim, QStringLiteral("/nothing")).first, 404);
+        QVERIFY(TwDecode::radars(get(*sim, u"/radar?minutes=120&limit=40"_s).second));
+        QCOMPARE(get(*sim, u"/trader/nobody%20here?window=24h"_s).first, 404);
+        QCOMPARE(get(*sim, u"/nothing"_s).first, 404);
     }
 
     void sameSeedSameFills()
@@ -65,8 +65,8 @@ private Q_SLOTS:
         const auto fa = a->emitFills(100), fb = b->emitFills(100);
         for (int i = 0; i < 100; ++i) {
             QJsonObject x = fa[i], y = fb[i];
-            x.remove(QStringLiteral("ts"));
-            y.remove(QStringLiteral("ts"));
+            x.remove(u"ts"_s);
+            y.remove(u"ts"_s);
             QCOMPARE(x, y);
         }
         QVERIFY(started({.seed = 2, .autoTape = false})->emitFills(1).first() != fa.first());
@@ -83,15 +83,15 @@ private Q_SLOTS:
         auto sim =
             started({.scenarioFile = write("steps.json", R"([{"at": 0, "endpoint": "/tape", "status": 500},
                                                                     {"at": 0.5, "fault": "clear"}])")});
-        QCOMPARE(get(*sim, QStringLiteral("/tape?limit=5")).first, 500);
-        QTRY_COMPARE_WITH_TIMEOUT(get(*sim, QStringLiteral("/tape?limit=5")).first, 200, 3000);
+        QCOMPARE(get(*sim, u"/tape?limit=5"_s).first, 500);
+        QTRY_COMPARE_WITH_TIMEOUT(get(*sim, u"/tape?limit=5"_s).first, 200, 3000);
 
         QString error;
         const QString notAList = write("object.json", R"({"at": 0})");
         QVERIFY(!sim->loadScenario(notAList, &error));
         QVERIFY2(error.contains(notAList), qPrintable(error));
-        QVERIFY(!sim->loadScenario(dir.filePath(QStringLiteral("missing.json")), &error));
-        QVERIFY2(error.contains(QStringLiteral("missing.json")), qPrintable(error));
+        QVERIFY(!sim->loadScenario(dir.filePath(u"missing.json"_s), &error));
+        QVERIFY2(error.contains(u"missing.json"_s), qPrintable(error));
     }
 };
 
