@@ -33,10 +33,10 @@ class AppLifecycle : public QObject {
         env.remove(QStringLiteral("LARKPIN_SNAPSHOT"));
         env.remove(QStringLiteral("WAYLAND_DISPLAY"));
         const QString noBus = QStringLiteral("unix:path=") + home_.filePath(QStringLiteral("no-bus"));
-        for (const auto &[name, value] : {std::pair{"LARKPIN_SERVICE", u"127.0.0.1:%1"_s.arg(sim_->port())},
-                                          {"QT_QPA_PLATFORM", u"offscreen"_s}, {"XDG_CONFIG_HOME", home_.path()},
-                                          {"DISPLAY", display},
-                                          {"DBUS_SESSION_BUS_ADDRESS", busAddress.isEmpty() ? noBus : busAddress}})
+        for (const auto &[name, value] :
+             {std::pair{"LARKPIN_SERVICE", u"127.0.0.1:%1"_s.arg(sim_->port())}, {"DISPLAY", display},
+              {"QT_QPA_PLATFORM", u"offscreen"_s}, {"XDG_CONFIG_HOME", home_.path()},
+              {"DBUS_SESSION_BUS_ADDRESS", busAddress.isEmpty() ? noBus : busAddress}})
             env.insert(QLatin1String(name), value);
         return env;
     }

@@ -24,8 +24,9 @@ struct BareRun { const char *name, *args; int exitCode; const char *out, *err; }
 const BareRun bareRuns[] = {
     {"--version", "--version", 0, "Larkpin " LARKPIN_VERSION "\n", ""},
     {"--help", "--help", 0, "--snapshot <dir>", ""},
-    {"plain launch (or --open)", "", 1, "", "no display found (neither DISPLAY nor WAYLAND_DISPLAY is set); "
-                                            "to render pictures without a screen, run: larkpin --snapshot DIR\n"},
+    {"plain launch (or --open)", "", 1, "",
+     "no display found (neither DISPLAY nor WAYLAND_DISPLAY is set); "
+     "to render pictures without a screen, run: larkpin --snapshot DIR\n"},
     {"--quit, nothing running", "--quit", 1, "", "no running instance in this session\n"},
     {"unknown option", "--bogus", 2, "", "larkpin: Unknown option 'bogus'.\nTry 'larkpin --help'.\n"}};
 
@@ -35,8 +36,10 @@ const BareRun bareRuns[] = {
 using Act = CommandLine::Options::Action;
 struct Parse { const char *name, *args, *envSnapshot; Act action; const char *dir; };
 const Parse parses[] = {
-    {"flag", "--snapshot /tmp/a", "", Act::Run, "/tmp/a"}, {"flag=", "--snapshot=/tmp/a", "", Act::Run, "/tmp/a"},
-    {"environment", "", "/tmp/e", Act::Run, "/tmp/e"}, {"flag wins", "--snapshot /tmp/a", "/tmp/e", Act::Run, "/tmp/a"},
+    {"flag", "--snapshot /tmp/a", "", Act::Run, "/tmp/a"},
+    {"flag=", "--snapshot=/tmp/a", "", Act::Run, "/tmp/a"},
+    {"environment", "", "/tmp/e", Act::Run, "/tmp/e"},
+    {"flag wins", "--snapshot /tmp/a", "/tmp/e", Act::Run, "/tmp/a"},
     {"neither", "", "", Act::Run, ""}, {"-v", "-v", "", Act::Version, ""},
     {"stray argument", "chart", "", Act::Error, "Unexpected argument 'chart'"},
     {"--snapshot without dir", "--snapshot", "", Act::Error, "Missing value after '--snapshot'"},
@@ -45,7 +48,8 @@ const Parse parses[] = {
 struct Display { const char *name, *vars; bool has; };
 const Display displays[] = {
     {"nothing", "", false}, {"x11", "DISPLAY=:0", true}, {"wayland", "WAYLAND_DISPLAY=wayland-0", true},
-    {"offscreen by hand", "QT_QPA_PLATFORM=offscreen", true}, {"xcb asked, no display", "QT_QPA_PLATFORM=xcb", false},
+    {"offscreen by hand", "QT_QPA_PLATFORM=offscreen", true},
+    {"xcb asked, no display", "QT_QPA_PLATFORM=xcb", false},
     {"empty DISPLAY", "DISPLAY=", false}};
 // clang-format on
 } // namespace
@@ -137,8 +141,9 @@ private Q_SLOTS:
 
         const QSize strip(392, 48), panel(800, 1240);
         const struct { const char *name; QSize size; } expected[] = { // clang-format off
-            {"statusbar-light.png", strip}, {"statusbar-dark.png", strip}, {"panel.png", panel}, {"settings.png", panel},
-            {"inspector.png", panel}, {"inspector-loading.png", panel}, {"hero-detail.png", panel}}; // clang-format on
+            {"statusbar-light.png", strip}, {"statusbar-dark.png", strip}, {"panel.png", panel},
+            {"settings.png", panel}, {"inspector.png", panel}, {"inspector-loading.png", panel},
+            {"hero-detail.png", panel}}; // clang-format on
         for (const auto &file : expected) {
             QImage image;
             QVERIFY2(image.load(QDir(dir.path()).filePath(QLatin1String(file.name)), "PNG"), file.name);

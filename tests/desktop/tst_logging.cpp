@@ -26,8 +26,10 @@ void capture(QtMsgType type, const QMessageLogContext &context, const QString &t
 struct Trouble { const char *name, *line; bool trouble; };
 const Trouble troubles[] = {
     {"receive failed", "receive FAILED: the socket closed (code 1006)", true},
-    {"ping failed", "ping FAILED: no pong within 15000 ms", true}, {"undecodable", "frame #12 UNDECODABLE", true},
-    {"oversized", "frame #3 over 1048576 bytes, dropped", true}, {"ping ok", "ping ok · frames=3 fills=9", false},
+    {"ping failed", "ping FAILED: no pong within 15000 ms", true},
+    {"undecodable", "frame #12 UNDECODABLE", true},
+    {"oversized", "frame #3 over 1048576 bytes, dropped", true},
+    {"ping ok", "ping ok · frames=3 fills=9", false},
     {"frame", "frame #4 fills=2 (total 9)", false}};
 
 // The app's own lines: tagged, flattened, in larkpin.app at their level,

@@ -11,6 +11,8 @@
 #include <QProcess>
 #include <QTest>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 QStringList L(const char *words)
 {
@@ -28,8 +30,10 @@ Signal signalFor(const QString &id, const QString &ticker = QStringLiteral("BONK
 // expected lists the ids that reached the sink, in order.
 struct Notifies { const char *name, *steps, *expected; };
 const Notifies notifies[] = {
-    {"one takeover", "a:1", "a"}, {"same signal twice", "a:1 a:1", "a"}, {"back after another", "a:1 b:1 a:1", "a b"},
-    {"off", "a:0 b:0", ""}, {"switched on later: old one stays quiet", "a:0 a:1 b:1", "b"}, {"no id", ":1", ""}};
+    {"one takeover", "a:1", "a"}, {"same signal twice", "a:1 a:1", "a"},
+    {"back after another", "a:1 b:1 a:1", "a b"},
+    {"off", "a:0 b:0", ""}, {"switched on later: old one stays quiet", "a:0 a:1 b:1", "b"},
+    {"no id", ":1", ""}};
 
 // The summary says what, the body how big; only a web link is kept.
 const QString bonk = QStringLiteral("BONK"), whaleBonk = QStringLiteral("WHALE · BONK");
@@ -41,7 +45,8 @@ const Compose composes[] = {
     {"file link dropped", bonk, "file:///etc/passwd", whaleBonk, false},
     {"line breaks in wire text", QStringLiteral("BO\nNK\u2028"), "", QStringLiteral("WHALE · BO NK"), false},
     {"no ticker", {}, "", QStringLiteral("WHALE"), false},
-    {"long ticker cut", QString(500, u'T'), "", QStringLiteral("WHALE · ") + QString(71, u'T') + QChar(0x2026), false}};
+    {"long ticker cut", QString(500, u'T'), "", QStringLiteral("WHALE · ") + QString(71, u'T') + QChar(0x2026),
+     false}};
 // clang-format on
 } // namespace
 
@@ -155,19 +160,16 @@ private Q_SLOTS:
         QList<QUrl> opened;
         notifications.openUrl = [&](const QUrl &u) { opened << u; };
         const QUrl chart(QStringLiteral("https://dex.example/pair/1"));
-        notifications.show({QStringLiteral("WHALE · BONK"), QStringLiteral("bought <big> · $48.2K"), chart});
+        notifications.show({u"WHALE · BONK"_s, u"bought <big> · $48.2K"_s, chart});
         notifications.show({QStringLiteral("SPIKE · WIF"), QStringLiteral("pile-in"), QUrl()});
         QVERIFY(QTest::qWaitFor([&] { return server.calls.size() == 2; }, 3000));
 
         const QVariantList first = server.calls[0];
         // No body-markup among the server's capabilities: the body goes as is.
-        QCOMPARE(first.mid(0, 5),
-                 (QVariantList{QStringLiteral("Larkpin"), 0u, QStringLiteral("larkpin"),
-                               QStringLiteral("WHALE · BONK"), QStringLiteral("bought <big> · $48.2K")}));
-        QCOMPARE(first[5].toStringList(),
-                 (QStringList{QStringLiteral("open-chart"), QStringLiteral("Open chart")}));
-        QCOMPARE(first[6].toMap().value(QStringLiteral("desktop-entry")).toString(),
-                 QStringLiteral("larkpin"));
+        QCOMPARE(first.mid(0, 6), (QVariantList{u"Larkpin"_s, 0u, u"larkpin"_s, u"WHALE · BONK"_s,
+                                                u"bought <big> · $48.2K"_s,
+                                                QStringList{u"open-chart"_s, u"Open chart"_s}}));
+        QCOMPARE(first[6].toMap().value(u"desktop-entry"_s).toString(), u"larkpin"_s);
         QVERIFY(server.calls[1][5].toStringList().isEmpty());
 
         Q_EMIT server.ActionInvoked(99, QStringLiteral("open-chart")); // someone else's

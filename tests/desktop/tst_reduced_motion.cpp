@@ -28,7 +28,8 @@ const char *const instant = "[General]\nColorScheme=BreezeDark\n\n[KDE]\nAnimati
 struct Later { const char *name, *override, *gnome, *kdeglobals; bool before, after; int changes; };
 const Later laters[] = {
     {"animations off", "", "false", "", false, true, 1}, {"animations on", "", "true", "", false, false, 0},
-    {"kde instant", "", "true", instant, true, true, 0}, {"override 0 wins", "0", "false", instant, false, false, 0},
+    {"kde instant", "", "true", instant, true, true, 0},
+    {"override 0 wins", "0", "false", instant, false, false, 0},
     {"override 1 wins", "1", "true", "", true, true, 0}};
 // clang-format on
 

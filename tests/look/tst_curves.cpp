@@ -17,7 +17,8 @@ using Bezier = Easing::CubicBezier;
 namespace {
 // "flat start" has no slope at all at 0.
 struct Curve { const char *name; Bezier curve; };
-const Curve curves[] = {{"ease-out", Easing::easeOut}, {"ease-in-out", Easing::easeInOut}, {"flip", Easing::flip},
+const Curve curves[] = {{"ease-out", Easing::easeOut}, {"ease-in-out", Easing::easeInOut},
+                        {"flip", Easing::flip},
                         {"overshooting", {0.3, -0.4, 0.7, 1.4}}, {"flat start", {0, 0, 0, 1}},
                         {"linear", {0.25, 0.25, 0.75, 0.75}}};
 

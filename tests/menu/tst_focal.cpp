@@ -51,7 +51,8 @@ const Choice choices[] = {
     {"first list only warms up", {{{big}}, {{trade("next", 30000), big}}}, "next"},
     {"off before warm-up does not warm up", {{{big}, 0}, {{big, a}}}, ""},
     {"a returning id is fresh again", {{{a}}, {}, {{a}}}, "a"},
-    {"size at the threshold", one(trade("x", 25000)), "x"}, {"size just under", one(trade("x", 24999.99)), ""},
+    {"size at the threshold", one(trade("x", 25000)), "x"},
+    {"size just under", one(trade("x", 24999.99)), ""},
     {"no size, high priority", one(trade("x", std::nullopt, 99)), ""},
     {"spike 60 without size", one(trade("x", std::nullopt, 60, 5, SignalKind::spike)), "x"},
     {"spike 59 without size", one(trade("x", std::nullopt, 59, 5, SignalKind::spike)), ""},
@@ -68,8 +69,10 @@ const Choice choices[] = {
     {"another wallet watched", {{{}, 25000, kimber}, {{small}, 25000, kimber}}, ""},
     {"nobody watched", {{}, {{small}}}, ""},
     {"held: radar first, then the backfill",
-     {holdUp, {{radar}}, {{tape, radar}}, letGo, {{tape, radar}}, {{trade("live", 3e4), tape, radar}}}, "live"},
-    {"held: backfill list seen at the release", {holdUp, {{radar}}, letGo, {{tape, radar}}, {{tape, radar}}}, ""},
+     {holdUp, {{radar}}, {{tape, radar}}, letGo, {{tape, radar}}, {{trade("live", 3e4), tape, radar}}},
+     "live"},
+    {"held: backfill list seen at the release",
+     {holdUp, {{radar}}, letGo, {{tape, radar}}, {{tape, radar}}}, ""},
     {"held: nothing before the release", {holdUp, letGo, {{}}, {{tape}}}, "tape"}};
 // clang-format on
 } // namespace

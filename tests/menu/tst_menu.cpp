@@ -23,7 +23,7 @@
 using namespace Qt::StringLiterals;
 
 // clang-format off
-struct StatusLineRow { const char *name; LinkState link; int whales, stocks; const char *expected; };
+struct StatusLineRow { const char *name; LinkState link; int whales, stocks; const char *out; };
 const StatusLineRow statusLines[] = {
     {"connecting", LinkState::connecting, 2, 1, "Connecting…"},
     {"live, nothing yet", LinkState::live, 0, 0, "Waiting for signals"},
@@ -55,7 +55,8 @@ const Placement placements[] = {
     {"own reservation, no bar: stays put", hd, {0, 24, 1920, 1056}, {1724, 0, 196, 24}, {1724, 0, 196, 24}},
     {"late panel taller than the strip: moves under it", hd, {0, 30, 1920, 1050}, {1724, 0, 196, 24},
      {1724, 30, 196, 30}},
-    {"panel gone: the work area no longer ends at the strip", hd, hd, {1724, 28, 196, 28}, {1724, 0, 196, 24}},
+    {"panel gone: the work area no longer ends at the strip", hd, hd, {1724, 28, 196, 28},
+     {1724, 0, 196, 24}},
     {"screen grew: follows the new right edge", {0, 0, 2560, 1440}, {0, 24, 2560, 1416}, {1724, 0, 196, 24},
      {2560 - 196, 0, 196, 24}},
     {"reservation on another screen is not ours here", {1920, 0, 1280, 1024}, {1920, 24, 1280, 1000},
@@ -71,7 +72,8 @@ const BarSample barSamples[] = {
 struct Strut { const char *name; QRect root, strip; QList<uint> strut; };
 const Strut struts[] = {
     {"under a 28 px bar", hd, {1724, 28, 196, 28}, {0, 0, 56, 0, 0, 0, 0, 0, 1724, 1919, 0, 0}},
-    {"right screen of two", {0, 0, 3840, 1080}, {3644, 0, 196, 24}, {0, 0, 24, 0, 0, 0, 0, 0, 3644, 3839, 0, 0}},
+    {"right screen of two", {0, 0, 3840, 1080}, {3644, 0, 196, 24},
+     {0, 0, 24, 0, 0, 0, 0, 0, 3644, 3839, 0, 0}},
     {"withdrawn", hd, {}, QList<uint>(12, 0)}, {"off the root", hd, {4000, 0, 196, 24}, QList<uint>(12, 0)}};
 // clang-format on
 
@@ -119,7 +121,7 @@ private Q_SLOTS:
     void statusLine()
     {
         const StatusLineRow &r = row(statusLines);
-        QCOMPARE(StatusItemController::statusLine(r.link, r.whales, 0, r.stocks), QString::fromUtf8(r.expected));
+        QCOMPARE(StatusItemController::statusLine(r.link, r.whales, 0, r.stocks), QString::fromUtf8(r.out));
     }
 
     void badgeAndRuns()

@@ -64,7 +64,8 @@ const Dot dots[] = {{"1x", 1, {}}, {"2x", 2, {}}, {"2x, odd bar half a point dow
                     {"1x, quarter pixels", 1, {0.25, 0.75}}};
 
 struct BlurRow { const char *name; double sigma, scale; };
-const BlurRow blurs[] = {{"too small to blur", 0.02, 1}, {"the glow", 2, 2}, {"the lane at its softest", 2.2, 1},
+const BlurRow blurs[] = {{"too small to blur", 0.02, 1}, {"the glow", 2, 2},
+                         {"the lane at its softest", 2.2, 1},
                          {"wide", 6, 1}};
 } // namespace
 
