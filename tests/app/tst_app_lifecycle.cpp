@@ -15,6 +15,8 @@
 #include <csignal>
 #include <memory>
 
+using namespace Qt::StringLiterals;
+
 class AppLifecycle : public QObject {
     Q_OBJECT
 
@@ -30,14 +32,12 @@ class AppLifecycle : public QObject {
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
         env.remove(QStringLiteral("LARKPIN_SNAPSHOT"));
         env.remove(QStringLiteral("WAYLAND_DISPLAY"));
-        env.insert(QStringLiteral("LARKPIN_SERVICE"), QStringLiteral("127.0.0.1:%1").arg(sim_->port()));
-        env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
-        env.insert(QStringLiteral("XDG_CONFIG_HOME"), home_.path());
-        env.insert(QStringLiteral("DISPLAY"), display);
-        env.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"),
-                   busAddress.isEmpty()
-                       ? QStringLiteral("unix:path=") + home_.filePath(QStringLiteral("no-bus"))
-                       : busAddress);
+        const QString noBus = QStringLiteral("unix:path=") + home_.filePath(QStringLiteral("no-bus"));
+        for (const auto &[name, value] :
+             {std::pair{"LARKPIN_SERVICE", u"127.0.0.1:%1"_s.arg(sim_->port())}, {"DISPLAY", display},
+              {"QT_QPA_PLATFORM", u"offscreen"_s}, {"XDG_CONFIG_HOME", home_.path()},
+              {"DBUS_SESSION_BUS_ADDRESS", busAddress.isEmpty() ? noBus : busAddress}})
+            env.insert(QLatin1String(name), value);
         return env;
     }
 
@@ -100,10 +100,7 @@ private Q_SLOTS:
 
     void init()
     {
-        tarnwick::SimOptions options;
-        options.port = 0;
-        options.ratePerMinute = 60;
-        sim_ = std::make_unique<tarnwick::SimServer>(options);
+        sim_ = std::make_unique<tarnwick::SimServer>(tarnwick::SimOptions{.port = 0, .ratePerMinute = 60});
         QString error;
         QVERIFY2(sim_->start(&error), qPrintable(error));
     }

@@ -4,6 +4,7 @@
 
 #include "BuildConfig.h"
 #include "Desktop/CommandLine.h"
+#include "Table.h"
 #include "TarnwickSim.h"
 
 #include <QDir>
@@ -17,6 +18,40 @@ QStringList A(const char *words)
 {
     return QString::fromUtf8(words).split(QLatin1Char(' '), Qt::SkipEmptyParts);
 }
+
+// clang-format off
+struct BareRun { const char *name, *args; int exitCode; const char *out, *err; };
+const BareRun bareRuns[] = {
+    {"--version", "--version", 0, "Larkpin " LARKPIN_VERSION "\n", ""},
+    {"--help", "--help", 0, "--snapshot <dir>", ""},
+    {"plain launch (or --open)", "", 1, "",
+     "no display found (neither DISPLAY nor WAYLAND_DISPLAY is set); "
+     "to render pictures without a screen, run: larkpin --snapshot DIR\n"},
+    {"--quit, nothing running", "--quit", 1, "", "no running instance in this session\n"},
+    {"unknown option", "--bogus", 2, "", "larkpin: Unknown option 'bogus'.\nTry 'larkpin --help'.\n"}};
+
+// --snapshot is a synonym of LARKPIN_SNAPSHOT and wins over it; an error
+// holds what the launch prints before it exits with 2. dir: the snapshot
+// folder, or a part of the error.
+using Act = CommandLine::Options::Action;
+struct Parse { const char *name, *args, *envSnapshot; Act action; const char *dir; };
+const Parse parses[] = {
+    {"flag", "--snapshot /tmp/a", "", Act::Run, "/tmp/a"},
+    {"flag=", "--snapshot=/tmp/a", "", Act::Run, "/tmp/a"},
+    {"environment", "", "/tmp/e", Act::Run, "/tmp/e"},
+    {"flag wins", "--snapshot /tmp/a", "/tmp/e", Act::Run, "/tmp/a"},
+    {"neither", "", "", Act::Run, ""}, {"-v", "-v", "", Act::Version, ""},
+    {"stray argument", "chart", "", Act::Error, "Unexpected argument 'chart'"},
+    {"--snapshot without dir", "--snapshot", "", Act::Error, "Missing value after '--snapshot'"},
+    {"two modes", "--open --quit", "", Act::Error, "cannot be combined"}};
+
+struct Display { const char *name, *vars; bool has; };
+const Display displays[] = {
+    {"nothing", "", false}, {"x11", "DISPLAY=:0", true}, {"wayland", "WAYLAND_DISPLAY=wayland-0", true},
+    {"offscreen by hand", "QT_QPA_PLATFORM=offscreen", true},
+    {"xcb asked, no display", "QT_QPA_PLATFORM=xcb", false},
+    {"empty DISPLAY", "DISPLAY=", false}};
+// clang-format on
 } // namespace
 
 class CommandLineTest : public QObject {
@@ -40,34 +75,14 @@ class CommandLineTest : public QObject {
     }
 
 private Q_SLOTS:
-    void withoutDisplay_data()
-    {
-        QTest::addColumn<QStringList>("args");
-        QTest::addColumn<int>("exitCode");
-        QTest::addColumn<QString>("out");
-        QTest::addColumn<QString>("err");
-        QTest::newRow("--version") << A("--version") << 0 << QStringLiteral("Larkpin " LARKPIN_VERSION "\n")
-                                   << QString();
-        QTest::newRow("--help") << A("--help") << 0 << QStringLiteral("--snapshot <dir>") << QString();
-        QTest::newRow("plain launch (or --open)")
-            << A("") << 1 << QString()
-            << QStringLiteral("no display found (neither DISPLAY nor WAYLAND_DISPLAY is set); to render "
-                              "pictures without a screen, run: larkpin --snapshot DIR\n");
-        QTest::newRow("--quit, nothing running")
-            << A("--quit") << 1 << QString() << QStringLiteral("no running instance in this session\n");
-        QTest::newRow("unknown option")
-            << A("--bogus") << 2 << QString()
-            << QStringLiteral("larkpin: Unknown option 'bogus'.\nTry 'larkpin --help'.\n");
-    }
+    void withoutDisplay_data() { rows(bareRuns); }
     void withoutDisplay()
     {
-        QFETCH(QStringList, args);
-        QFETCH(int, exitCode);
-        QFETCH(QString, out);
-        QFETCH(QString, err);
+        const auto [name, args, exitCode, outText, errText] = row(bareRuns);
+        const QString out = QString::fromUtf8(outText), err = QString::fromUtf8(errText);
         QVERIFY(home_.isValid());
         QProcess p;
-        QVERIFY(run(p, args, {QStringLiteral("XDG_CONFIG_HOME=") + home_.path()}));
+        QVERIFY(run(p, A(args), {QStringLiteral("XDG_CONFIG_HOME=") + home_.path()}));
         const QString gotOut = QString::fromUtf8(p.readAllStandardOutput());
         const QString gotErr = QString::fromUtf8(p.readAllStandardError());
         QCOMPARE(p.exitStatus(), QProcess::NormalExit); // never an abort
@@ -78,43 +93,16 @@ private Q_SLOTS:
             QVERIFY2(gotErr.isEmpty(), qPrintable(gotErr));
     }
 
-    // --snapshot is a synonym of LARKPIN_SNAPSHOT and wins over it; an error
-    // holds what the launch prints before it exits with 2.
-    void parse_data()
-    {
-        QTest::addColumn<QStringList>("args");
-        QTest::addColumn<QString>("envSnapshot");
-        QTest::addColumn<int>("action");
-        QTest::addColumn<QString>("dir"); // the snapshot folder, or a part of the error
-        using Act = CommandLine::Options::Action;
-        QTest::newRow("flag") << A("--snapshot /tmp/a") << QString() << int(Act::Run)
-                              << QStringLiteral("/tmp/a");
-        QTest::newRow("flag=") << A("--snapshot=/tmp/a") << QString() << int(Act::Run)
-                               << QStringLiteral("/tmp/a");
-        QTest::newRow("environment") << A("") << QStringLiteral("/tmp/e") << int(Act::Run)
-                                     << QStringLiteral("/tmp/e");
-        QTest::newRow("flag wins") << A("--snapshot /tmp/a") << QStringLiteral("/tmp/e") << int(Act::Run)
-                                   << QStringLiteral("/tmp/a");
-        QTest::newRow("neither") << A("") << QString() << int(Act::Run) << QString();
-        QTest::newRow("-v") << A("-v") << QString() << int(Act::Version) << QString();
-        QTest::newRow("stray argument")
-            << A("chart") << QString() << int(Act::Error) << QStringLiteral("Unexpected argument 'chart'");
-        QTest::newRow("--snapshot without dir") << A("--snapshot") << QString() << int(Act::Error)
-                                                << QStringLiteral("Missing value after '--snapshot'");
-        QTest::newRow("two modes") << A("--open --quit") << QString() << int(Act::Error)
-                                   << QStringLiteral("cannot be combined");
-    }
+    void parse_data() { rows(parses); }
     void parse()
     {
-        QFETCH(QStringList, args);
-        QFETCH(QString, envSnapshot);
-        QFETCH(int, action);
-        QFETCH(QString, dir);
+        const auto [name, args, envSnapshot, action, dirText] = row(parses);
+        const QString dir = QString::fromUtf8(dirText);
         QProcessEnvironment env;
-        if (!envSnapshot.isEmpty())
-            env.insert(QStringLiteral("LARKPIN_SNAPSHOT"), envSnapshot);
-        const auto o = CommandLine::parse(QStringList{QStringLiteral("larkpin")} + args, env);
-        QCOMPARE(int(o.action), action);
+        if (*envSnapshot)
+            env.insert(QStringLiteral("LARKPIN_SNAPSHOT"), QString::fromUtf8(envSnapshot));
+        const auto o = CommandLine::parse(QStringList{QStringLiteral("larkpin")} + A(args), env);
+        QCOMPARE(int(o.action), int(action));
         if (o.action == CommandLine::Options::Action::Error) {
             QVERIFY2(o.error.contains(dir), qPrintable(o.error));
             return;
@@ -123,23 +111,12 @@ private Q_SLOTS:
         QCOMPARE(o.snapshotDir, dir);
     }
 
-    void display_data()
-    {
-        QTest::addColumn<QStringList>("vars");
-        QTest::addColumn<bool>("has");
-        QTest::newRow("nothing") << A("") << false;
-        QTest::newRow("x11") << A("DISPLAY=:0") << true;
-        QTest::newRow("wayland") << A("WAYLAND_DISPLAY=wayland-0") << true;
-        QTest::newRow("offscreen by hand") << A("QT_QPA_PLATFORM=offscreen") << true;
-        QTest::newRow("xcb asked, no display") << A("QT_QPA_PLATFORM=xcb") << false;
-        QTest::newRow("empty DISPLAY") << A("DISPLAY=") << false;
-    }
+    void display_data() { rows(displays); }
     void display()
     {
-        QFETCH(QStringList, vars);
-        QFETCH(bool, has);
+        const auto [name, vars, has] = row(displays);
         QProcessEnvironment env;
-        for (const QString &v : vars)
+        for (const QString &v : A(vars))
             env.insert(v.section(QLatin1Char('='), 0, 0), v.section(QLatin1Char('='), 1));
         QCOMPARE(CommandLine::hasDisplay(env), has);
     }
@@ -148,11 +125,7 @@ private Q_SLOTS:
     // data, the trace's lines, and a clean socket close on the way out.
     void snapshotOfLiveData()
     {
-        tarnwick::SimOptions options;
-        options.port = 0;
-        options.ratePerMinute = 240;
-        options.seed = 11;
-        tarnwick::SimServer sim(options);
+        tarnwick::SimServer sim({.port = 0, .ratePerMinute = 240, .seed = 11});
         QString error;
         QVERIFY2(sim.start(&error), qPrintable(QStringLiteral("the tape service did not start: ") + error));
         QTemporaryDir dir;
@@ -166,13 +139,11 @@ private Q_SLOTS:
         QVERIFY2(app.exitStatus() == QProcess::NormalExit && app.exitCode() == 0,
                  qPrintable(log.right(3000)));
 
-        const struct {
-            const char *name;
-            QSize size;
-        } expected[] = {{"statusbar-light.png", {392, 48}}, {"statusbar-dark.png", {392, 48}},
-                        {"panel.png", {800, 1240}},         {"settings.png", {800, 1240}},
-                        {"inspector.png", {800, 1240}},     {"inspector-loading.png", {800, 1240}},
-                        {"hero-detail.png", {800, 1240}}};
+        const QSize strip(392, 48), panel(800, 1240);
+        const struct { const char *name; QSize size; } expected[] = { // clang-format off
+            {"statusbar-light.png", strip}, {"statusbar-dark.png", strip}, {"panel.png", panel},
+            {"settings.png", panel}, {"inspector.png", panel}, {"inspector-loading.png", panel},
+            {"hero-detail.png", panel}}; // clang-format on
         for (const auto &file : expected) {
             QImage image;
             QVERIFY2(image.load(QDir(dir.path()).filePath(QLatin1String(file.name)), "PNG"), file.name);

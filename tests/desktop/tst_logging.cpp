@@ -3,20 +3,42 @@
 // each however the wire text is shaped, and held back after a burst.
 
 #include "Support/Log.h"
+#include "Table.h"
 
 #include <QTest>
+
+using namespace Qt::StringLiterals;
 
 namespace {
 struct Captured {
     QString category;
     QtMsgType type;
     QString text;
+    bool operator==(const Captured &) const = default;
 };
 QList<Captured> captured;
 void capture(QtMsgType type, const QMessageLogContext &context, const QString &text)
 {
     captured << Captured{QString::fromLatin1(context.category), type, text};
 }
+
+// clang-format off
+struct Trouble { const char *name, *line; bool trouble; };
+const Trouble troubles[] = {
+    {"receive failed", "receive FAILED: the socket closed (code 1006)", true},
+    {"ping failed", "ping FAILED: no pong within 15000 ms", true},
+    {"undecodable", "frame #12 UNDECODABLE", true},
+    {"oversized", "frame #3 over 1048576 bytes, dropped", true},
+    {"ping ok", "ping ok · frames=3 fills=9", false},
+    {"frame", "frame #4 fills=2 (total 9)", false}};
+
+// The app's own lines: tagged, flattened, in larkpin.app at their level,
+// and printed whether or not the trace is on (they are not in the trace).
+struct AppLine { const char *name; QtMsgType type; bool tracing; };
+const AppLine appLineRows[] = {
+    {"warning", QtWarningMsg, false}, {"warning while tracing", QtWarningMsg, true},
+    {"info", QtInfoMsg, false}, {"critical", QtCriticalMsg, false}};
+// clang-format on
 } // namespace
 
 class LoggingTest : public QObject {
@@ -32,62 +54,34 @@ private Q_SLOTS:
     }
     void cleanup() { qInstallMessageHandler(previous_); }
 
-    void whatCountsAsTrouble_data()
-    {
-        QTest::addColumn<QString>("line");
-        QTest::addColumn<bool>("trouble");
-        QTest::newRow("receive failed")
-            << QStringLiteral("receive FAILED: the socket closed (code 1006)") << true;
-        QTest::newRow("ping failed") << QStringLiteral("ping FAILED: no pong within 15000 ms") << true;
-        QTest::newRow("undecodable") << QStringLiteral("frame #12 UNDECODABLE") << true;
-        QTest::newRow("oversized") << QStringLiteral("frame #3 over 1048576 bytes, dropped") << true;
-        QTest::newRow("ping ok") << QStringLiteral("ping ok · frames=3 fills=9") << false;
-        QTest::newRow("frame") << QStringLiteral("frame #4 fills=2 (total 9)") << false;
-    }
+    void whatCountsAsTrouble_data() { rows(troubles); }
     void whatCountsAsTrouble()
     {
-        QFETCH(QString, line);
-        QFETCH(bool, trouble);
-        QCOMPARE(Log::isTrouble(line), trouble);
+        const Trouble &r = row(troubles);
+        QCOMPARE(Log::isTrouble(QString::fromUtf8(r.line)), r.trouble);
     }
 
     void troubleIsOneFlatWarningUnlessTracing()
     {
         Log::trouble(lcInput(), QStringLiteral("bad symbol \"AB\nC\u2028D\" dropped"));
-        QCOMPARE(captured.size(), 1);
-        QCOMPARE(captured[0].type, QtWarningMsg);
-        QCOMPARE(captured[0].category, QStringLiteral("larkpin.input"));
-        QCOMPARE(captured[0].text, QStringLiteral("bad symbol \"AB C D\" dropped"));
+        const QList<Captured> flat{{u"larkpin.input"_s, QtWarningMsg, u"bad symbol \"AB C D\" dropped"_s}};
+        QCOMPARE(captured, flat);
         qputenv("LARKPIN_LOG", "1");
         Log::trouble(lcInput(), QStringLiteral("receive FAILED: x"));
-        QCOMPARE(captured.size(), 1);
+        QCOMPARE(captured, flat);
     }
 
-    // The app's own lines: tagged, flattened, in larkpin.app at their level,
-    // and printed whether or not the trace is on (they are not in the trace).
-    void appLines_data()
-    {
-        QTest::addColumn<int>("type");
-        QTest::addColumn<bool>("tracing");
-        QTest::newRow("warning") << int(QtWarningMsg) << false;
-        QTest::newRow("warning while tracing") << int(QtWarningMsg) << true;
-        QTest::newRow("info") << int(QtInfoMsg) << false;
-        QTest::newRow("critical") << int(QtCriticalMsg) << false;
-    }
+    void appLines_data() { rows(appLineRows); }
     void appLines()
     {
-        QFETCH(int, type);
-        QFETCH(bool, tracing);
+        const auto [name, type, tracing] = row(appLineRows);
         if (tracing)
             qputenv("LARKPIN_LOG", "1");
         const auto write = type == QtWarningMsg ? Log::warning
                            : type == QtInfoMsg  ? Log::info
                                                 : Log::critical;
         write(lcApp(), QStringLiteral("cannot save \"a\nb\""));
-        QCOMPARE(captured.size(), 1);
-        QCOMPARE(int(captured[0].type), type);
-        QCOMPARE(captured[0].category, QStringLiteral("larkpin.app"));
-        QCOMPARE(captured[0].text, QStringLiteral("[Larkpin] cannot save \"a b\""));
+        QCOMPARE(captured, (QList<Captured>{{u"larkpin.app"_s, type, u"[Larkpin] cannot save \"a b\""_s}}));
     }
 
     // The link category was not used by the cases above: its window is fresh.

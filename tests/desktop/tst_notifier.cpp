@@ -3,12 +3,15 @@
 // notification service on a private session bus.
 
 #include "Desktop/Notifier.h"
+#include "Table.h"
 
 #include <QDBusAbstractAdaptor>
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QProcess>
 #include <QTest>
+
+using namespace Qt::StringLiterals;
 
 namespace {
 QStringList L(const char *words)
@@ -18,14 +21,33 @@ QStringList L(const char *words)
 
 Signal signalFor(const QString &id, const QString &ticker = QStringLiteral("BONK"))
 {
-    Signal s;
-    s.id = id;
-    s.kind = SignalKind::whale;
-    s.line.ticker = ticker;
-    s.line.body = QStringLiteral("bought by 0x12…ef");
-    s.line.figure = QStringLiteral("$48.2K");
-    return s;
+    return Signal{.id = id, .line = {.ticker = ticker, .body = QStringLiteral("bought by 0x12…ef"),
+                                     .figure = QStringLiteral("$48.2K")}};
 }
+
+// clang-format off
+// Each step is "id:on" (a takeover by id while notifications are on/off);
+// expected lists the ids that reached the sink, in order.
+struct Notifies { const char *name, *steps, *expected; };
+const Notifies notifies[] = {
+    {"one takeover", "a:1", "a"}, {"same signal twice", "a:1 a:1", "a"},
+    {"back after another", "a:1 b:1 a:1", "a b"},
+    {"off", "a:0 b:0", ""}, {"switched on later: old one stays quiet", "a:0 a:1 b:1", "b"},
+    {"no id", ":1", ""}};
+
+// The summary says what, the body how big; only a web link is kept.
+const QString bonk = QStringLiteral("BONK"), whaleBonk = QStringLiteral("WHALE · BONK");
+struct Compose { const char *name; QString ticker; const char *link; QString summary; bool kept; };
+const Compose composes[] = {
+    {"https link", bonk, "https://dex.example/pair/1", whaleBonk, true},
+    {"http link", bonk, "http://dex.example/p", whaleBonk, true}, {"no link", bonk, "", whaleBonk, false},
+    {"javascript link dropped", bonk, "javascript:alert(1)", whaleBonk, false},
+    {"file link dropped", bonk, "file:///etc/passwd", whaleBonk, false},
+    {"line breaks in wire text", QStringLiteral("BO\nNK\u2028"), "", QStringLiteral("WHALE · BO NK"), false},
+    {"no ticker", {}, "", QStringLiteral("WHALE"), false},
+    {"long ticker cut", QString(500, u'T'), "", QStringLiteral("WHALE · ") + QString(71, u'T') + QChar(0x2026),
+     false}};
+// clang-format on
 } // namespace
 
 // Stands in for a desktop's notification daemon: records the Notify calls and
@@ -52,34 +74,21 @@ class NotifierTest : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    // Each step is "id:on" (a takeover by id while notifications are on/off);
-    // expected lists the ids that reached the sink, in order.
-    void whenItNotifies_data()
-    {
-        QTest::addColumn<QStringList>("steps");
-        QTest::addColumn<QStringList>("expected");
-        QTest::newRow("one takeover") << L("a:1") << L("a");
-        QTest::newRow("same signal twice") << L("a:1 a:1") << L("a");
-        QTest::newRow("back after another") << L("a:1 b:1 a:1") << L("a b");
-        QTest::newRow("off") << L("a:0 b:0") << L("");
-        QTest::newRow("switched on later: old one stays quiet") << L("a:0 a:1 b:1") << L("b");
-        QTest::newRow("no id") << L(":1") << L("");
-    }
+    void whenItNotifies_data() { rows(notifies); }
     void whenItNotifies()
     {
-        QFETCH(QStringList, steps);
-        QFETCH(QStringList, expected);
+        const auto [name, steps, expected] = row(notifies);
         bool on = true;
         QStringList sent;
         QString lastId;
         TakeoverNotifier notifier([&] { return on; }, nullptr,
                                   [&](const DesktopNotification &) { sent << lastId; });
-        for (const QString &step : steps) {
+        for (const QString &step : L(steps)) {
             lastId = step.section(QLatin1Char(':'), 0, 0);
             on = step.endsWith(QLatin1String(":1"));
             notifier.takeover(signalFor(lastId));
         }
-        QCOMPARE(sent, expected);
+        QCOMPARE(sent, L(expected));
     }
 
     // Ids are remembered for a bounded number of takeovers.
@@ -94,41 +103,17 @@ private Q_SLOTS:
         QVERIFY(notifier.takeover(signalFor(QStringLiteral("0"))));                               // forgotten
     }
 
-    // The summary says what, the body how big; only a web link is kept.
-    void compose_data()
-    {
-        QTest::addColumn<QString>("ticker");
-        QTest::addColumn<QString>("link");
-        QTest::addColumn<QString>("summary");
-        QTest::addColumn<bool>("kept");
-        const QString bonk = QStringLiteral("BONK"), whaleBonk = QStringLiteral("WHALE · BONK");
-        QTest::newRow("https link") << bonk << QStringLiteral("https://dex.example/pair/1") << whaleBonk
-                                    << true;
-        QTest::newRow("http link") << bonk << QStringLiteral("http://dex.example/p") << whaleBonk << true;
-        QTest::newRow("no link") << bonk << QString() << whaleBonk << false;
-        QTest::newRow("javascript link dropped")
-            << bonk << QStringLiteral("javascript:alert(1)") << whaleBonk << false;
-        QTest::newRow("file link dropped")
-            << bonk << QStringLiteral("file:///etc/passwd") << whaleBonk << false;
-        QTest::newRow("line breaks in wire text")
-            << QStringLiteral("BO\nNK\u2028") << QString() << QStringLiteral("WHALE · BO NK") << false;
-        QTest::newRow("no ticker") << QString() << QString() << QStringLiteral("WHALE") << false;
-        QTest::newRow("long ticker cut")
-            << QString(500, u'T') << QString()
-            << QStringLiteral("WHALE · ") + QString(71, u'T') + QChar(0x2026) << false;
-    }
+    void compose_data() { rows(composes); }
     void compose()
     {
-        QFETCH(QString, ticker);
-        QFETCH(QString, link);
-        QFETCH(QString, summary);
-        QFETCH(bool, kept);
+        const Compose &r = row(composes);
+        const QString link = QString::fromUtf8(r.link);
         const auto n =
-            TakeoverNotifier::compose(signalFor(QStringLiteral("x"), ticker),
+            TakeoverNotifier::compose(signalFor(QStringLiteral("x"), r.ticker),
                                       link.isEmpty() ? std::nullopt : std::optional<QUrl>(QUrl(link)));
-        QCOMPARE(n.summary, summary);
+        QCOMPARE(n.summary, r.summary);
         QCOMPARE(n.body, QStringLiteral("bought by 0x12…ef · $48.2K"));
-        QCOMPARE(n.link, kept ? QUrl(link) : QUrl());
+        QCOMPARE(n.link, r.kept ? QUrl(link) : QUrl());
     }
 
     void longBodyIsCutAndMarkupEscapedOnlyWhereRendered()
@@ -175,19 +160,16 @@ private Q_SLOTS:
         QList<QUrl> opened;
         notifications.openUrl = [&](const QUrl &u) { opened << u; };
         const QUrl chart(QStringLiteral("https://dex.example/pair/1"));
-        notifications.show({QStringLiteral("WHALE · BONK"), QStringLiteral("bought <big> · $48.2K"), chart});
+        notifications.show({u"WHALE · BONK"_s, u"bought <big> · $48.2K"_s, chart});
         notifications.show({QStringLiteral("SPIKE · WIF"), QStringLiteral("pile-in"), QUrl()});
         QVERIFY(QTest::qWaitFor([&] { return server.calls.size() == 2; }, 3000));
 
         const QVariantList first = server.calls[0];
         // No body-markup among the server's capabilities: the body goes as is.
-        QCOMPARE(first.mid(0, 5),
-                 (QVariantList{QStringLiteral("Larkpin"), 0u, QStringLiteral("larkpin"),
-                               QStringLiteral("WHALE · BONK"), QStringLiteral("bought <big> · $48.2K")}));
-        QCOMPARE(first[5].toStringList(),
-                 (QStringList{QStringLiteral("open-chart"), QStringLiteral("Open chart")}));
-        QCOMPARE(first[6].toMap().value(QStringLiteral("desktop-entry")).toString(),
-                 QStringLiteral("larkpin"));
+        QCOMPARE(first.mid(0, 6), (QVariantList{u"Larkpin"_s, 0u, u"larkpin"_s, u"WHALE · BONK"_s,
+                                                u"bought <big> · $48.2K"_s,
+                                                QStringList{u"open-chart"_s, u"Open chart"_s}}));
+        QCOMPARE(first[6].toMap().value(u"desktop-entry"_s).toString(), u"larkpin"_s);
         QVERIFY(server.calls[1][5].toStringList().isEmpty());
 
         Q_EMIT server.ActionInvoked(99, QStringLiteral("open-chart")); // someone else's

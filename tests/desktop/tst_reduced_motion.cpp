@@ -2,6 +2,7 @@
 // answer reaches the views. What the ticker then draws is in menu.tst_strip_frames.
 
 #include "Look/ReducedMotion.h"
+#include "Table.h"
 
 #include <QFile>
 #include <QSignalSpy>
@@ -9,9 +10,32 @@
 #include <QTest>
 
 namespace {
+// clang-format off
+// "-": not said at all.
+struct Source { const char *name, *override, *gnome, *kde; bool reduced; };
+const Source sourceRows[] = {
+    {"nothing said", "-", "-", "-", false}, {"gnome animations off", "-", "false", "-", true},
+    {"gnome animations on", "-", "true", "-", false}, {"kde instant", "-", "-", "0", true},
+    {"kde slower", "-", "-", "2.5", false}, {"kde junk", "-", "-", "fast", false},
+    {"env asks", "1", "true", "-", true}, {"env overrides the desktop", "0", "false", "0", false},
+    {"env unclear: desktop decides", "yes", "false", "-", true}};
+
+// The environment and kdeglobals are read at once; GNOME's answer comes
+// after start-up, from whatever gsettings is on PATH (here a stand-in),
+// and reaches the views through changed(); a decisive override never
+// starts the process.
+const char *const instant = "[General]\nColorScheme=BreezeDark\n\n[KDE]\nAnimationDurationFactor=0\n";
+struct Later { const char *name, *override, *gnome, *kdeglobals; bool before, after; int changes; };
+const Later laters[] = {
+    {"animations off", "", "false", "", false, true, 1}, {"animations on", "", "true", "", false, false, 0},
+    {"kde instant", "", "true", instant, true, true, 0},
+    {"override 0 wins", "0", "false", instant, false, false, 0},
+    {"override 1 wins", "1", "true", "", true, true, 0}};
+// clang-format on
+
 std::optional<QString> opt(const char *s)
 {
-    return s ? std::optional<QString>(QString::fromLatin1(s)) : std::nullopt;
+    return qstrcmp(s, "-") ? std::optional<QString>(QString::fromLatin1(s)) : std::nullopt;
 }
 } // namespace
 
@@ -19,66 +43,22 @@ class ReducedMotionTest : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void sources_data()
-    {
-        QTest::addColumn<std::optional<QString>>("override");
-        QTest::addColumn<std::optional<QString>>("gnome");
-        QTest::addColumn<std::optional<QString>>("kde");
-        QTest::addColumn<bool>("reduced");
-        QTest::newRow("nothing said") << opt(nullptr) << opt(nullptr) << opt(nullptr) << false;
-        QTest::newRow("gnome animations off") << opt(nullptr) << opt("false") << opt(nullptr) << true;
-        QTest::newRow("gnome animations on") << opt(nullptr) << opt("true") << opt(nullptr) << false;
-        QTest::newRow("kde instant") << opt(nullptr) << opt(nullptr) << opt("0") << true;
-        QTest::newRow("kde slower") << opt(nullptr) << opt(nullptr) << opt("2.5") << false;
-        QTest::newRow("kde junk") << opt(nullptr) << opt(nullptr) << opt("fast") << false;
-        QTest::newRow("env asks") << opt("1") << opt("true") << opt(nullptr) << true;
-        QTest::newRow("env overrides the desktop") << opt("0") << opt("false") << opt("0") << false;
-        QTest::newRow("env unclear: desktop decides") << opt("yes") << opt("false") << opt(nullptr) << true;
-    }
+    void sources_data() { rows(sourceRows); }
     void sources()
     {
-        QFETCH(std::optional<QString>, override);
-        QFETCH(std::optional<QString>, gnome);
-        QFETCH(std::optional<QString>, kde);
-        QFETCH(bool, reduced);
-        QCOMPARE(ReducedMotion::reducedFrom({override, gnome, kde}), reduced);
+        const Source &r = row(sourceRows);
+        QCOMPARE(ReducedMotion::reducedFrom({opt(r.override), opt(r.gnome), opt(r.kde)}), r.reduced);
     }
 
-    // The environment and kdeglobals are read at once; GNOME's answer comes
-    // after start-up, from whatever gsettings is on PATH (here a stand-in),
-    // and reaches the views through changed(); a decisive override never
-    // starts the process.
-    void answerArrivesLater_data()
-    {
-        QTest::addColumn<QString>("override");
-        QTest::addColumn<QString>("gnome");
-        QTest::addColumn<QByteArray>("kdeglobals");
-        QTest::addColumn<bool>("before");
-        QTest::addColumn<bool>("after");
-        QTest::addColumn<int>("changes");
-        const QByteArray instant = "[General]\nColorScheme=BreezeDark\n\n[KDE]\nAnimationDurationFactor=0\n";
-        QTest::newRow("animations off")
-            << QString() << QStringLiteral("false") << QByteArray() << false << true << 1;
-        QTest::newRow("animations on")
-            << QString() << QStringLiteral("true") << QByteArray() << false << false << 0;
-        QTest::newRow("kde instant") << QString() << QStringLiteral("true") << instant << true << true << 0;
-        QTest::newRow("override 0 wins")
-            << QStringLiteral("0") << QStringLiteral("false") << instant << false << false << 0;
-        QTest::newRow("override 1 wins")
-            << QStringLiteral("1") << QStringLiteral("true") << QByteArray() << true << true << 0;
-    }
+    void answerArrivesLater_data() { rows(laters); }
     void answerArrivesLater()
     {
-        QFETCH(QString, override);
-        QFETCH(QString, gnome);
-        QFETCH(QByteArray, kdeglobals);
-        QFETCH(bool, before);
-        QFETCH(bool, after);
-        QFETCH(int, changes);
+        const auto [name, override, gnome, kdeglobalsText, before, after, changes] = row(laters);
+        const QByteArray kdeglobals(kdeglobalsText);
         QTemporaryDir bin; // the stand-in gsettings, and the config folder
         QFile tool(bin.filePath(QStringLiteral("gsettings")));
         QVERIFY(tool.open(QIODevice::WriteOnly));
-        tool.write("#!/bin/sh\necho " + gnome.toLatin1() + "\n");
+        tool.write(QByteArray("#!/bin/sh\necho ") + gnome + "\n");
         tool.close();
         tool.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
         if (!kdeglobals.isEmpty()) {
@@ -93,10 +73,10 @@ private Q_SLOTS:
         });
         qputenv("PATH", bin.path().toLocal8Bit() + ':' + path);
         qputenv("XDG_CONFIG_HOME", bin.path().toLocal8Bit());
-        if (override.isEmpty())
-            qunsetenv("LARKPIN_REDUCE_MOTION");
+        if (*override)
+            qputenv("LARKPIN_REDUCE_MOTION", override);
         else
-            qputenv("LARKPIN_REDUCE_MOTION", override.toLatin1());
+            qunsetenv("LARKPIN_REDUCE_MOTION");
 
         ReducedMotion::Watcher watcher(nullptr, 0);
         QSignalSpy spy(&watcher, &ReducedMotion::Watcher::changed);

@@ -4,6 +4,7 @@
 #include "Look/Easing.h"
 #include "Look/Motion.h"
 #include "Look/Spring.h"
+#include "Table.h"
 
 #include <QEasingCurve>
 #include <QTest>
@@ -12,29 +13,37 @@
 #include <numbers>
 
 using Bezier = Easing::CubicBezier;
-Q_DECLARE_METATYPE(Bezier)
-Q_DECLARE_METATYPE(Spring)
 
 namespace {
-void addCurves()
-{
-    QTest::addColumn<Bezier>("curve");
-    QTest::newRow("ease-out") << Easing::easeOut;
-    QTest::newRow("ease-in-out") << Easing::easeInOut;
-    QTest::newRow("flip") << Easing::flip;
-    QTest::newRow("overshooting") << Bezier{0.3, -0.4, 0.7, 1.4};
-    QTest::newRow("flat start") << Bezier{0, 0, 0, 1}; // no slope at all at 0
-    QTest::newRow("linear") << Bezier{0.25, 0.25, 0.75, 0.75};
-}
+// "flat start" has no slope at all at 0.
+struct Curve { const char *name; Bezier curve; };
+const Curve curves[] = {{"ease-out", Easing::easeOut}, {"ease-in-out", Easing::easeInOut},
+                        {"flip", Easing::flip},
+                        {"overshooting", {0.3, -0.4, 0.7, 1.4}}, {"flat start", {0, 0, 0, 1}},
+                        {"linear", {0.25, 0.25, 0.75, 0.75}}};
+
+// Symmetric control points put the middle on the middle; at the parameter
+// u = 1/2 both coordinates are 3/8 (c1 + c2) + 1/8.
+struct Known { const char *name; Bezier curve; double x, expected; };
+const Known knownValues_[] = {{"ease-in-out, half way", Easing::easeInOut, 0.5, 0.5},
+                              {"on the diagonal", {1 / 3.0, 1 / 3.0, 2 / 3.0, 2 / 3.0}, 0.3, 0.3},
+                              {"ease-out at u = 1/2", Easing::easeOut, 0.3425, 0.5},
+                              {"flip at u = 1/2", Easing::flip, 0.3125, 0.5}};
+
+struct SpringRow { const char *name; Spring spring; };
+const SpringRow springs_[] = {{"snap", Motion::snap.spring()}, {"settle", Motion::settle.spring()},
+                              {"roll", Motion::roll.spring()}, {"focal entrance", {0.7, 260, 16}},
+                              {"critical", Spring::fromResponse(0.4, 1.0)},
+                              {"over-damped", Spring::fromResponse(0.4, 2.5)}};
 } // namespace
 
 class CurvesTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
-    void bezierMatchesQEasingCurve_data() { addCurves(); }
+    void bezierMatchesQEasingCurve_data() { rows(curves); }
     void bezierMatchesQEasingCurve()
     {
-        QFETCH(Bezier, curve);
+        const Bezier &curve = row(curves).curve;
         QEasingCurve qt(QEasingCurve::BezierSpline);
         qt.addCubicBezierSegment(QPointF(curve.x1, curve.y1), QPointF(curve.x2, curve.y2), QPointF(1, 1));
         for (int i = 0; i <= 100; ++i) {
@@ -50,40 +59,18 @@ private Q_SLOTS:
         QCOMPARE(curve.valueAt(7), 1.0);
     }
 
-    void knownValues_data()
-    {
-        QTest::addColumn<Bezier>("curve");
-        QTest::addColumn<double>("x");
-        QTest::addColumn<double>("expected");
-        // Symmetric control points put the middle on the middle.
-        QTest::newRow("ease-in-out, half way") << Easing::easeInOut << 0.5 << 0.5;
-        QTest::newRow("on the diagonal") << Bezier{1 / 3.0, 1 / 3.0, 2 / 3.0, 2 / 3.0} << 0.3 << 0.3;
-        // At the parameter u = 1/2 both coordinates are 3/8 (c1 + c2) + 1/8.
-        QTest::newRow("ease-out at u = 1/2") << Easing::easeOut << 0.3425 << 0.5;
-        QTest::newRow("flip at u = 1/2") << Easing::flip << 0.3125 << 0.5;
-    }
+    void knownValues_data() { rows(knownValues_); }
     void knownValues()
     {
-        QFETCH(Bezier, curve);
-        QFETCH(double, x);
-        QFETCH(double, expected);
+        const auto [name, curve, x, expected] = row(knownValues_);
         QVERIFY(std::abs(curve.valueAt(x) - expected) < 1e-9);
         QVERIFY(std::abs(curve.timeOf(expected) - x) < 1e-9);
     }
 
-    void springs_data()
-    {
-        QTest::addColumn<Spring>("spring");
-        QTest::newRow("snap") << Motion::snap.spring();
-        QTest::newRow("settle") << Motion::settle.spring();
-        QTest::newRow("roll") << Motion::roll.spring();
-        QTest::newRow("focal entrance") << Spring{0.7, 260, 16};
-        QTest::newRow("critical") << Spring::fromResponse(0.4, 1.0);
-        QTest::newRow("over-damped") << Spring::fromResponse(0.4, 2.5);
-    }
+    void springs_data() { rows(springs_); }
     void springs()
     {
-        QFETCH(Spring, spring);
+        const Spring &spring = row(springs_).spring;
         QCOMPARE(spring.valueAt(0), 0.0);
         QCOMPARE(spring.valueAt(-1), 0.0);
         QVERIFY(spring.valueAt(1e-4) < 1e-4); // released at rest: the first instants barely move

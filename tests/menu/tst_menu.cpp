@@ -3,6 +3,7 @@
 // menus and when a trade takes the strip over.
 
 #include "IsolatedSettings.h"
+#include "Table.h"
 
 #include "Feed/FeedStore.h"
 #include "Feed/TarnwickClient.h"
@@ -18,6 +19,63 @@
 #include <QStyle>
 #include <QStyleFactory>
 #include <QTest>
+
+using namespace Qt::StringLiterals;
+
+// clang-format off
+struct StatusLineRow { const char *name; LinkState link; int whales, stocks; const char *out; };
+const StatusLineRow statusLines[] = {
+    {"connecting", LinkState::connecting, 2, 1, "Connecting…"},
+    {"live, nothing yet", LinkState::live, 0, 0, "Waiting for signals"},
+    {"live with counts", LinkState::live, 2, 1, "2 WHALE · 1 STOCK"},
+    {"polling, nothing", LinkState::polling, 0, 0, "Reconnecting…"},
+    {"polling with counts", LinkState::polling, 0, 3, "3 STOCK"},
+    {"down hides counts", LinkState::down, 2, 1, "Feed offline"}};
+
+// runs -1: left as given.
+struct Truncation { const char *name, *ticker, *tag; double width; int runs; };
+const Truncation truncations[] = {
+    {"fits", "$WIF", "▲", 137, -1}, {"cut in the ticker", "$SUPERLONGTICKERNAMEHERE", "▲", 60, 1},
+    {"cut in the tag", "$WIF", "BUY BUY BUY BUY BUY BUY BUY BUY BUY BUY BUY BUY BUY ", 100, 2},
+    {"no room at all", "$WIF", "▲", 0, 0}};
+
+// `reserved` is the strip's own reservation in effect, which the window
+// manager has already taken out of the work area.
+const QRect hd(0, 0, 1920, 1080), small(0, 0, 1280, 800);
+struct Placement { const char *name; QRect screen, available, reserved, strip; };
+const Placement placements[] = {
+    {"top bar 32: just under it, its height", hd, {0, 32, 1920, 1048}, {}, {1920 - 196, 32, 196, 32}},
+    {"no bar", small, small, {}, {1280 - 196, 0, 196, 24}},
+    {"bottom bar 44 only: usual height at the top", small, {0, 0, 1280, 756}, {}, {1280 - 196, 0, 196, 24}},
+    {"dock on the left, bar on top, second screen", {1920, 0, 2560, 1440}, {1990, 27, 2490, 1413}, {},
+     {4480 - 196, 27, 196, 27}},
+    {"a bar too thin for the pill", {0, 0, 800, 600}, {0, 10, 800, 590}, {}, {800 - 196, 10, 196, 24}},
+    {"own reservation under a 28 px bar: stays put", hd, {0, 56, 1920, 1024}, {1724, 28, 196, 28},
+     {1724, 28, 196, 28}},
+    {"own reservation, no bar: stays put", hd, {0, 24, 1920, 1056}, {1724, 0, 196, 24}, {1724, 0, 196, 24}},
+    {"late panel taller than the strip: moves under it", hd, {0, 30, 1920, 1050}, {1724, 0, 196, 24},
+     {1724, 30, 196, 30}},
+    {"panel gone: the work area no longer ends at the strip", hd, hd, {1724, 28, 196, 28},
+     {1724, 0, 196, 24}},
+    {"screen grew: follows the new right edge", {0, 0, 2560, 1440}, {0, 24, 2560, 1416}, {1724, 0, 196, 24},
+     {2560 - 196, 0, 196, 24}},
+    {"reservation on another screen is not ours here", {1920, 0, 1280, 1024}, {1920, 24, 1280, 1000},
+     {1724, 0, 196, 24}, {3200 - 196, 24, 196, 24}}};
+
+struct BarSample { const char *name; QRect available, strip, sample; };
+const BarSample barSamples[] = {
+    {"top bar above the strip", {0, 56, 1920, 1024}, {1724, 28, 196, 28}, {1724, 0, 196, 28}},
+    {"bottom bar only", {0, 24, 1920, 1012}, {1724, 0, 196, 24}, {1724, 1036, 196, 44}},
+    {"no bar", {0, 24, 1920, 1056}, {1724, 0, 196, 24}, {}}};
+
+// _NET_WM_STRUT_PARTIAL: left, right, top, bottom, then each edge's span.
+struct Strut { const char *name; QRect root, strip; QList<uint> strut; };
+const Strut struts[] = {
+    {"under a 28 px bar", hd, {1724, 28, 196, 28}, {0, 0, 56, 0, 0, 0, 0, 0, 1724, 1919, 0, 0}},
+    {"right screen of two", {0, 0, 3840, 1080}, {3644, 0, 196, 24},
+     {0, 0, 24, 0, 0, 0, 0, 0, 3644, 3839, 0, 0}},
+    {"withdrawn", hd, {}, QList<uint>(12, 0)}, {"off the root", hd, {4000, 0, 196, 24}, QList<uint>(12, 0)}};
+// clang-format on
 
 class MenuTest : public QObject {
     Q_OBJECT
@@ -38,17 +96,10 @@ class MenuTest : public QObject {
     }
     TwFill fill(qint64 id, double usd) const
     {
-        TwFill f;
-        f.id = id;
-        f.ts = clock - 2;
-        f.side = QStringLiteral("buy");
-        f.usd = usd;
-        f.price = 2.5;
-        f.handle = QStringLiteral("kai") + QString::number(id);
-        f.wallet = QStringLiteral("Wallet") + QString::number(id);
-        f.token = QStringLiteral("TokenWIF") + QString::number(id);
-        f.symbol = QStringLiteral("WIF") + QString::number(id);
-        return f;
+        const QString n = QString::number(id);
+        return TwFill{.id = id, .ts = clock - 2, .side = QStringLiteral("buy"), .usd = usd, .price = 2.5,
+                      .handle = u"kai"_s + n, .wallet = u"Wallet"_s + n, .token = u"TokenWIF"_s + n,
+                      .symbol = u"WIF"_s + n};
     }
     static QStringList texts(QMenu *menu)
     {
@@ -66,27 +117,11 @@ private Q_SLOTS:
         QCoreApplication::setApplicationName(QStringLiteral("Larkpin"));
     }
 
-    void statusLine_data()
-    {
-        QTest::addColumn<LinkState>("link");
-        QTest::addColumn<int>("whales");
-        QTest::addColumn<int>("stocks");
-        QTest::addColumn<QString>("expected");
-        QTest::newRow("connecting") << LinkState::connecting << 2 << 1 << QStringLiteral("Connecting…");
-        QTest::newRow("live, nothing yet")
-            << LinkState::live << 0 << 0 << QStringLiteral("Waiting for signals");
-        QTest::newRow("live with counts") << LinkState::live << 2 << 1 << QStringLiteral("2 WHALE · 1 STOCK");
-        QTest::newRow("polling, nothing") << LinkState::polling << 0 << 0 << QStringLiteral("Reconnecting…");
-        QTest::newRow("polling with counts") << LinkState::polling << 0 << 3 << QStringLiteral("3 STOCK");
-        QTest::newRow("down hides counts") << LinkState::down << 2 << 1 << QStringLiteral("Feed offline");
-    }
+    void statusLine_data() { rows(statusLines); }
     void statusLine()
     {
-        QFETCH(LinkState, link);
-        QFETCH(int, whales);
-        QFETCH(int, stocks);
-        QFETCH(QString, expected);
-        QCOMPARE(StatusItemController::statusLine(link, whales, 0, stocks), expected);
+        const StatusLineRow &r = row(statusLines);
+        QCOMPARE(StatusItemController::statusLine(r.link, r.whales, 0, r.stocks), QString::fromUtf8(r.out));
     }
 
     void badgeAndRuns()
@@ -108,26 +143,12 @@ private Q_SLOTS:
         QVERIFY(!StreamComposer::trailing(std::nullopt, Qt::white));
     }
 
-    void truncation_data()
-    {
-        QTest::addColumn<QString>("ticker");
-        QTest::addColumn<QString>("tag");
-        QTest::addColumn<double>("width");
-        QTest::addColumn<int>("runs"); // -1: left as given
-        const QString tag = QStringLiteral("▲"), longTag = QStringLiteral("BUY ").repeated(13);
-        QTest::newRow("fits") << QStringLiteral("$WIF") << tag << 137.0 << -1;
-        QTest::newRow("cut in the ticker") << QStringLiteral("$SUPERLONGTICKERNAMEHERE") << tag << 60.0 << 1;
-        QTest::newRow("cut in the tag") << QStringLiteral("$WIF") << longTag << 100.0 << 2;
-        QTest::newRow("no room at all") << QStringLiteral("$WIF") << tag << 0.0 << 0;
-    }
+    void truncation_data() { rows(truncations); }
     void truncation()
     {
-        QFETCH(QString, ticker);
-        QFETCH(QString, tag);
-        QFETCH(double, width);
-        QFETCH(int, runs);
-        StreamSegment s = segment(qPrintable(ticker));
-        s.line.tag = tag;
+        const auto [name, ticker, tag, width, runs] = row(truncations);
+        StreamSegment s = segment(ticker);
+        s.line.tag = QString::fromUtf8(tag);
         const StyledText full = StreamComposer::leading(s, Qt::white);
         const StyledText cut = StreamComposer::truncatedTail(full, width);
         QVERIFY(StreamComposer::width(cut) <= width);
@@ -151,90 +172,27 @@ private Q_SLOTS:
 
     // `reserved` is the strip's own reservation in effect, which the window
     // manager has already taken out of the work area.
-
-    // `reserved` is the strip's own reservation in effect, which the window
-    // manager has already taken out of the work area.
-    void stripPlacement_data()
-    {
-        QTest::addColumn<QRect>("screen");
-        QTest::addColumn<QRect>("available");
-        QTest::addColumn<QRect>("reserved");
-        QTest::addColumn<QRect>("strip");
-        const QRect hd(0, 0, 1920, 1080), small(0, 0, 1280, 800);
-        QTest::newRow("top bar 32: just under it, its height")
-            << hd << QRect(0, 32, 1920, 1048) << QRect() << QRect(1920 - 196, 32, 196, 32);
-        QTest::newRow("no bar") << small << small << QRect() << QRect(1280 - 196, 0, 196, 24);
-        QTest::newRow("bottom bar 44 only: usual height at the top")
-            << small << QRect(0, 0, 1280, 756) << QRect() << QRect(1280 - 196, 0, 196, 24);
-        QTest::newRow("dock on the left, bar on top, second screen")
-            << QRect(1920, 0, 2560, 1440) << QRect(1990, 27, 2490, 1413) << QRect()
-            << QRect(4480 - 196, 27, 196, 27);
-        QTest::newRow("a bar too thin for the pill")
-            << QRect(0, 0, 800, 600) << QRect(0, 10, 800, 590) << QRect() << QRect(800 - 196, 10, 196, 24);
-        QTest::newRow("own reservation under a 28 px bar: stays put")
-            << hd << QRect(0, 56, 1920, 1024) << QRect(1724, 28, 196, 28) << QRect(1724, 28, 196, 28);
-        QTest::newRow("own reservation, no bar: stays put")
-            << hd << QRect(0, 24, 1920, 1056) << QRect(1724, 0, 196, 24) << QRect(1724, 0, 196, 24);
-        QTest::newRow("late panel taller than the strip: moves under it")
-            << hd << QRect(0, 30, 1920, 1050) << QRect(1724, 0, 196, 24) << QRect(1724, 30, 196, 30);
-        QTest::newRow("panel gone: the work area no longer ends at the strip")
-            << hd << hd << QRect(1724, 28, 196, 28) << QRect(1724, 0, 196, 24);
-        QTest::newRow("screen grew: follows the new right edge")
-            << QRect(0, 0, 2560, 1440) << QRect(0, 24, 2560, 1416) << QRect(1724, 0, 196, 24)
-            << QRect(2560 - 196, 0, 196, 24);
-        QTest::newRow("reservation on another screen is not ours here")
-            << QRect(1920, 0, 1280, 1024) << QRect(1920, 24, 1280, 1000) << QRect(1724, 0, 196, 24)
-            << QRect(3200 - 196, 24, 196, 24);
-    }
+    void stripPlacement_data() { rows(placements); }
     void stripPlacement()
     {
-        QFETCH(QRect, screen);
-        QFETCH(QRect, available);
-        QFETCH(QRect, reserved);
-        QFETCH(QRect, strip);
-        QCOMPARE(StatusItemController::stripGeometry(screen, available, reserved), strip);
+        const Placement &r = row(placements);
+        QCOMPARE(StatusItemController::stripGeometry(r.screen, r.available, r.reserved), r.strip);
     }
 
-    void barSample_data()
-    {
-        QTest::addColumn<QRect>("available");
-        QTest::addColumn<QRect>("strip");
-        QTest::addColumn<QRect>("sample");
-        QTest::newRow("top bar above the strip")
-            << QRect(0, 56, 1920, 1024) << QRect(1724, 28, 196, 28) << QRect(1724, 0, 196, 28);
-        QTest::newRow("bottom bar only")
-            << QRect(0, 24, 1920, 1012) << QRect(1724, 0, 196, 24) << QRect(1724, 1036, 196, 44);
-        QTest::newRow("no bar") << QRect(0, 24, 1920, 1056) << QRect(1724, 0, 196, 24) << QRect();
-    }
+    void barSample_data() { rows(barSamples); }
     void barSample()
     {
-        QFETCH(QRect, available);
-        QFETCH(QRect, strip);
-        QFETCH(QRect, sample);
-        QCOMPARE(StatusItemController::barSample(QRect(0, 0, 1920, 1080), available, strip), sample);
+        const BarSample &r = row(barSamples);
+        QCOMPARE(StatusItemController::barSample(hd, r.available, r.strip), r.sample);
     }
 
     // _NET_WM_STRUT_PARTIAL: left, right, top, bottom, then each edge's span.
-    void strut_data()
-    {
-        QTest::addColumn<QRect>("root");
-        QTest::addColumn<QRect>("strip");
-        QTest::addColumn<QList<uint>>("strut");
-        const QRect hd(0, 0, 1920, 1080);
-        QTest::newRow("under a 28 px bar")
-            << hd << QRect(1724, 28, 196, 28) << QList<uint>{0, 0, 56, 0, 0, 0, 0, 0, 1724, 1919, 0, 0};
-        QTest::newRow("right screen of two") << QRect(0, 0, 3840, 1080) << QRect(3644, 0, 196, 24)
-                                             << QList<uint>{0, 0, 24, 0, 0, 0, 0, 0, 3644, 3839, 0, 0};
-        QTest::newRow("withdrawn") << hd << QRect() << QList<uint>(12, 0);
-        QTest::newRow("off the root") << hd << QRect(4000, 0, 196, 24) << QList<uint>(12, 0);
-    }
+    void strut_data() { rows(struts); }
     void strut()
     {
-        QFETCH(QRect, root);
-        QFETCH(QRect, strip);
-        QFETCH(QList<uint>, strut);
-        const auto got = X11Desktop::topStrut(root, strip);
-        QCOMPARE(QList<uint>(got.begin(), got.end()), strut);
+        const Strut &r = row(struts);
+        const auto got = X11Desktop::topStrut(r.root, r.strip);
+        QCOMPARE(QList<uint>(got.begin(), got.end()), r.strut);
     }
 
     void placedAsAskedAndTheTrayMark()
@@ -346,13 +304,8 @@ private Q_SLOTS:
         auto store = quietStore();
         StatusItemController item(store.get());
         QCOMPARE(item.strip()->toolTip(), QStringLiteral("Larkpin"));
-        TwRadar pile;
-        pile.token = QStringLiteral("TokenPILE");
-        pile.symbol = QStringLiteral("PILE");
-        pile.buyers = 9;
-        pile.firstTs = clock - 10;
-        pile.usdIn = 400000;
-        store->ingest(QList<TwRadar>{pile});
+        store->ingest(QList<TwRadar>{{.token = u"TokenPILE"_s, .symbol = u"PILE"_s, .buyers = 9,
+                                      .firstTs = clock - 10, .usdIn = 400000}});
         QVERIFY(!store->signalList().isEmpty());
         QVERIFY(!item.view()->focal());
         store->ingest(QList<TwFill>{fill(1, 90000)}); // the backfill's trades

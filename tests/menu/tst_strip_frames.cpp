@@ -9,6 +9,7 @@
 #include "Menu/Blur.h"
 #include "Menu/Paint.h"
 #include "Menu/StatusStreamView.h"
+#include "Table.h"
 
 #include <QPainter>
 #include <QTest>
@@ -26,12 +27,18 @@ Focal focalOf(const char *ticker, double usd)
     return Focal{segment(ticker), usd};
 }
 
+QImage canvas(QSize pixels, double scale, Qt::GlobalColor fill)
+{
+    QImage img(pixels, QImage::Format_ARGB32_Premultiplied);
+    img.setDevicePixelRatio(scale);
+    img.fill(fill);
+    return img;
+}
+
 // The whole strip, 170 x 24 points, as it looks at view time t.
 QImage frame(const StatusStreamView &view, double t, double scale = 2)
 {
-    QImage img((QSizeF(170, 24) * scale).toSize(), QImage::Format_ARGB32_Premultiplied);
-    img.setDevicePixelRatio(scale);
-    img.fill(Qt::black);
+    QImage img = canvas((QSizeF(170, 24) * scale).toSize(), scale, Qt::black);
     QPainter p(&img);
     view.paintAt(p, QSizeF(170, 24), t);
     return img;
@@ -49,6 +56,17 @@ QList<double> walk(const StatusStreamView &view, double t)
     }
     return frames;
 }
+
+// The link dot is blitted from a small cached image: it must land where the
+// circle it stands for would be drawn, at any scale and sub-pixel offset.
+struct Dot { const char *name; double scale; QPointF offset; };
+const Dot dots[] = {{"1x", 1, {}}, {"2x", 2, {}}, {"2x, odd bar half a point down", 2, {0, 0.5}},
+                    {"1x, quarter pixels", 1, {0.25, 0.75}}};
+
+struct BlurRow { const char *name; double sigma, scale; };
+const BlurRow blurs[] = {{"too small to blur", 0.02, 1}, {"the glow", 2, 2},
+                         {"the lane at its softest", 2.2, 1},
+                         {"wide", 6, 1}};
 } // namespace
 
 class StripFramesTest : public QObject {
@@ -103,9 +121,8 @@ private Q_SLOTS:
     void flipFrames_data()
     {
         QTest::addColumn<double>("scale");
-        QTest::newRow("1x") << 1.0;
-        QTest::newRow("1.25x") << 1.25;
-        QTest::newRow("2x") << 2.0;
+        for (double scale : {1.0, 1.25, 2.0})
+            QTest::addRow("%gx", scale) << scale;
     }
     void flipFrames()
     {
@@ -189,9 +206,7 @@ private Q_SLOTS:
         view.ping();
         const double start = view.now();
         for (double age : {0.05, 0.15, 0.3, 0.45, 0.6}) {
-            QImage img(QSize(120, 64), QImage::Format_ARGB32_Premultiplied);
-            img.setDevicePixelRatio(2);
-            img.fill(Qt::transparent);
+            QImage img = canvas(QSize(120, 64), 2, Qt::transparent);
             QPainter p(&img);
             p.translate(10, 4);
             view.paintAt(p, QSizeF(40, 24), start + age);
@@ -204,26 +219,12 @@ private Q_SLOTS:
         }
     }
 
-    // The link dot is blitted from a small cached image: it must land where the
-    // circle it stands for would be drawn, at any scale and sub-pixel offset.
-    void linkDotLandsWhereTheCircleWould_data()
-    {
-        QTest::addColumn<double>("scale");
-        QTest::addColumn<QPointF>("offset");
-        QTest::newRow("1x") << 1.0 << QPointF();
-        QTest::newRow("2x") << 2.0 << QPointF();
-        QTest::newRow("2x, odd bar half a point down") << 2.0 << QPointF(0, 0.5);
-        QTest::newRow("1x, quarter pixels") << 1.0 << QPointF(0.25, 0.75);
-    }
+    void linkDotLandsWhereTheCircleWould_data() { rows(dots); }
     void linkDotLandsWhereTheCircleWould()
     {
-        QFETCH(double, scale);
-        QFETCH(QPointF, offset);
+        const auto [name, scale, offset] = row(dots);
         StatusStreamView view; // no rows, no ping: the dot is the only thing right of the lane
-        QImage drawn(QSize(int(40 * scale), int(24 * scale)), QImage::Format_ARGB32_Premultiplied);
-        drawn.setDevicePixelRatio(scale);
-        drawn.fill(Qt::black);
-        QImage expected = drawn;
+        QImage drawn = canvas(QSize(int(40 * scale), int(24 * scale)), scale, Qt::black), expected = drawn;
         {
             QPainter p(&drawn);
             p.translate(offset);
@@ -337,23 +338,12 @@ private Q_SLOTS:
         QCOMPARE(frame(view, f + 0.05) == frame(view, f + 1), reduced);
     }
 
-    void blur_data()
-    {
-        QTest::addColumn<double>("sigma");
-        QTest::addColumn<double>("scale");
-        QTest::newRow("too small to blur") << 0.02 << 1.0;
-        QTest::newRow("the glow") << 2.0 << 2.0;
-        QTest::newRow("the lane at its softest") << 2.2 << 1.0;
-        QTest::newRow("wide") << 6.0 << 1.0;
-    }
+    void blur_data() { rows(blurs); }
     void blur()
     {
-        QFETCH(double, sigma);
-        QFETCH(double, scale);
+        const auto [name, sigma, scale] = row(blurs);
         // One opaque 3 x 3 block in the middle of a transparent field.
-        QImage dot(61, 61, QImage::Format_ARGB32_Premultiplied);
-        dot.setDevicePixelRatio(scale);
-        dot.fill(Qt::transparent);
+        QImage dot = canvas(QSize(61, 61), scale, Qt::transparent);
         for (int y = 29; y <= 31; ++y)
             for (int x = 29; x <= 31; ++x)
                 dot.setPixel(x, y, qRgba(255, 255, 255, 255));
@@ -385,9 +375,7 @@ private Q_SLOTS:
             QVERIFY(qRed(out.pixel(x, 30)) <= a(x, 30));
 
         // Outside the image is transparent: a full opaque field fades at its edges only.
-        QImage field(41, 41, QImage::Format_ARGB32_Premultiplied);
-        field.fill(Qt::white);
-        const QImage soft = Blur::gaussian(field, sigma);
+        const QImage soft = Blur::gaussian(canvas(QSize(41, 41), 1, Qt::white), sigma);
         QCOMPARE(qAlpha(soft.pixel(20, 20)), 255);
         QVERIFY(qAlpha(soft.pixel(0, 20)) < 200);
     }
