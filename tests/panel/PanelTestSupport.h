@@ -61,17 +61,15 @@ inline std::unique_ptr<FeedStore> unreachableStore(TestClock &clock)
 inline TwFill whaleFill(qint64 id, double ts, double usd, const QString &handle = QStringLiteral("ansem"),
                         const QString &symbol = QStringLiteral("WIF"))
 {
-    TwFill f;
-    f.id = id;
-    f.ts = ts;
-    f.side = QStringLiteral("buy");
-    f.usd = usd;
-    f.price = 2.5;
-    f.handle = handle;
-    f.wallet = QStringLiteral("Wallet") + QString::number(id);
-    f.token = QStringLiteral("Token") + symbol;
-    f.symbol = symbol;
-    return f;
+    return {.id = id,
+            .ts = ts,
+            .side = QStringLiteral("buy"),
+            .usd = usd,
+            .price = 2.5,
+            .handle = handle,
+            .wallet = QStringLiteral("Wallet") + QString::number(id),
+            .token = QStringLiteral("Token") + symbol,
+            .symbol = symbol};
 }
 
 // n whales of rising size, `spacing` seconds apart up to `now`: fill 100+i
@@ -160,6 +158,15 @@ inline QList<QQuickItem *> shownNamed(QQuickItem *root, const QString &name)
     return out;
 }
 
+// One field of each entry of a list the panel's models hand to QML.
+inline QStringList fieldOf(const QVariantList &entries, const char *key)
+{
+    QStringList out;
+    for (const QVariant &e : entries)
+        out << e.toMap().value(QLatin1String(key)).toString();
+    return out;
+}
+
 // Positioners lay out at the next frame: let one pass before aiming.
 inline void settleFrame(QQuickWindow *window)
 {
@@ -168,12 +175,16 @@ inline void settleFrame(QQuickWindow *window)
     frame.wait(300);
 }
 
+inline QPointF centre(QQuickItem *item)
+{
+    return item->mapToScene(QPointF(item->width() / 2, item->height() / 2));
+}
+
 inline void click(QQuickItem *item, Qt::MouseButton button = Qt::LeftButton)
 {
     QVERIFY(item);
     settleFrame(item->window());
-    const QPointF centre = item->mapToScene(QPointF(item->width() / 2, item->height() / 2));
-    QTest::mouseClick(item->window(), button, {}, centre.toPoint());
+    QTest::mouseClick(item->window(), button, {}, centre(item).toPoint());
 }
 
 // The summary line of the stream row of signal `id`.
@@ -186,6 +197,14 @@ inline QQuickItem *summaryOf(QQuickItem *root, const QString &id)
             return summary;
     }
     return nullptr;
+}
+
+// A data-driven test over the two values of one switch, a row named for each.
+inline void eitherWay(const char *column, const char *off, const char *on)
+{
+    QTest::addColumn<bool>(column);
+    QTest::newRow(off) << false;
+    QTest::newRow(on) << true;
 }
 
 // The panel tests' common rig: a fresh store with default preferences on a
@@ -215,11 +234,7 @@ struct PanelRig {
         store->setPreferences(Preferences::defaults());
         panel = std::make_unique<PanelController>(store.get());
     }
-    void dropAll()
-    {
-        panel.reset();
-        store.reset();
-    }
+    void dropAll() { panel.reset(), store.reset(); }
     // Opens under a button at the top, with the animations off.
     void open()
     {

@@ -3,6 +3,8 @@
 
 #include "Panel/Evidence.h"
 
+#include "Table.h"
+
 #include <QTest>
 
 #include <limits>
@@ -14,10 +16,10 @@ const QString longAddress = QStringLiteral("7xKXtg2CW87d97TXJSDpbD5jBkheTqA83TZR
 
 // The named fields of a module joined by "|"; a list field (stats, trades)
 // reads as its entries joined by ";", each entry's values joined by " ".
-QString fields(const QVariantMap &module, const QStringList &keys)
+QString fields(const QVariantMap &module, const char *keys)
 {
     QStringList out;
-    for (const QString &key : keys) {
+    for (const QString &key : QString::fromLatin1(keys).split(QLatin1Char(' '))) {
         const QVariant v = module.value(key);
         if (v.typeId() != QMetaType::QVariantList) {
             out << v.toString();
@@ -36,10 +38,6 @@ QString fields(const QVariantMap &module, const QStringList &keys)
     }
     return out.join(QLatin1Char('|'));
 }
-QString fields(const QVariantMap &module, const char *keys)
-{
-    return fields(module, QString::fromLatin1(keys).split(QLatin1Char(' ')));
-}
 
 WalletProfile wallet()
 {
@@ -52,21 +50,22 @@ WalletTrade trade(TradeSide side, const char *symbol, double usd, double at, std
     return {side, QString::fromLatin1(symbol), usd, at, pnl};
 }
 
+// clang-format off
 TokenProfile token()
 {
-    TokenProfile t;
-    t.symbol = QStringLiteral("WIF");
-    t.name = QStringLiteral("dogwifhat");
-    t.priceUsd = 2.3412;
-    t.change24h = 0.125;
-    t.liquidityUsd = 4'200'000;
-    t.volume24hUsd = 9'800'000;
-    t.holders = 152033;
-    t.poolAgeHours = 30;
-    t.buys24 = 812;
-    t.sells24 = 640;
-    return t;
+    return {.symbol = QStringLiteral("WIF"), .name = QStringLiteral("dogwifhat"), .priceUsd = 2.3412,
+            .change24h = 0.125, .liquidityUsd = 4'200'000, .volume24hUsd = 9'800'000, .holders = 152033,
+            .poolAgeHours = 30, .buys24 = 812, .sells24 = 640};
 }
+
+// all: every module and the links; otherwise the state alone.
+struct Body { const char *name; bool hasDetail, blank, failed; const char *state; bool all; };
+const Body bodies[] = {
+    {"nothing yet", false, false, false, "loading", false}, {"failed", false, false, true, "failed", false},
+    {"details", true, false, false, "details", true}, {"blank details", true, true, false, "blank", false},
+    // Evidence once loaded wins over any stale failure mark.
+    {"details beat a failure", true, false, true, "details", true}};
+// clang-format on
 } // namespace
 
 class PanelEvidenceTest : public QObject {
@@ -81,99 +80,71 @@ private Q_SLOTS:
             QTest::newRow(name) << actual << QString::fromUtf8(expected);
         };
 
+        // clang-format off
+        const auto walletText = [](const WalletProfile &p, const char *k) { return fields(Evidence::walletModule(p, now), k); };
+        const auto tokenText = [](const TokenProfile &p, const char *k) { return fields(Evidence::tokenModule(p), k); };
+        const auto equityText = [](const EquityMove &e, const char *k) { return fields(Evidence::equityModule(e), k); };
         WalletProfile w = wallet();
-        row("wallet: a label is the title, the address shortened below",
-            fields(Evidence::walletModule(w, now), "eyebrow title subtitle"),
+        row("wallet: a label is the title, the address shortened below", walletText(w, "eyebrow title subtitle"),
             "WALLET|@<b>ansem</b>|7xKX\u2026gAsU");
-        row("wallet: stats", fields(Evidence::walletModule(w, now), "stats"),
-            "WIN RATE 62%;FILLS 1,234;MEDIAN HOLD 1h 35m;REALISED $182.0K");
-        row("wallet: unrealised loss",
-            fields(Evidence::walletModule(w, now), "hasDelta delta deltaNegative deltaNote"),
+        row("wallet: stats", walletText(w, "stats"), "WIN RATE 62%;FILLS 1,234;MEDIAN HOLD 1h 35m;REALISED $182.0K");
+        row("wallet: unrealised loss", walletText(w, "hasDelta delta deltaNegative deltaNote"),
             "true|-4.2%|true|unrealised, open bags");
-        {
-            WalletProfile bare;
-            bare.address = longAddress;
-            bare.winRate = notANumber;
-            bare.realizedPnlUsd = std::numeric_limits<double>::infinity();
-            bare.pnlRatio = notANumber;
-            row("wallet: no label, the address is the title; a broken ratio is no delta",
-                fields(Evidence::walletModule(bare, now), "title subtitle hasDelta delta deltaNegative"),
-                "7xKX\u2026gAsU||false||false");
-            row("wallet: missing and broken stats read as dashes",
-                fields(Evidence::walletModule(bare, now), "stats"),
-                "WIN RATE -;FILLS -;MEDIAN HOLD -;REALISED -");
-            bare.address = QStringLiteral("123456789012");
-            row("wallet: twelve characters stay whole", fields(Evidence::walletModule(bare, now), "title"),
-                "123456789012");
-            bare.address = QStringLiteral("1234567890123");
-            row("wallet: thirteen are shortened", fields(Evidence::walletModule(bare, now), "title"),
-                "1234\u20260123");
-            bare.winRate = 0.0;
-            bare.pnlRatio = 0.0;
-            row("wallet: never won is 0%",
-                fields(Evidence::walletModule(bare, now), "stats").section(QLatin1Char(';'), 0, 0),
-                "WIN RATE 0%");
-            row("wallet: flat is no loss", fields(Evidence::walletModule(bare, now), "delta deltaNegative"),
-                "0.0%|false");
-        }
+        WalletProfile bare{.address = longAddress, .winRate = notANumber, .pnlRatio = notANumber,
+                           .realizedPnlUsd = qInf()};
+        row("wallet: no label, the address is the title; a broken ratio is no delta",
+            walletText(bare, "title subtitle hasDelta delta deltaNegative"), "7xKX\u2026gAsU||false||false");
+        row("wallet: missing and broken stats read as dashes", walletText(bare, "stats"),
+            "WIN RATE -;FILLS -;MEDIAN HOLD -;REALISED -");
+        bare.address = QStringLiteral("123456789012");
+        row("wallet: twelve characters stay whole", walletText(bare, "title"), "123456789012");
+        bare.address = QStringLiteral("1234567890123");
+        row("wallet: thirteen are shortened", walletText(bare, "title"), "1234\u20260123");
+        bare.winRate = bare.pnlRatio = 0.0;
+        row("wallet: never won is 0%", walletText(bare, "stats").section(QLatin1Char(';'), 0, 0), "WIN RATE 0%");
+        row("wallet: flat is no loss", walletText(bare, "delta deltaNegative"), "0.0%|false");
         // Trades: newest first as they came, at most four; keys read in
         // alphabetical order: age amount buy open pnl pnlNegative side symbol.
-        w.recentTrades = {trade(TradeSide::buy, "WIF", 45000, now - 300, std::nullopt),
-                          trade(TradeSide::sell, "BONK", 12000, now - 7200, 0.31),
+        w.recentTrades = {trade(TradeSide::buy, "WIF", 45000, now - 300, {}), trade(TradeSide::sell, "BONK", 12000, now - 7200, 0.31),
                           trade(TradeSide::sell, "POPCAT", 800, now - 60, -0.5),
-                          trade(TradeSide::buy, "MEW", notANumber, notANumber, notANumber),
-                          trade(TradeSide::buy, "FIFTH", 1, now, std::nullopt)};
-        row("wallet: trades", fields(Evidence::walletModule(w, now), "trades"),
-            "5m $45.0K true true open false BUY WIF;"
-            "2h $12.0K false false +31.0% false SELL BONK;"
-            "1m $800.00 false false -50.0% true SELL POPCAT;"
-            "- - true true open false BUY MEW");
-
-        TokenProfile t = token();
-        row("token: price, symbol and name", fields(Evidence::tokenModule(t), "eyebrow title subtitle"),
+                          trade(TradeSide::buy, "MEW", notANumber, notANumber, notANumber), trade(TradeSide::buy, "FIFTH", 1, now, {})};
+        row("wallet: trades", walletText(w, "trades"),
+            "5m $45.0K true true open false BUY WIF;2h $12.0K false false +31.0% false SELL BONK;"
+            "1m $800.00 false false -50.0% true SELL POPCAT;- - true true open false BUY MEW");
+        row("token: price, symbol and name", tokenText(token(), "eyebrow title subtitle"),
             "TOKEN|$2.34|$WIF \u00B7 dogwifhat");
-        row("token: stats", fields(Evidence::tokenModule(t), "stats"),
+        row("token: stats", tokenText(token(), "stats"),
             "LIQUIDITY $4.20M;24H VOLUME $9.80M;HOLDERS 152,033;POOL AGE 1d 6h");
-        row("token: day's change and flow",
-            fields(Evidence::tokenModule(t), "hasDelta delta deltaNegative flowLine"),
+        row("token: day's change and flow", tokenText(token(), "hasDelta delta deltaNegative flowLine"),
             "true|+12.5%|false|812 buys / 640 sells");
-        {
-            TokenProfile bare;
-            bare.symbol = QStringLiteral("WIF");
-            bare.priceUsd = notANumber;
-            bare.sells24 = 3;
-            row("token: nothing but a symbol",
-                fields(Evidence::tokenModule(bare), "title subtitle hasDelta stats flowLine"),
-                "-|$WIF|false|LIQUIDITY -;24H VOLUME -;HOLDERS -;POOL AGE -|- buys / 3 sells");
-        }
-
-        const EquityMove e{QStringLiteral("TSLA"), MarketSession::post, -0.021, 251.5};
-        row("equity", fields(Evidence::equityModule(e), "eyebrow title subtitle delta deltaNegative session"),
+        row("token: nothing but a symbol",
+            tokenText({.symbol = QStringLiteral("WIF"), .priceUsd = notANumber, .sells24 = 3}, "title subtitle hasDelta stats flowLine"),
+            "-|$WIF|false|LIQUIDITY -;24H VOLUME -;HOLDERS -;POOL AGE -|- buys / 3 sells");
+        row("equity",
+            equityText({QStringLiteral("TSLA"), MarketSession::post, -0.021, 251.5}, "eyebrow title subtitle delta deltaNegative session"),
             "EQUITY|$251.50|TSLA|-2.1%|true|After hours");
-        row("equity: no price, no change",
-            fields(Evidence::equityModule({QStringLiteral("NVDA"), MarketSession::regular, {}, {}}),
-                   "title hasDelta"),
+        row("equity: no price, no change", equityText({QStringLiteral("NVDA"), MarketSession::regular, {}, {}}, "title hasDelta"),
             "-|false");
+        // clang-format on
 
         // Only web addresses are offered, encoded as they came.
         const auto links = [](const char *chart, const char *profile) {
-            SignalLinks l;
-            if (chart)
-                l.chart = QUrl(QString::fromLatin1(chart));
-            if (profile)
-                l.profile = QUrl(QString::fromLatin1(profile));
+            const auto url = [](const char *s) {
+                return s ? std::optional(QUrl(QString::fromLatin1(s))) : std::nullopt;
+            };
             QStringList out;
-            for (const QVariant &link : Evidence::links(l))
+            for (const QVariant &link : Evidence::links({url(chart), url(profile)}))
                 out << link.toMap().value(QStringLiteral("title")).toString() + QLatin1Char('=') +
                            link.toMap().value(QStringLiteral("url")).toString();
             return out.join(QLatin1Char(';'));
         };
+        // clang-format off
         row("links: both", links("https://a.example/c", "http://a.example/p"),
             "CHART=https://a.example/c;WALLET=http://a.example/p");
         row("links: a script is dropped", links("https://a.example/c", "javascript:alert(1)"),
             "CHART=https://a.example/c");
-        row("links: escapes kept", links("https://a.example/a%20b", nullptr),
-            "CHART=https://a.example/a%20b");
+        row("links: escapes kept", links("https://a.example/a%20b", nullptr), "CHART=https://a.example/a%20b");
+        // clang-format on
     }
     void modules()
     {
@@ -184,30 +155,14 @@ private Q_SLOTS:
 
     // Which body the inspector shows, and that only evidence with something
     // in it brings its modules and links.
-    void inspector_data()
-    {
-        QTest::addColumn<bool>("hasDetail");
-        QTest::addColumn<bool>("blank");
-        QTest::addColumn<bool>("failed");
-        QTest::addColumn<QString>("state");
-        QTest::addColumn<QStringList>("keys");
-        const QStringList none{QStringLiteral("state")};
-        const QStringList all{QStringLiteral("equity"), QStringLiteral("links"), QStringLiteral("state"),
-                              QStringLiteral("token"), QStringLiteral("wallet")};
-        QTest::newRow("nothing yet") << false << false << false << QStringLiteral("loading") << none;
-        QTest::newRow("failed") << false << false << true << QStringLiteral("failed") << none;
-        QTest::newRow("details") << true << false << false << QStringLiteral("details") << all;
-        QTest::newRow("blank details") << true << true << false << QStringLiteral("blank") << none;
-        // Evidence once loaded wins over any stale failure mark.
-        QTest::newRow("details beat a failure") << true << false << true << QStringLiteral("details") << all;
-    }
+    void inspector_data() { rows(bodies); }
     void inspector()
     {
-        QFETCH(bool, hasDetail);
-        QFETCH(bool, blank);
-        QFETCH(bool, failed);
-        QFETCH(QString, state);
-        QFETCH(QStringList, keys);
+        const auto &[name, hasDetail, blank, failed, state, all] = row(bodies);
+        const QStringList keys =
+            all ? QStringList{QStringLiteral("equity"), QStringLiteral("links"), QStringLiteral("state"),
+                              QStringLiteral("token"), QStringLiteral("wallet")}
+                : QStringList{QStringLiteral("state")};
         const QString id = QStringLiteral("tw-fill-9");
         QHash<QString, SignalDetail> details;
         QSet<QString> failures;
@@ -225,7 +180,7 @@ private Q_SLOTS:
         if (failed)
             failures.insert(id);
         const QVariantMap info = Evidence::inspector(id, details, failures, now);
-        QCOMPARE(info.value(QStringLiteral("state")).toString(), state);
+        QCOMPARE(info.value(QStringLiteral("state")).toString(), QLatin1String(state));
         QCOMPARE(info.keys(), keys);
         if (info.contains(QStringLiteral("wallet")))
             QCOMPARE(info.value(QStringLiteral("wallet")).toMap(), Evidence::walletModule(wallet(), now));

@@ -3,6 +3,7 @@
 // from the store, so an opening after a release shows the same rows.
 
 #include "PanelTestSupport.h"
+#include "Table.h"
 
 #include <QGuiApplication>
 #include <QPointer>
@@ -31,6 +32,16 @@ QStringList rowsShown(QQuickItem *root)
     out.removeDuplicates();
     return out;
 }
+// clang-format off
+// Whether a reopening finds the same window depends on when it comes: during
+// the fade or before the release delay it does; after, it gets a new one, and
+// the old window and engine are gone.
+struct Reopening { const char *name; int releaseMs; bool waitForTeardown, waitForRelease, sameWindow; };
+const Reopening reopenings[] = {
+    {"during the fade", 60000, false, false, true}, {"closed, before the release delay", 60000, true, false, true},
+    {"closed, reopened with the release due", 300, true, false, true},
+    {"after the release", 50, true, true, false}, {"no delay at all", 0, true, true, false}};
+// clang-format on
 } // namespace
 
 class PanelLifecycleTest : public QObject, private PanelRig {
@@ -74,27 +85,10 @@ private Q_SLOTS:
             QCOMPARE(panel->window()->rendererInterface()->graphicsApi(), QSGRendererInterface::Software);
     }
 
-    // Whether a reopening finds the same window depends on when it comes:
-    // during the fade or before the release delay it does; after, it gets
-    // a new one, and the old window and engine are gone.
-    void reopening_data()
-    {
-        QTest::addColumn<int>("releaseMs");
-        QTest::addColumn<bool>("waitForTeardown");
-        QTest::addColumn<bool>("waitForRelease");
-        QTest::addColumn<bool>("sameWindow");
-        QTest::newRow("during the fade") << 60000 << false << false << true;
-        QTest::newRow("closed, before the release delay") << 60000 << true << false << true;
-        QTest::newRow("closed, reopened with the release due") << 300 << true << false << true;
-        QTest::newRow("after the release") << 50 << true << true << false;
-        QTest::newRow("no delay at all") << 0 << true << true << false;
-    }
+    void reopening_data() { rows(reopenings); }
     void reopening()
     {
-        QFETCH(int, releaseMs);
-        QFETCH(bool, waitForTeardown);
-        QFETCH(bool, waitForRelease);
-        QFETCH(bool, sameWindow);
+        const auto &[name, releaseMs, waitForTeardown, waitForRelease, sameWindow] = row(reopenings);
         panel->setReleaseDelay(releaseMs);
         open();
         // Rows lay out over the first frames: wait for them.

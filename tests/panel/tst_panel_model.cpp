@@ -3,6 +3,7 @@
 #include "Panel/PanelModel.h"
 #include "Panel/PanelText.h"
 #include "PanelTestSupport.h"
+#include "Table.h"
 
 #include <QTimer>
 
@@ -15,17 +16,16 @@ using Maybe = std::optional<double>;
 
 Signal whale(Maybe winRate, double createdAt, SignalKind kind = SignalKind::whale)
 {
-    Signal s;
-    s.id = QStringLiteral("tw-fill-1");
-    s.kind = kind;
-    s.createdAt = createdAt;
-    s.expiresAt = createdAt + 3600;
+    Signal s{.id = QStringLiteral("tw-fill-1"),
+             .kind = kind,
+             .createdAt = createdAt,
+             .expiresAt = createdAt + 3600};
     if (winRate)
         s.wallet = WalletRef{QStringLiteral("addr"), QStringLiteral("@ansem"), winRate};
     return s;
 }
 
-QString emptyState(bool visibleEmpty, LinkState link)
+QString emptyText(bool visibleEmpty, LinkState link)
 {
     const PanelText::EmptyState state = PanelText::emptyState(visibleEmpty, link);
     return state.symbol + QStringLiteral(" / ") + state.message;
@@ -60,9 +60,16 @@ QString counters(Maybe latency, Maybe lastFrameAge, LinkState link)
         t.lastFrameAt = now - *lastFrameAge;
     return PanelText::counters(t, link, now).join(QLatin1Char('|'));
 }
-} // namespace
 
-Q_DECLARE_METATYPE(Maybe)
+// clang-format off
+struct Ring { const char *name; Maybe winRate; bool hasRing; double ring; const char *ringText, *meta; };
+const Ring rings[] = {
+    {"known", 0.62, true, 0.62, "62% WR", "62% WR"}, {"never won: an empty ring", 0.0, true, 0.0, "0% WR", "0% WR"},
+    {"over one: the ring stops full", 1.4, true, 1.0, "140% WR", "140% WR"},
+    {"unknown: no ring, the age", {}, false, 0.0, "", "10m"},
+    {"broken: no ring, the age", notANumber, false, 0.0, "", "10m"}};
+// clang-format on
+} // namespace
 
 class PanelModelTest : public QObject, private PanelRig {
     Q_OBJECT
@@ -74,6 +81,7 @@ private Q_SLOTS:
     void init() { freshStore(); }
     void cleanup() { dropAll(); }
 
+    // clang-format off
     void texts_data()
     {
         QTest::addColumn<QString>("actual");
@@ -82,51 +90,44 @@ private Q_SLOTS:
             QTest::newRow(name) << actual << QString::fromUtf8(expected);
         };
         using LS = LinkState;
-        row("link: connecting", PanelText::linkLabel(LS::connecting, now, now), "LINKING");
-        row("link: live, no update yet", PanelText::linkLabel(LS::live, {}, now), "LIVE");
-        row("link: live, two minutes", PanelText::linkLabel(LS::live, now - 150, now), "LIVE \u00B7 2m");
-        row("link: polling", PanelText::linkLabel(LS::polling, now - 150, now), "POLLING");
-        row("link: down", PanelText::linkLabel(LS::down, {}, now), "OFFLINE");
+        using namespace PanelText;
+        row("link: connecting", linkLabel(LS::connecting, now, now), "LINKING");
+        row("link: live, no update yet", linkLabel(LS::live, {}, now), "LIVE");
+        row("link: live, two minutes", linkLabel(LS::live, now - 150, now), "LIVE \u00B7 2m");
+        row("link: polling", linkLabel(LS::polling, now - 150, now), "POLLING");
+        row("link: down", linkLabel(LS::down, {}, now), "OFFLINE");
         // The symbol follows the link; with every visible signal already a
         // hero, the stream's own message wins.
-        row("empty: heroes only, offline", emptyState(false, LS::down),
+        row("empty: heroes only, offline", emptyText(false, LS::down),
             "antenna.radiowaves.left.and.right.slash / Nothing in this stream right now.");
-        row("empty: connecting", emptyState(true, LS::connecting),
+        row("empty: connecting", emptyText(true, LS::connecting),
             "antenna.radiowaves.left.and.right / Connecting to the tape\u2026");
-        row("empty: offline", emptyState(true, LS::down),
+        row("empty: offline", emptyText(true, LS::down),
             "antenna.radiowaves.left.and.right.slash / Can't reach the tape right now.");
-        row("empty: live", emptyState(true, LS::live), "wave.3.right / Nothing on the wire right now.");
+        row("empty: live", emptyText(true, LS::live), "wave.3.right / Nothing on the wire right now.");
         row("counters: nothing measured", counters({}, {}, LS::connecting), "7 shown|31 held");
-        row("counters: rtt once a call completed", counters(41.6, {}, LS::polling),
-            "RTT 42ms|7 shown|31 held");
-        row("counters: tape age only when live", counters(12.4, 3.2, LS::live),
-            "RTT 12ms|TAPE 3s|7 shown|31 held");
+        row("counters: rtt once a call completed", counters(41.6, {}, LS::polling), "RTT 42ms|7 shown|31 held");
+        row("counters: tape age only when live", counters(12.4, 3.2, LS::live), "RTT 12ms|TAPE 3s|7 shown|31 held");
         row("counters: no tape while down", counters({}, 90, LS::down), "7 shown|31 held");
-        row("counters: a frame newer than the clock is fresh", counters({}, -1.4, LS::live),
-            "TAPE 0s|7 shown|31 held");
-        row("counters: a mad clock shows no numbers",
-            counters(notANumber, std::numeric_limits<double>::infinity(), LS::live), "7 shown|31 held");
-        row("flow: buy rounded", PanelText::buyText(0.6271), "BUY 63%");
-        row("flow: sell is the rest", PanelText::sellText(0.6271), "SELL 37%");
-        row("flow rate", PanelText::flowRate(12.46), "12.5/m");
-        row("money: truncates", PanelText::money(999.99), "$999");
-        row("money: thousands truncate", PanelText::money(1999), "$1K");
-        row("money: millions truncate", PanelText::money(1'500'000), "$1M");
-        row("no minimum", PanelText::minimumSizeLabel(0), "Any");
-        row("no focus", PanelText::focusLabel(0), "Off");
-        row("version", PanelText::versionText(QStringLiteral("0.1.0")), "Version 0.1.0");
-        row("unknown version", PanelText::versionText(QStringLiteral(" ")), "Version \u2014");
-        row("buys unknown", PanelText::buysSellsText(std::nullopt, 3), "- buys / 3 sells");
-        row("meta: an old pile-in", PanelText::metaText(whale({}, now - 3 * 3600, SignalKind::spike), now),
-            "3h");
-        row("open: https", opening("https://dexscreener.com/solana/abc"), "opens 1");
-        row("open: http", opening("http://127.0.0.1:47800/pair/1"), "opens 1");
-        row("open: upper-case scheme", opening("HTTPS://example.org/x"), "opens 1");
-        row("open: javascript", opening("javascript:alert(1)"), "refused 0");
-        row("open: file", opening("file:///etc/passwd"), "refused 0");
-        row("open: no host", opening("https:///nohost"), "refused 0");
-        row("open: relative", opening("/pair/1"), "refused 0");
-        row("open: empty", opening(""), "refused 0");
+        row("counters: a frame newer than the clock is fresh", counters({}, -1.4, LS::live), "TAPE 0s|7 shown|31 held");
+        row("counters: a mad clock shows no numbers", counters(notANumber, qInf(), LS::live), "7 shown|31 held");
+        row("flow: buy rounded", buyText(0.6271), "BUY 63%");
+        row("flow: sell is the rest", sellText(0.6271), "SELL 37%");
+        row("flow rate", flowRate(12.46), "12.5/m");
+        row("money: truncates", money(999.99), "$999");
+        row("money: thousands truncate", money(1999), "$1K");
+        row("money: millions truncate", money(1'500'000), "$1M");
+        row("no minimum", minimumSizeLabel(0), "Any");
+        row("no focus", focusLabel(0), "Off");
+        row("version", versionText(QStringLiteral("0.1.0")), "Version 0.1.0");
+        row("unknown version", versionText(QStringLiteral(" ")), "Version \u2014");
+        row("buys unknown", buysSellsText(std::nullopt, 3), "- buys / 3 sells");
+        row("meta: an old pile-in", metaText(whale({}, now - 3 * 3600, SignalKind::spike), now), "3h");
+        for (const char *url : {"https://dexscreener.com/solana/abc", "http://127.0.0.1:47800/pair/1",
+                                "HTTPS://example.org/x"})
+            row(url, opening(url), "opens 1");
+        for (const char *url : {"javascript:alert(1)", "file:///etc/passwd", "https:///nohost", "/pair/1", "(empty)"})
+            row(url, opening(url[0] == '(' ? "" : url), "refused 0");
         row("runs: whole", runs("$WIF bought 12K", "$WIF"), "$WIF| bought 12K");
         row("runs: cut in the body", runs("$WIF bo~2K", "$WIF"), "$WIF| bo~2K");
         row("runs: cut in the ticker", runs("$LONG~ever", "$LONGTICKER"), "$LONG~|ever");
@@ -139,6 +140,7 @@ private Q_SLOTS:
         row("runs: only the ellipsis", runs("~", "$WIF"), "~|");
         row("runs: no ticker", runs("sold", ""), "|sold");
     }
+    // clang-format on
     void texts()
     {
         QFETCH(QString, actual);
@@ -199,31 +201,10 @@ private Q_SLOTS:
 
     // A row and a card of the same signal read one value per role: the win
     // ring's three fields and every other role agree between data() and describe().
-    void rolesAgreeWithTheCard_data()
-    {
-        QTest::addColumn<Maybe>("winRate");
-        QTest::addColumn<bool>("hasRing");
-        QTest::addColumn<double>("ring");
-        QTest::addColumn<QString>("ringText");
-        QTest::addColumn<QString>("meta");
-        QTest::newRow("known") << Maybe(0.62) << true << 0.62 << "62% WR"
-                               << "62% WR";
-        QTest::newRow("never won: an empty ring") << Maybe(0.0) << true << 0.0 << "0% WR"
-                                                  << "0% WR";
-        QTest::newRow("over one: the ring stops full") << Maybe(1.4) << true << 1.0 << "140% WR"
-                                                       << "140% WR";
-        QTest::newRow("unknown: no ring, the age") << Maybe() << false << 0.0 << ""
-                                                   << "10m";
-        QTest::newRow("broken: no ring, the age") << Maybe(notANumber) << false << 0.0 << ""
-                                                  << "10m";
-    }
+    void rolesAgreeWithTheCard_data() { rows(rings); }
     void rolesAgreeWithTheCard()
     {
-        QFETCH(Maybe, winRate);
-        QFETCH(bool, hasRing);
-        QFETCH(double, ring);
-        QFETCH(QString, ringText);
-        QFETCH(QString, meta);
+        const auto &[name, winRate, hasRing, ring, ringText, meta] = row(rings);
         const Signal s = whale(winRate, now - 600);
         SignalListModel list(nullptr);
         list.setSignals({s}, now);
@@ -236,8 +217,8 @@ private Q_SLOTS:
                      it.value().constData());
         QCOMPARE(card.value(QStringLiteral("hasWinRate")).toBool(), hasRing);
         QCOMPARE(card.value(QStringLiteral("winRate")).toDouble(), ring);
-        QCOMPARE(card.value(QStringLiteral("winRateText")).toString(), ringText);
-        QCOMPARE(card.value(QStringLiteral("meta")).toString(), meta);
+        QCOMPARE(card.value(QStringLiteral("winRateText")).toString(), QLatin1String(ringText));
+        QCOMPARE(card.value(QStringLiteral("meta")).toString(), QLatin1String(meta));
     }
 };
 

@@ -2,21 +2,16 @@
 // cards (mouse and keyboard), the undo, the watched mark and the settings lists.
 
 #include "PanelTestSupport.h"
+#include "Table.h"
 
 #include <QTimer>
+
+#include <algorithm>
 
 namespace {
 QStringList list(const char *words)
 {
     return QString::fromUtf8(words).split(QLatin1Char(','), Qt::SkipEmptyParts);
-}
-
-QStringList titles(const QVariantList &entries)
-{
-    QStringList out;
-    for (const QVariant &e : entries)
-        out << e.toMap().value(QStringLiteral("title")).toString();
-    return out;
 }
 
 QQuickItem *firstNamed(QQuickItem *root, const char *name)
@@ -26,6 +21,15 @@ QQuickItem *firstNamed(QQuickItem *root, const char *name)
             return item;
     return nullptr;
 }
+
+// clang-format off
+// Each entry once; the row and the hero bring up the same menu. The lists after.
+struct MenuRow { const char *name; bool hero; const char *action, *title, *tokens, *wallets, *watched; };
+const MenuRow menuRows[] = {
+    {"row: mute wallet", false, "muteWallet", "Mute @w1", "", "w1", ""},
+    {"row: watch", false, "watch", "Watch @w1", "", "", "w1"},
+    {"hero: mute token", true, "muteToken", "Mute $T5", "T5", "", ""}};
+// clang-format on
 } // namespace
 
 class PanelMuteTest : public QObject, private PanelRig {
@@ -35,10 +39,8 @@ class PanelMuteTest : public QObject, private PanelRig {
     void feed() { store->ingest(whaleRun(6, clock.t)); }
     bool published(const char *id) const
     {
-        for (const Signal &s : store->signalList())
-            if (s.id == QLatin1String(id))
-                return true;
-        return false;
+        return std::ranges::any_of(store->signalList(),
+                                   [&](const Signal &s) { return s.id == QLatin1String(id); });
     }
     QQuickItem *row(const char *id) const { return summaryOf(window()->contentItem(), QLatin1String(id)); }
 
@@ -47,31 +49,11 @@ private Q_SLOTS:
     void cleanup() { dropAll(); }
 
     // Right-click a stream row or the hero card, choose an entry: the lists change at once.
-    void contextMenu_data()
-    {
-        QTest::addColumn<bool>("hero");
-        QTest::addColumn<QByteArray>("action");
-        QTest::addColumn<QString>("title");
-        QTest::addColumn<QStringList>("tokens");
-        QTest::addColumn<QStringList>("wallets");
-        QTest::addColumn<QStringList>("watched");
-        const QStringList none;
-        // Each entry once; the row and the hero bring up the same menu.
-        QTest::newRow("row: mute wallet")
-            << false << QByteArray("muteWallet") << "Mute @w1" << none << list("w1") << none;
-        QTest::newRow("row: watch") << false << QByteArray("watch") << "Watch @w1" << none << none
-                                    << list("w1");
-        QTest::newRow("hero: mute token")
-            << true << QByteArray("muteToken") << "Mute $T5" << list("T5") << none << none;
-    }
+    void contextMenu_data() { rows(menuRows); }
     void contextMenu()
     {
-        QFETCH(bool, hero);
-        QFETCH(QByteArray, action);
-        QFETCH(QString, title);
-        QFETCH(QStringList, tokens);
-        QFETCH(QStringList, wallets);
-        QFETCH(QStringList, watched);
+        const auto &[name, hero, action, title, tokenList, walletList, watchedList] = ::row(menuRows);
+        const QStringList tokens = list(tokenList), wallets = list(walletList), watched = list(watchedList);
         feed();
         open();
         const char *id = hero ? "tw-fill-105" : "tw-fill-101";
@@ -80,18 +62,19 @@ private Q_SLOTS:
         QVERIFY(menu);
         QCOMPARE(menu->property("signalId").toString(), QLatin1String(id));
         QVERIFY(!on("menu-undo")); // nothing muted yet
-        click(on(QByteArray("menu-" + action).constData()));
+        click(on(QByteArray("menu-").append(action).constData()));
         QCOMPARE(store->preferences().mutedTokens, tokens);
         QCOMPARE(store->preferences().mutedWallets, wallets);
         QCOMPARE(store->preferences().watchedWallets, watched);
         QVERIFY(QTest::qWaitFor([&] { return !on("signalMenu"); }, 1000));
-        const bool muting = action.startsWith("mute");
+        const bool muting = QByteArray(action).startsWith("mute");
         QCOMPARE(published(id), !muting); // at once, not at the next rebuild
         if (muting) {
-            QCOMPARE(model()->settings()->undoText(), QStringLiteral("Undo mute") + title.mid(4));
+            QCOMPARE(model()->settings()->undoText(),
+                     QStringLiteral("Undo mute") + QLatin1String(title).mid(4));
         } else {
             QVERIFY(model()->settings()->undoText().isEmpty());
-            QCOMPARE(titles(model()->menuEntries(QLatin1String(id))).last(),
+            QCOMPARE(fieldOf(model()->menuEntries(QLatin1String(id)), "title").last(),
                      QStringLiteral("Stop watching @") + watched.first());
         }
     }
@@ -106,7 +89,7 @@ private Q_SLOTS:
         click(row("tw-fill-100"), Qt::RightButton);
         QQuickItem *undo = waitFor("menu-undo");
         QVERIFY(undo);
-        QCOMPARE(titles(model()->menuEntries(QStringLiteral("tw-fill-100"))),
+        QCOMPARE(fieldOf(model()->menuEntries(QStringLiteral("tw-fill-100")), "title"),
                  list("Undo mute @w1,Mute $T0,Mute @w0,Watch @w0"));
         click(undo);
         QVERIFY(store->preferences().mutedWallets.isEmpty());
@@ -152,12 +135,7 @@ private Q_SLOTS:
 
     // Right-click on the evidence: inside a row the row's menu, on the detail
     // card the inspector's own; one menu either way.
-    void inspectorMenus_data()
-    {
-        QTest::addColumn<bool>("detailCard");
-        QTest::newRow("open row") << false;
-        QTest::newRow("detail card") << true;
-    }
+    void inspectorMenus_data() { eitherWay("detailCard", "open row", "detail card"); }
     void inspectorMenus()
     {
         QFETCH(bool, detailCard);

@@ -3,6 +3,7 @@
 
 #include "Panel/SignalListModel.h"
 #include "PanelTestSupport.h"
+#include "Table.h"
 
 #include <QFont>
 #include <QGuiApplication>
@@ -33,6 +34,26 @@ QQuickItem *shownToolTip(QQuickWindow *window)
             return item;
     return nullptr;
 }
+
+// clang-format off
+struct Placement { const char *name; QRect anchor, screen; QPoint topLeft; };
+const QRect wide(0, 0, 1920, 1080);
+const Placement placements[] = {
+    {"under the button, right edges 10 apart", {1500, 0, 30, 24}, wide, {1140, 30}},
+    {"far right stops 8 inside", {1900, 0, 20, 24}, wide, {1512, 30}},
+    {"far left stops 8 inside", {0, 0, 20, 24}, wide, {8, 30}},
+    {"offset screen", {1930, 30, 20, 20}, {1920, 28, 1280, 1000}, {1928, 56}},
+    {"narrow screen: the right margin wins", {100, 0, 20, 24}, {0, 0, 410, 800}, {2, 30}},
+    {"tray icon in a bottom bar: above it", {1800, 1052, 24, 24}, {0, 0, 1920, 1048}, {1434, 1052 - 6 - 620}},
+    {"corner anchor of a tray-only start", {1919, 0, 1, 1}, wide, {1512, 7}}};
+
+// The hero's figure line shrinks to fit, down to the smallest legible size,
+// then shortens the ticker; it never runs under the amount.
+struct HeroTicker { const char *name, *symbol; bool shortened; };
+const HeroTicker heroTickers[] = {
+    {"fits at full size", "WIF", false}, {"fits once shrunk", "ABCDEFGHIJKLMNOPQR", false},
+    {"shortened at the smallest size", "ABCDEFGHIJKLMNOPQRSTUVWXYZABCDEFGHIJKLMN", true}};
+// clang-format on
 
 QString heroId(PanelModel *model)
 {
@@ -74,31 +95,11 @@ private Q_SLOTS:
     void init() { freshPanel(); }
     void cleanup() { dropAll(); }
 
-    void placement_data()
-    {
-        QTest::addColumn<QRect>("anchor");
-        QTest::addColumn<QRect>("screen");
-        QTest::addColumn<QPoint>("topLeft");
-        const QRect wide(0, 0, 1920, 1080);
-        QTest::newRow("under the button, right edges 10 apart")
-            << QRect(1500, 0, 30, 24) << wide << QPoint(1140, 30);
-        QTest::newRow("far right stops 8 inside") << QRect(1900, 0, 20, 24) << wide << QPoint(1512, 30);
-        QTest::newRow("far left stops 8 inside") << QRect(0, 0, 20, 24) << wide << QPoint(8, 30);
-        QTest::newRow("offset screen")
-            << QRect(1930, 30, 20, 20) << QRect(1920, 28, 1280, 1000) << QPoint(1928, 56);
-        QTest::newRow("narrow screen: the right margin wins")
-            << QRect(100, 0, 20, 24) << QRect(0, 0, 410, 800) << QPoint(2, 30);
-        QTest::newRow("tray icon in a bottom bar: above it")
-            << QRect(1800, 1052, 24, 24) << QRect(0, 0, 1920, 1048) << QPoint(1434, 1052 - 6 - 620);
-        QTest::newRow("corner anchor of a tray-only start")
-            << QRect(1919, 0, 1, 1) << wide << QPoint(1512, 7);
-    }
+    void placement_data() { rows(placements); }
     void placement()
     {
-        QFETCH(QRect, anchor);
-        QFETCH(QRect, screen);
-        QFETCH(QPoint, topLeft);
-        QCOMPARE(PanelController::placement(anchor, screen), topLeft);
+        const Placement &r = row(placements);
+        QCOMPARE(PanelController::placement(r.anchor, r.screen), r.topLeft);
     }
 
     // A frameless tool window that slides into place; closing drops the whole
@@ -213,8 +214,7 @@ private Q_SLOTS:
         QVERIFY(mini);
         const QString id = mini->property("signalId").toString();
         settleFrame(window());
-        QVERIFY(clickStartsLoading(mini->mapToScene(QPointF(mini->width() / 2, mini->height() / 2)).toPoint(),
-                                   id));
+        QVERIFY(clickStartsLoading(centre(mini).toPoint(), id));
         QCOMPARE(model()->openId(), id);
         QCOMPARE(shown("heroDetail").size(), 1);
         QVERIFY(failsSoon(id));
@@ -350,12 +350,7 @@ private Q_SLOTS:
     // New signals arrive in sight at the top of a list left at its top, even
     // when a change removes and adds rows at once; a list the user scrolled
     // keeps the row they were reading.
-    void theStreamKeepsItsTopWhileOpen_data()
-    {
-        QTest::addColumn<bool>("animated");
-        QTest::newRow("still") << false;
-        QTest::newRow("animated") << true;
-    }
+    void theStreamKeepsItsTopWhileOpen_data() { eitherWay("animated", "still", "animated"); }
     void theStreamKeepsItsTopWhileOpen()
     {
         QFETCH(bool, animated);
@@ -389,7 +384,7 @@ private Q_SLOTS:
                                     .arg(list->property("originY").toReal())));
         }
 
-        const QPointF at = list->mapToScene(QPointF(list->width() / 2, list->height() / 2));
+        const QPointF at = centre(list);
         for (int i = 0; i < 3; ++i) {
             QWheelEvent event(at, window()->mapToGlobal(at), QPoint(), QPoint(0, -120), Qt::NoButton, {},
                               Qt::NoScrollPhase, false);
@@ -405,12 +400,7 @@ private Q_SLOTS:
 
     // Links keep their encoded form from the wire to the opener, from a row's
     // evidence and from the hero's chart button alike.
-    void anEncodedLinkReachesTheOpenerIntact_data()
-    {
-        QTest::addColumn<bool>("asHero");
-        QTest::newRow("row evidence") << false;
-        QTest::newRow("hero chart") << true;
-    }
+    void anEncodedLinkReachesTheOpenerIntact_data() { eitherWay("asHero", "row evidence", "hero chart"); }
     void anEncodedLinkReachesTheOpenerIntact()
     {
         QFETCH(bool, asHero);
@@ -441,23 +431,13 @@ private Q_SLOTS:
         QCOMPARE(opened, QList<QByteArray>{pair.toUtf8()});
     }
 
-    // The hero's figure line shrinks to fit, down to the smallest legible
-    // size, then shortens the ticker; it never runs under the amount.
-    void aLongTickerInTheHeroStaysClearOfTheAmount_data()
-    {
-        QTest::addColumn<QString>("symbol");
-        QTest::addColumn<bool>("shortened");
-        QTest::newRow("fits at full size") << QStringLiteral("WIF") << false;
-        QTest::newRow("fits once shrunk") << QStringLiteral("ABCDEFGHIJKLMNOPQR") << false;
-        QTest::newRow("shortened at the smallest size")
-            << QStringLiteral("ABCDEFGHIJKLMNOPQRSTUVWXYZABCDEFGHIJKLMN") << true;
-    }
+    void aLongTickerInTheHeroStaysClearOfTheAmount_data() { rows(heroTickers); }
     void aLongTickerInTheHeroStaysClearOfTheAmount()
     {
-        QFETCH(QString, symbol);
-        QFETCH(bool, shortened);
+        const auto [name, symbol, shortened] = row(heroTickers);
         feed(4);
-        store->ingest({whaleFill(810, clock.t - 1, 9'876'543, QStringLiteral("ansem"), symbol)});
+        store->ingest(
+            {whaleFill(810, clock.t - 1, 9'876'543, QStringLiteral("ansem"), QLatin1String(symbol))});
         open();
         settleFrame(window());
         QCOMPARE(heroId(model()), QStringLiteral("tw-fill-810"));
@@ -494,8 +474,7 @@ private Q_SLOTS:
         settleFrame(window());
         QQuickItem *item = on(target.constData());
         QVERIFY(item);
-        QTest::mouseMove(window(),
-                         item->mapToScene(QPointF(item->width() / 2, item->height() / 2)).toPoint());
+        QTest::mouseMove(window(), centre(item).toPoint());
         QQuickItem *tip = nullptr;
         QVERIFY(QTest::qWaitFor([&] { return (tip = shownToolTip(window())) != nullptr; }, 3000));
         int plates = 0, texts = 0;

@@ -5,6 +5,7 @@
 #include "Model/Preferences.h"
 #include "Panel/SettingsModel.h"
 #include "PanelTestSupport.h"
+#include "Table.h"
 
 #include <QFile>
 
@@ -12,20 +13,24 @@
 
 namespace {
 const double notANumber = std::numeric_limits<double>::quiet_NaN();
-using Edit = std::function<bool(SettingsModel &, bool same)>;
-using Saved = std::function<bool(const Preferences &)>;
+using SM = SettingsModel;
+using P = Preferences;
 
-QStringList labels(const QVariantList &entries)
-{
-    QStringList out;
-    for (const QVariant &e : entries)
-        out << e.toMap().value(QStringLiteral("label")).toString();
-    return out;
-}
+// clang-format off
+// An edit to the value already selected (same) or to another one, and what is saved after the latter.
+struct Edit { const char *name; bool (*edit)(SM &, bool same); bool (*saved)(const P &); };
+const Edit editRows[] = {
+    {"minimum size", [](SM &m, bool same) { return m.setMinimumSize(same ? 1000 : 5000); },
+     [](const P &p) { return p.minTradeUsd == 5000; }},
+    {"focus size", [](SM &m, bool same) { return m.setFocusSize(same ? 25000 : 0); },
+     [](const P &p) { return p.focalUsd == 0; }},
+    {"stream switch", [](SM &m, bool same) { return m.setStreamEnabled(QStringLiteral("spike"), same); },
+     [](const P &p) { return !p.shows(SignalKind::spike); }},
+    {"pause", [](SM &m, bool same) { return m.setPaused(!same); }, [](const P &p) { return p.paused; }},
+    {"tray only", [](SM &m, bool same) { return m.setTrayOnly(!same); }, [](const P &p) { return p.trayOnly; }},
+    {"notify", [](SM &m, bool same) { return m.setNotifyTakeovers(same); }, [](const P &p) { return !p.notifyTakeovers; }}};
+// clang-format on
 } // namespace
-
-Q_DECLARE_METATYPE(Edit)
-Q_DECLARE_METATYPE(Saved)
 
 class PanelSettingsTest : public QObject, private PanelRig {
     Q_OBJECT
@@ -36,31 +41,10 @@ private Q_SLOTS:
 
     // Each edit saves once and persists; pressing the selected value or
     // passing nonsense saves nothing.
-    void edits_data()
-    {
-        QTest::addColumn<Edit>("edit");
-        QTest::addColumn<Saved>("saved");
-        QTest::newRow("minimum size")
-            << Edit([](SettingsModel &m, bool same) { return m.setMinimumSize(same ? 1000 : 5000); })
-            << Saved([](const Preferences &p) { return p.minTradeUsd == 5000; });
-        QTest::newRow("focus size") << Edit([](SettingsModel &m, bool same) {
-            return m.setFocusSize(same ? 25000 : 0);
-        }) << Saved([](const Preferences &p) { return p.focalUsd == 0; });
-        QTest::newRow("stream switch") << Edit([](SettingsModel &m, bool same) {
-            return m.setStreamEnabled(QStringLiteral("spike"), same);
-        }) << Saved([](const Preferences &p) { return !p.shows(SignalKind::spike); });
-        QTest::newRow("pause") << Edit([](SettingsModel &m, bool same) { return m.setPaused(!same); })
-                               << Saved([](const Preferences &p) { return p.paused; });
-        QTest::newRow("tray only") << Edit([](SettingsModel &m, bool same) { return m.setTrayOnly(!same); })
-                                   << Saved([](const Preferences &p) { return p.trayOnly; });
-        QTest::newRow("notify") << Edit([](SettingsModel &m, bool same) {
-            return m.setNotifyTakeovers(same);
-        }) << Saved([](const Preferences &p) { return !p.notifyTakeovers; });
-    }
+    void edits_data() { rows(editRows); }
     void edits()
     {
-        QFETCH(Edit, edit);
-        QFETCH(Saved, saved);
+        const auto &[name, edit, saved] = row(editRows);
         SettingsModel model(store.get());
         QSettings settings(QStringLiteral("Larkpin"), QStringLiteral("Larkpin"));
         // A marker in the settings file shows whether anything was written.
@@ -113,8 +97,9 @@ private Q_SLOTS:
         QCOMPARE(model.undoText(), QStringLiteral("Undo mute $WIF")); // a watch is no mute
         QVERIFY(model.setListed(QStringLiteral("wallet"), QStringLiteral("degen"), true));
         QCOMPARE(model.undoText(), QStringLiteral("Undo mute @degen"));
-        QCOMPARE(labels(model.mutedList()), (QStringList{QStringLiteral("$WIF"), QStringLiteral("@degen")}));
-        QCOMPARE(labels(model.watchedList()), QStringList{QStringLiteral("@ansem")});
+        QCOMPARE(fieldOf(model.mutedList(), "label"),
+                 (QStringList{QStringLiteral("$WIF"), QStringLiteral("@degen")}));
+        QCOMPARE(fieldOf(model.watchedList(), "label"), QStringList{QStringLiteral("@ansem")});
 
         QVERIFY(!model.setListed(QStringLiteral("wallet"), QStringLiteral("degen"), true)); // already
         QVERIFY(model.setListed(QStringLiteral("wallet"), QStringLiteral("degen"), false));

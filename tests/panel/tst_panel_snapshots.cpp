@@ -74,15 +74,11 @@ private Q_SLOTS:
 
     // Every rule and every edge is one device pixel at 1x and at 2x, in the
     // tree and in the picture: the rail's rule is a single row of pixels.
-    void hairlinesAreOneDevicePixel_data()
-    {
-        QTest::addColumn<double>("dpr");
-        QTest::newRow("1x") << 1.0;
-        QTest::newRow("2x") << 2.0;
-    }
+    void hairlinesAreOneDevicePixel_data() { eitherWay("twice", "1x", "2x"); }
     void hairlinesAreOneDevicePixel()
     {
-        QFETCH(double, dpr);
+        QFETCH(bool, twice);
+        const double dpr = twice ? 2.0 : 1.0;
         store->ingest(whaleRun(7, clock.t));
         OffscreenPanel offscreen(store.get(), dpr);
         QVERIFY(offscreen.open());
@@ -133,16 +129,11 @@ private Q_SLOTS:
         QVERIFY2(std::abs(above - below) <= 3, greys.constData());
     }
 
-    void writesTheFivePictures_data()
-    {
-        QTest::addColumn<int>("whales");
-        QTest::newRow("empty store") << 0;
-        QTest::newRow("whales, evidence failing") << 7;
-    }
+    void writesTheFivePictures_data() { eitherWay("whales", "empty store", "whales, evidence failing"); }
     void writesTheFivePictures()
     {
-        QFETCH(int, whales);
-        store->ingest(whaleRun(whales, clock.t, 20, 4000));
+        QFETCH(bool, whales);
+        store->ingest(whaleRun(whales ? 7 : 0, clock.t, 20, 4000));
         QTemporaryDir temporary;
         QVERIFY(temporary.isValid());
         // LARKPIN_KEEP_PICTURES=<dir> keeps them for a look.
@@ -155,9 +146,9 @@ private Q_SLOTS:
         QVERIFY2(result.ok, qPrintable(result.error));
         QCOMPARE(result.calls, 1);
         QVERIFY(timer.elapsed() < PanelSnapshots::timeoutMs);
-        checkPictures(dir, whales > 0);
+        checkPictures(dir, whales);
         // The loading picture was taken with the evidence still on its way.
-        QVERIFY(whales == 0 || !store->loadingDetail().isEmpty() || !store->failedDetail().isEmpty());
+        QVERIFY(!whales || !store->loadingDetail().isEmpty() || !store->failedDetail().isEmpty());
     }
 
     void anUnwritableDirectoryIsAClearError()

@@ -5,6 +5,7 @@
 #include "IsolatedSettings.h"
 #include "Panel/SignalListModel.h"
 #include "PanelTestSupport.h"
+#include "Table.h"
 
 #include <QAbstractItemModelTester>
 
@@ -16,14 +17,12 @@ QList<Signal> listOf(const QString &letters, const QString &body = QStringLitera
 {
     QList<Signal> out;
     for (const QString &l : letters.split(QLatin1Char(' '), Qt::SkipEmptyParts)) {
-        Signal s;
-        s.id = QStringLiteral("tw-fill-") + l;
-        s.kind = SignalKind::whale;
-        s.line.ticker = QStringLiteral("$") + l.toUpper();
-        s.line.body = body;
-        s.createdAt = T0 + l.at(0).unicode();
-        s.expiresAt = s.createdAt + 3600;
-        out << s;
+        const double at = T0 + l.at(0).unicode();
+        out << Signal{.id = QStringLiteral("tw-fill-") + l,
+                      .kind = SignalKind::whale,
+                      .line = {.ticker = QStringLiteral("$") + l.toUpper(), .body = body},
+                      .createdAt = at,
+                      .expiresAt = at + 3600};
     }
     return out;
 }
@@ -40,6 +39,16 @@ TwFill whale(qint64 id, double ts, const char *handle, const char *symbol, doubl
 {
     return whaleFill(id, ts, usd, QLatin1String(handle), QLatin1String(symbol));
 }
+
+// clang-format off
+// A new order cannot be told as moves: it resets.
+struct Transition { const char *name, *before, *after; int resets; };
+const Transition transitionRows[] = {
+    {"from empty", "", "c b a", 0}, {"a newer one on top", "b a", "c b a", 0},
+    {"one into the middle", "c a", "c b a", 0}, {"one leaves", "c b a", "c a", 0},
+    {"all replaced, same count", "b a", "d c", 0}, {"same rows", "b a", "b a", 0},
+    {"a new order", "a b c", "c b a", 1}, {"to empty", "c b a", "", 0}};
+// clang-format on
 } // namespace
 
 class SignalListTest : public QObject {
@@ -47,33 +56,11 @@ class SignalListTest : public QObject {
 private Q_SLOTS:
     void initTestCase() { isolateSettings(); }
 
-    void transitions_data()
-    {
-        QTest::addColumn<QString>("before");
-        QTest::addColumn<QString>("after");
-        QTest::addColumn<int>("resets"); // a new order cannot be told as moves
-        QTest::newRow("from empty") << ""
-                                    << "c b a" << 0;
-        QTest::newRow("a newer one on top") << "b a"
-                                            << "c b a" << 0;
-        QTest::newRow("one into the middle") << "c a"
-                                             << "c b a" << 0;
-        QTest::newRow("one leaves") << "c b a"
-                                    << "c a" << 0;
-        QTest::newRow("all replaced, same count") << "b a"
-                                                  << "d c" << 0;
-        QTest::newRow("same rows") << "b a"
-                                   << "b a" << 0;
-        QTest::newRow("a new order") << "a b c"
-                                     << "c b a" << 1;
-        QTest::newRow("to empty") << "c b a"
-                                  << "" << 0;
-    }
+    void transitions_data() { rows(transitionRows); }
     void transitions()
     {
-        QFETCH(QString, before);
-        QFETCH(QString, after);
-        QFETCH(int, resets);
+        const auto &[name, beforeText, afterText, resets] = row(transitionRows);
+        const QString before = QLatin1String(beforeText), after = QLatin1String(afterText);
         SignalListModel model(nullptr);
         QAbstractItemModelTester tester(&model, QAbstractItemModelTester::FailureReportingMode::QtTest);
         model.setSignals(listOf(before), T0);
