@@ -42,12 +42,9 @@ QList<RailTick> rail()
     return ticks;
 }
 
-enum class Moment { resting, midFlip, midPing, takeover, takeoverFading };
-
-void paintFrames(benchmark::State &state, Moment moment)
+// The same live two-segment tape for the timed frames and the filmstrips.
+void showTape(StatusStreamView &view)
 {
-    StatusStreamView view;
-    view.resize(196, 24);
     view.setLinkState(LinkState::live);
     view.setRail(rail());
     view.update({segment(SignalKind::whale, QStringLiteral("$BONK"), QStringLiteral("@kestrelcap bought"),
@@ -55,6 +52,15 @@ void paintFrames(benchmark::State &state, Moment moment)
                  segment(SignalKind::stocks, QStringLiteral("NVDAx"), QStringLiteral("3 wallets bought"),
                          QStringLiteral("$1.20M"))},
                 false);
+}
+
+enum class Moment { resting, midFlip, midPing, takeover, takeoverFading };
+
+void paintFrames(benchmark::State &state, Moment moment)
+{
+    StatusStreamView view;
+    view.resize(196, 24);
+    showTape(view);
     double t = view.now() + 1.5;
     switch (moment) {
     case Moment::resting: break;
@@ -148,13 +154,7 @@ int frames(const QString &dir)
     StatusStreamView view;
     view.resize(170, 24);
     view.setReduceMotion(false);
-    view.setLinkState(LinkState::live);
-    view.setRail(rail());
-    view.update({segment(SignalKind::whale, QStringLiteral("$BONK"), QStringLiteral("@kestrelcap bought"),
-                         QStringLiteral("$48.2K")),
-                 segment(SignalKind::stocks, QStringLiteral("NVDAx"), QStringLiteral("3 wallets bought"),
-                         QStringLiteral("$1.20M"))},
-                false);
+    showTape(view);
     const auto shot = [&view, scale](double t) {
         QImage one(QSize(170, 24) * scale, QImage::Format_ARGB32_Premultiplied);
         one.setDevicePixelRatio(scale);
