@@ -7,6 +7,7 @@
 #include "Feed/TarnwickClient.h"
 #include "Panel/PanelController.h"
 #include "Panel/PanelModel.h"
+#include "TarnwickSim.h"
 
 #include <QCoreApplication>
 #include <QJsonArray>
@@ -17,7 +18,6 @@
 #include <QSettings>
 #include <QSignalSpy>
 #include <QTcpServer>
-#include <QTcpSocket>
 #include <QTest>
 
 #include <memory>
@@ -82,57 +82,6 @@ inline QList<TwFill> whaleRun(int n, double now, double spacing = 30, double ste
                            QStringLiteral("T%1").arg(i));
     return fills;
 }
-
-// A service that answers the two reads behind a row's evidence with records
-// a test writes: the tape (for the fill's own chart link) and a trader's page.
-// Every other path is a 404.
-class CannedService : public QTcpServer {
-public:
-    QJsonArray tape;
-    QJsonObject trader;
-
-    CannedService()
-    {
-        if (!listen(QHostAddress::LocalHost, 0))
-            qFatal("no port for the canned service");
-        connect(this, &QTcpServer::newConnection, this, [this] {
-            while (QTcpSocket *socket = nextPendingConnection()) {
-                connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
-                connect(socket, &QTcpSocket::readyRead, socket, [this, socket] { answer(socket); });
-            }
-        });
-    }
-
-    static QJsonObject fillRecord(const TwFill &f, const QString &pairUrl)
-    {
-        return QJsonObject{{QStringLiteral("id"), f.id},         {QStringLiteral("ts"), f.ts},
-                           {QStringLiteral("side"), f.side},     {QStringLiteral("usd"), f.usd},
-                           {QStringLiteral("handle"), f.handle}, {QStringLiteral("wallet"), f.wallet},
-                           {QStringLiteral("token"), f.token},   {QStringLiteral("symbol"), f.symbol},
-                           {QStringLiteral("pair_url"), pairUrl}};
-    }
-
-private:
-    void answer(QTcpSocket *socket)
-    {
-        QByteArray &seen = pending_[socket];
-        seen += socket->readAll();
-        if (!seen.contains("\r\n\r\n"))
-            return;
-        const QByteArray target = seen.split(' ').value(1);
-        pending_.remove(socket);
-        QByteArray body;
-        if (target.startsWith("/api/tape"))
-            body = QJsonDocument(tape).toJson(QJsonDocument::Compact);
-        else if (target.startsWith("/api/trader/"))
-            body = QJsonDocument(trader).toJson(QJsonDocument::Compact);
-        const QByteArray status = body.isEmpty() ? "404 Not Found" : "200 OK";
-        socket->write("HTTP/1.1 " + status + "\r\nContent-Type: application/json\r\nContent-Length: " +
-                      QByteArray::number(body.size()) + "\r\nConnection: close\r\n\r\n" + body);
-        socket->disconnectFromHost();
-    }
-    QHash<QTcpSocket *, QByteArray> pending_;
-};
 
 // Every item under root, root first: the panel tests look items up by
 // their accessible names and object names.
@@ -226,15 +175,27 @@ struct PanelRig {
         freshStore();
         panel = std::make_unique<PanelController>(store.get());
     }
-    // The panel over a store that reads its evidence from `service`.
-    void servedBy(const CannedService &service)
+    // The panel over a store that reads its evidence from the local service,
+    // whose trader pages (and tape, unless `tape` is empty) answer with these records.
+    std::unique_ptr<tarnwick::SimServer> service;
+    void servedWith(const QJsonArray &tape, const QJsonObject &trader)
     {
+        using tarnwick::EndpointFaultKind;
+        service = std::make_unique<tarnwick::SimServer>(tarnwick::SimOptions{.port = 0, .autoTape = false});
+        QVERIFY(service->start());
+        const auto canned = [](const auto &json) {
+            return tarnwick::EndpointFault{.kind = EndpointFaultKind::Canned,
+                                           .body = QJsonDocument(json).toJson(QJsonDocument::Compact)};
+        };
+        if (!tape.isEmpty())
+            service->setEndpointFault(QStringLiteral("/tape"), canned(tape));
+        service->setEndpointFault(QStringLiteral("/trader/"), canned(trader));
         panel.reset();
-        store = storeAt(service.serverPort(), 2000, clock);
+        store = storeAt(service->port(), 2000, clock);
         store->setPreferences(Preferences::defaults());
         panel = std::make_unique<PanelController>(store.get());
     }
-    void dropAll() { panel.reset(), store.reset(); }
+    void dropAll() { panel.reset(), store.reset(), service.reset(); }
     // Opens under a button at the top, with the animations off.
     void open()
     {

@@ -10,6 +10,8 @@
 #include <QScreen>
 #include <QWheelEvent>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 QRectF sceneRect(QQuickItem *item)
 {
@@ -404,14 +406,14 @@ private Q_SLOTS:
     void anEncodedLinkReachesTheOpenerIntact()
     {
         QFETCH(bool, asHero);
-        CannedService service;
         const QString pair = QStringLiteral("https://dex.example/solana/a%20b?q=x%2Fy");
-        const TwFill fill = whaleFill(700, clock.t - 5, asHero ? 9e6 : 1500);
-        service.tape = {CannedService::fillRecord(fill, pair)};
-        service.trader = {{QStringLiteral("address"), fill.wallet}, {QStringLiteral("handle"), fill.handle}};
-        servedBy(service);
+        const TwFill f = whaleFill(700, clock.t - 5, asHero ? 9e6 : 1500);
+        servedWith({QJsonObject{{u"id"_s, f.id}, {u"ts"_s, f.ts}, {u"side"_s, f.side}, {u"usd"_s, f.usd},
+                                {u"handle"_s, f.handle}, {u"wallet"_s, f.wallet}, {u"token"_s, f.token},
+                                {u"symbol"_s, f.symbol}, {u"pair_url"_s, pair}}},
+                   {{u"address"_s, f.wallet}, {u"handle"_s, f.handle}});
         feed(6);
-        store->ingest({fill});
+        store->ingest({f});
         open();
         QList<QByteArray> opened;
         model()->openUrlHook = [&](const QUrl &url) {
@@ -498,11 +500,8 @@ private Q_SLOTS:
     // Opening the last row scrolls its evidence into view above the band.
     void anOpenedLowRowShowsItsEvidenceAboveTheBand()
     {
-        CannedService service;
-        servedBy(service);
+        servedWith({}, {{u"address"_s, u"Wallet1"_s}, {u"handle"_s, u"w1"_s}});
         feed(12);
-        service.trader = {{QStringLiteral("address"), QStringLiteral("Wallet1")},
-                          {QStringLiteral("handle"), QStringLiteral("w1")}};
         open();
         QQuickItem *list = on("streamList");
         QVERIFY(list);

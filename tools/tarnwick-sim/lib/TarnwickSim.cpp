@@ -691,6 +691,17 @@ void SimServer::serveRest(QTcpSocket *socket, const QByteArray &target, const QB
         status = 200;
         body = R"([{"id":"not a number"}, {"half":)";
         break;
+    case EndpointFaultKind::Canned:
+        status = 200;
+        body = fault.body;
+        break;
+    case EndpointFaultKind::CutShort:
+        log(QStringLiteral("GET ") + QString::fromLatin1(target) + QStringLiteral(" -> cut short"));
+        Q_EMIT requestServed(route, 200);
+        socket->write("HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nContent-Length: " +
+                      QByteArray::number(body.size() + 4000) + "\r\n\r\n" + body.left(body.size() / 2));
+        socket->disconnectFromHost();
+        return;
     case EndpointFaultKind::Delay:
     case EndpointFaultKind::SocketFirst: break;
     case EndpointFaultKind::Endless:

@@ -39,6 +39,8 @@ struct SimOptions {
 // Drip: a 200 whose body comes one byte every `delayMs`.
 // SocketFirst: the fills of the answer go out on the socket first, the
 // answer follows `delayMs` later (the race of a backfill and a live frame).
+// Canned: a 200 with `body`, whatever the market holds.
+// CutShort: a 200 that promises more body than it sends, then hangs up.
 enum class EndpointFaultKind {
     None,
     Status500,
@@ -49,13 +51,16 @@ enum class EndpointFaultKind {
     Endless,
     Huge,
     Drip,
-    SocketFirst
+    SocketFirst,
+    Canned,
+    CutShort
 };
 struct EndpointFault {
     EndpointFaultKind kind = EndpointFaultKind::None;
     int delayMs = 0;
     qint64 bytes = 0;
     bool declareLength = true; // Huge: false sends it chunked, with no length up front
+    QByteArray body;           // Canned
 };
 enum class HandshakeMode { Accept, Refuse, Hang };
 
