@@ -203,8 +203,10 @@ private Q_SLOTS:
     void pingRingStaysInside()
     {
         StatusStreamView view;
+        view.show(); // pings only play in a window on screen
         view.ping();
         const double start = view.now();
+        QVERIFY(frame(view, start + 0.1) != frame(view, start - 1)); // the ring is drawn
         for (double age : {0.05, 0.15, 0.3, 0.45, 0.6}) {
             QImage img = canvas(QSize(120, 64), 2, Qt::transparent);
             QPainter p(&img);
