@@ -1,13 +1,22 @@
 #include "Desktop/SingleInstance.h"
 
+#include "Support/Log.h"
+
 #include <QCryptographicHash>
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
 #include <QLocalServer>
 #include <QLocalSocket>
+#include <QDir>
+#include <QFile>
 #include <QStandardPaths>
 
+#include <cerrno>
+
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/types.h>
 #include <unistd.h>
 
 // The object a running instance exports; its two methods are the whole remote
@@ -68,9 +77,42 @@ QString SingleInstance::busName() const
     return QStringLiteral("org.larkpin.Larkpin.s") + key_;
 }
 
+namespace {
+// A folder we own, that is no link, and that no one else may enter.
+bool isPrivate(const QByteArray &path)
+{
+    struct stat st {};
+    return ::lstat(path.constData(), &st) == 0 && S_ISDIR(st.st_mode) && st.st_uid == ::getuid() &&
+           (st.st_mode & 077) == 0;
+}
+} // namespace
+
+QString SingleInstance::privateFolder()
+{
+    const QByteArray runtime = qgetenv("XDG_RUNTIME_DIR");
+    if (!runtime.isEmpty() && isPrivate(runtime))
+        return QString::fromLocal8Bit(runtime);
+    const QByteArray own = QFile::encodeName(QDir::tempPath() + QStringLiteral("/larkpin-") +
+                                             QString::number(::getuid()));
+    if (::mkdir(own.constData(), 0700) != 0 && errno != EEXIST)
+        return {};
+    return isPrivate(own) ? QFile::decodeName(own) : QString();
+}
+
+long SingleInstance::peerUid(qintptr socketDescriptor)
+{
+    struct ucred cred {};
+    socklen_t length = sizeof cred;
+    if (socketDescriptor < 0 ||
+        ::getsockopt(int(socketDescriptor), SOL_SOCKET, SO_PEERCRED, &cred, &length) != 0)
+        return -1;
+    return long(cred.uid);
+}
+
 QString SingleInstance::socketName() const
 {
-    return QStringLiteral("larkpin-") + QString::number(::getuid()) + QLatin1Char('-') + key_;
+    const QString folder = privateFolder();
+    return folder.isEmpty() ? QString() : folder + QStringLiteral("/larkpin-") + key_;
 }
 
 bool SingleInstance::send(Request request) const
@@ -89,9 +131,15 @@ bool SingleInstance::send(Request request) const
 
 bool SingleInstance::sendOverSocket(Request request) const
 {
+    const QString name = socketName();
+    if (name.isEmpty())
+        return false;
     QLocalSocket socket;
-    socket.connectToServer(socketName());
+    socket.connectToServer(name);
     if (!socket.waitForConnected(300))
+        return false;
+    // Only an instance of ours may take the request.
+    if (peerUid(socket.socketDescriptor()) != long(::getuid()))
         return false;
     socket.write(request == Request::Open ? "open\n" : "quit\n");
     socket.waitForBytesWritten(300);
@@ -120,21 +168,35 @@ bool SingleInstance::claim()
 
 bool SingleInstance::claimSocket()
 {
+    const QString name = socketName();
+    if (name.isEmpty()) {
+        // Better two instances than none: this one runs, unreachable.
+        Log::warning(lcApp(), QStringLiteral("no private folder for the instance socket (") + QDir::tempPath() +
+                                  QStringLiteral("/larkpin-") + QString::number(::getuid()) +
+                                  QStringLiteral(" is not ours alone); running without it"));
+        transport_ = QStringLiteral("none");
+        return true;
+    }
     // A live server accepts; a dead one left only its file behind.
     {
         QLocalSocket probe;
-        probe.connectToServer(socketName());
+        probe.connectToServer(name);
         if (probe.waitForConnected(300))
             return false;
     }
-    QLocalServer::removeServer(socketName());
+    QLocalServer::removeServer(name);
     server_ = new QLocalServer(this);
     server_->setSocketOptions(QLocalServer::UserAccessOption);
-    if (!server_->listen(socketName()))
+    if (!server_->listen(name))
         return false;
     transport_ = QStringLiteral("socket");
     connect(server_, &QLocalServer::newConnection, this, [this] {
         while (QLocalSocket *peer = server_->nextPendingConnection()) {
+            if (peerUid(peer->socketDescriptor()) != long(::getuid())) {
+                peer->abort(); // another user: not a word is read
+                peer->deleteLater();
+                continue;
+            }
             connect(peer, &QLocalSocket::readyRead, this, [this, peer] {
                 const QByteArray line = peer->read(16); // a request is one short word
                 if (line.startsWith("open"))

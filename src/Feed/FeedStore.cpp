@@ -56,6 +56,7 @@ FeedStore::~FeedStore()
     client_->onLatency = nullptr;
     client_->onFrame = nullptr;
     client_->onBackfill = nullptr;
+    client_->onRestart = nullptr;
 }
 
 void FeedStore::log(const QString &message) const
@@ -101,6 +102,15 @@ void FeedStore::wireClient()
             self->backfilled_ = true;
             Q_EMIT self->backfillArrived();
         }
+    };
+    client_->onRestart = [self] {
+        // The old ids mean nothing now, and the new ones start below them:
+        // kept, they would push out every new id first.
+        if (!self)
+            return;
+        self->log(QStringLiteral("tape restarted: ") + QString::number(self->seenFills_.size()) +
+                  QStringLiteral(" fill ids of the old numbering forgotten"));
+        self->seenFills_.clear();
     };
     client_->onFrame = [self] {
         if (!self)
@@ -411,10 +421,58 @@ void FeedStore::ingest(const QList<TwFill> &fills)
     if (verbose_ && (fillsRepeated_ > repeatedBefore || fillsIngested_ / 100 > ingestedBefore / 100))
         log(QStringLiteral("fills ingested ") + QString::number(fillsIngested_) +
             QStringLiteral(", repeated ") + QString::number(fillsRepeated_));
+    enforceBounds();
     if (changed) {
         setLastUpdate(now_());
         rebuild();
     }
+}
+
+void FeedStore::enforceBounds()
+{
+    // The oldest held signal goes first: it is the last the list would show.
+    while (inbox_.size() > maxHeld) {
+        const QString id = std::prev(ordered_.end())->first.second; // a copy: release() erases the node
+        release(id);
+        ++dropped_.signals;
+    }
+    // The older half of a table at once, so a flood pays for it once in many fills.
+    auto trim = [](auto &table, int cap, qint64 &count) {
+        if (table.size() <= cap)
+            return;
+        std::vector<double> ats;
+        ats.reserve(size_t(table.size()));
+        for (auto it = table.cbegin(); it != table.cend(); ++it)
+            ats.push_back(it->at);
+        std::nth_element(ats.begin(), ats.begin() + qsizetype(ats.size() / 2), ats.end());
+        const double cut = ats[ats.size() / 2];
+        const qsizetype before = table.size();
+        table.removeIf([cut](auto it) { return it->at <= cut; });
+        count += before - table.size();
+    };
+    trim(recentByActor_, maxActorMarks, dropped_.actorMarks);
+    trim(stockGroups_, maxStockGroups, dropped_.stockGroups);
+}
+
+void FeedStore::reportDrops(double now)
+{
+    const qint64 ticks = window_.ticksDropped();
+    if (dropped_ == droppedReported_ && ticks == ticksReported_)
+        return;
+    if (lastDropReport_ && std::fabs(now - *lastDropReport_) < 60)
+        return; // once a minute, whatever the rate
+    const QString message =
+        QStringLiteral("store full, the oldest dropped: ") + QString::number(dropped_.signals - droppedReported_.signals) +
+        QStringLiteral(" signals, ") + QString::number(ticks - ticksReported_) + QStringLiteral(" telemetry ticks, ") +
+        QString::number(dropped_.actorMarks - droppedReported_.actorMarks) + QStringLiteral(" merge marks, ") +
+        QString::number(dropped_.stockGroups - droppedReported_.stockGroups) + QStringLiteral(" equity groups");
+    if (verbose_)
+        log(message);
+    else
+        Log::trouble(lcInput(), message);
+    lastDropReport_ = now;
+    droppedReported_ = dropped_;
+    ticksReported_ = ticks;
 }
 
 bool FeedStore::ingestStock(const TwFill &fill, const Signal &signal)
@@ -426,7 +484,8 @@ bool FeedStore::ingestStock(const TwFill &fill, const Signal &signal)
     if (existing != stockGroups_.cend() && t - existing->at < stockWindow) {
         group = *existing;
         release(group.signalId);
-        group.handles.insert(fill.handle);
+        if (group.handles.size() < maxGroupHandles)
+            group.handles.insert(fill.handle);
         group.totalUsd += fill.usd;
         if (group.largest.usd < fill.usd)
             group.largest = fill; // the first one keeps a tie
@@ -450,7 +509,7 @@ bool FeedStore::ingestStock(const TwFill &fill, const Signal &signal)
         return false;
 
     const StockGroup &g = stockGroups_[key];
-    base.line.ticker = fill.symbol;
+    base.line.ticker = SignalRules::shownTicker(fill.symbol, true);
     base.line.body = QString::number(n) + QStringLiteral(" wallets ") +
                      (fill.side == QLatin1String("buy") ? QStringLiteral("added") : QStringLiteral("dumped"));
     base.line.figure = Format::usd(g.totalUsd);
@@ -494,6 +553,7 @@ void FeedStore::ingest(const QList<TwRadar> &radar)
             log(QStringLiteral("radar [") + SignalKinds::label(made->kind) + QStringLiteral("] ") +
                 made->line.text());
     }
+    enforceBounds();
     if (changed) {
         setLastUpdate(now);
         rebuild();
@@ -549,6 +609,7 @@ void FeedStore::rebuild()
         Q_EMIT signalsChanged();
     }
 
+    reportDrops(now);
     Telemetry snapshot = window_.snapshot(now, int(inbox_.size()), int(signals_.size()));
     if (!(snapshot == telemetry_)) {
         telemetry_ = std::move(snapshot);

@@ -84,6 +84,20 @@ public:
     // what the socket already brought) and were passed over.
     qint64 fillsIngested() const { return fillsIngested_; }
     qint64 fillsRepeated() const { return fillsRepeated_; }
+    // Bounds on what the store holds, whatever the rate: past them the
+    // oldest go first, counted here and logged at most once a minute.
+    static constexpr int maxHeld = 2000;         // signals in the inbox (120 are shown)
+    static constexpr int maxActorMarks = 4096;   // wallets whose repeats are merged
+    static constexpr int maxStockGroups = 1024;  // equity groups
+    static constexpr int maxGroupHandles = 1000; // wallets named in one group
+    struct Dropped {
+        qint64 signals = 0, actorMarks = 0, stockGroups = 0;
+        bool operator==(const Dropped &) const = default;
+    };
+    const Dropped &dropped() const { return dropped_; }
+    int actorMarkCount() const { return int(recentByActor_.size()); }
+    int stockGroupCount() const { return int(stockGroups_.size()); }
+    int seenFillCount() const { return int(seenFills_.size()); }
     bool pruneTimerActive() const;
     double now() const { return now_(); }
     // The tape's first backfill has been answered (delivered or failed).
@@ -135,6 +149,8 @@ private:
     bool hold(const Signal &signal);
     bool release(const QString &id);
     void setLastUpdate(double at);
+    void enforceBounds();
+    void reportDrops(double now);
     void log(const QString &message) const;
 
     TarnwickClient *client_ = nullptr;
@@ -171,5 +187,9 @@ private:
     // smallest goes first.
     std::set<qint64> seenFills_;
     qint64 fillsIngested_ = 0;
+    Dropped dropped_;
+    Dropped droppedReported_;
+    qint64 ticksReported_ = 0;
+    std::optional<double> lastDropReport_;
     qint64 fillsRepeated_ = 0;
 };

@@ -4,6 +4,7 @@
 #include "Feed/WakeWatch.h"
 #include "Support/Log.h"
 
+#include <QDateTime>
 #include <QElapsedTimer>
 #include <QNetworkAccessManager>
 #include <QNetworkCookie>
@@ -15,6 +16,7 @@
 #include <QWebSocket>
 
 #include <algorithm>
+#include <cmath>
 
 namespace {
 // The session keeps no cookies: every request stands on its own.
@@ -73,14 +75,9 @@ TarnwickClient::TarnwickClient(QString httpBase, QString socketURL, TarnwickTimi
             dropSocket(s);
         }
         connectSocket();
-        // Fills of the time asleep: gated, so nothing already seen is repeated.
-        const quint64 generation = generation_;
-        tape(200, this, [this, generation](std::optional<QList<TwFill>> fills, QString) {
-            if (!fills || generation != generation_)
-                return;
-            std::reverse(fills->begin(), fills->end());
-            deliver(std::move(*fills), true);
-        });
+        // Fills of the time asleep; the socket that opens next need not ask again.
+        reconnecting_ = false;
+        catchUp();
     });
 
     connect(pollTimer_, &QTimer::timeout, this, &TarnwickClient::pollOnce);
@@ -195,6 +192,7 @@ void TarnwickClient::fetch(const QString &path, QObject *context, BodyCallback d
                     return;
                 }
                 pending->body.append(reply->readAll());
+                noteClock(reply->rawHeader("Date"));
                 // The round trip counts even when the body turns out not to decode.
                 if (onLatency)
                     onLatency(double(clock.nsecsElapsed()) / 1000000.0);
@@ -245,19 +243,157 @@ const TwToken *TarnwickClient::token(const QString &address) const
     return it == tokens_.cend() ? nullptr : &it.value();
 }
 
+void TarnwickClient::noteClock(const QByteArray &dateHeader)
+{
+    if (dateHeader.isEmpty())
+        return;
+    // HTTP dates end in "GMT", which this Qt's RFC 2822 reader does not take.
+    QString text = QString::fromLatin1(dateHeader).trimmed();
+    if (text.endsWith(QLatin1String(" GMT")))
+        text = text.chopped(3) + QStringLiteral("+0000");
+    const QDateTime date = QDateTime::fromString(text, Qt::RFC2822Date);
+    if (!date.isValid())
+        return;
+    // The header has whole seconds and the answer took its time: only a
+    // difference well past both is a skew.
+    const double offset = double(date.toSecsSinceEpoch()) - now_();
+    clockOffset_ = std::fabs(offset) > skewThreshold ? offset : 0;
+    if (clockOffset_ != 0 && !skewLogged_) {
+        skewLogged_ = true;
+        notice(QStringLiteral("clock skew: the tape service's clock is ") +
+               QString::number(std::fabs(offset), 'f', 0) +
+               (offset > 0 ? QStringLiteral(" s ahead of") : QStringLiteral(" s behind")) +
+               QStringLiteral(" this machine's; its stamps are read in local time"));
+    }
+}
+
+bool TarnwickClient::readStamp(double &ts, const char *what)
+{
+    const double now = now_();
+    const double local = ts - clockOffset_;
+    if (!std::isfinite(ts) || ts < earliestStamp || local > now + maxStampAhead) {
+        notice(QLatin1String(what) + QStringLiteral(" stamped ") + QString::number(ts, 'g', 12) +
+               QStringLiteral(" is out of range, dropped"));
+        return false;
+    }
+    if (local > now) {
+        // A stamp a little ahead happened now: it must not sit above newer
+        // fills, nor outlive them.
+        if (local - now > skewThreshold && !aheadLogged_) {
+            aheadLogged_ = true;
+            notice(QStringLiteral("clock skew: stamps run ") + QString::number(local - now, 'f', 0) +
+                   QStringLiteral(" s ahead of this machine's clock; taken as now"));
+        }
+        ts = now;
+        return true;
+    }
+    ts = local;
+    return true;
+}
+
 void TarnwickClient::deliver(QList<TwFill> fills, bool gated)
 {
-    if (gated) {
-        const qint64 mark = lastFillId_;
-        fills.removeIf([mark](const TwFill &f) { return f.id <= mark; });
-    }
+    const qsizetype before = fills.size();
+    qsizetype good = 0;
+    for (qsizetype i = 0; i < fills.size(); ++i)
+        if (readStamp(fills[i].ts, "a fill"))
+            fills[good++] = std::move(fills[i]);
+    fills.resize(good);
+    fillsDropped_ += before - good;
     if (fills.isEmpty())
         return;
-    for (const TwFill &f : fills)
-        lastFillId_ = std::max(lastFillId_, f.id);
+
+    const double newest = std::ranges::max(fills, {}, &TwFill::ts).ts;
+    const bool noneAbove = std::ranges::all_of(fills, [this](const TwFill &f) { return f.id <= lastFillId_; });
+    if (lastFillId_ > 0 && noneAbove && newest > markTs_) {
+        // Fills newer than anything taken, all under the mark: the service
+        // numbers its fills afresh (a redeploy). The mark follows it, and so
+        // does everyone who remembers ids.
+        const qint64 old = lastFillId_;
+        lastFillId_ = 0;
+        markTs_ = 0;
+        leapCandidate_.reset();
+        ++restarts_;
+        notice(QStringLiteral("tape restarted: fill ids begin again below ") + QString::number(old) +
+               QStringLiteral(", following the new numbering"));
+        if (onRestart)
+            onRestart();
+    }
+
+    QList<TwFill> kept;
+    kept.reserve(fills.size());
+    if (lastFillId_ == 0) {
+        // Nothing taken yet: the mark is the newest id that sits with the
+        // others. An id far above the median waits like a leap.
+        std::vector<qint64> ids;
+        ids.reserve(size_t(fills.size()));
+        for (const TwFill &f : fills)
+            ids.push_back(f.id);
+        std::nth_element(ids.begin(), ids.begin() + qsizetype(ids.size() / 2), ids.end());
+        const qint64 median = ids[ids.size() / 2];
+        for (const TwFill &f : fills) {
+            if (f.id <= median || f.id - median <= idLeap) {
+                lastFillId_ = std::max(lastFillId_, f.id);
+                markTs_ = std::max(markTs_, f.ts);
+            } else {
+                leapCandidate_ = f.id;
+            }
+        }
+        kept = std::move(fills);
+    } else {
+        for (TwFill &f : fills) {
+            if (f.id <= lastFillId_) {
+                if (!gated)
+                    kept.append(std::move(f)); // the backfill refills the panel
+                continue;
+            }
+            if (f.id - lastFillId_ > idLeap) {
+                if (leapCandidate_ && *leapCandidate_ != f.id &&
+                    std::max(*leapCandidate_, f.id) - std::min(*leapCandidate_, f.id) <= idLeap) {
+                    notice(QStringLiteral("fill ids leapt from ") + QString::number(lastFillId_) +
+                           QStringLiteral(" to ") + QString::number(f.id) + QStringLiteral(", following"));
+                    lastFillId_ = std::max(*leapCandidate_, f.id);
+                    markTs_ = std::max(markTs_, f.ts);
+                    leapCandidate_.reset();
+                } else {
+                    leapCandidate_ = f.id; // taken, but the mark stays
+                }
+                kept.append(std::move(f));
+                continue;
+            }
+            lastFillId_ = f.id;
+            markTs_ = std::max(markTs_, f.ts);
+            kept.append(std::move(f));
+        }
+    }
+    if (kept.isEmpty())
+        return;
+    newestDelivered_ = std::ranges::max(kept, {}, &TwFill::ts).ts;
     ensureEnrichment();
     if (onFills)
-        onFills(fills);
+        onFills(kept);
+}
+
+void TarnwickClient::catchUp()
+{
+    // Gated: a short outage loses nothing the tape still holds, and repeats nothing.
+    ++catchUps_;
+    const quint64 generation = generation_;
+    tape(200, this, [this, generation](std::optional<QList<TwFill>> fills, QString) {
+        if (!fills || generation != generation_)
+            return;
+        std::reverse(fills->begin(), fills->end());
+        deliver(std::move(*fills), true);
+    });
+}
+
+void TarnwickClient::notice(const QString &message) const
+{
+    // Worth the journal even without the trace, at most a few a minute.
+    if (verbose_)
+        Log::write("tw", message);
+    else
+        Log::trouble(lcLink(), message);
 }
 
 void TarnwickClient::clearEnrichmentStamp()
@@ -283,6 +419,14 @@ void TarnwickClient::loadEnrichment()
         int left = 2;
     };
     auto pending = std::make_shared<Pending>();
+    // A table is held whole for minutes: past its bound the rest is left out.
+    auto cap = [this](auto &list, const char *what) {
+        if (list.size() <= limits_.maxTableRows)
+            return;
+        notice(QStringLiteral("GET /") + QLatin1String(what) + QStringLiteral(" over ") +
+               QString::number(limits_.maxTableRows) + QStringLiteral(" rows: the rest left out"));
+        list.resize(limits_.maxTableRows);
+    };
     auto finishOne = [this, pending] {
         if (--pending->left == 0) {
             enrichmentFetchedAt_ = now_();
@@ -290,9 +434,10 @@ void TarnwickClient::loadEnrichment()
         }
     };
     fetch(QStringLiteral("/traders?window=24h&stocks=true"), this,
-          [this, finishOne](std::optional<QByteArray> body, QString) {
+          [this, finishOne, cap](std::optional<QByteArray> body, QString) {
               if (body) {
                   if (auto list = TwDecode::traders(*body)) {
+                      cap(*list, "traders");
                       QHash<QString, TwTrader> table;
                       for (const TwTrader &t : *list)
                           table.insert(t.handle, t);
@@ -302,9 +447,10 @@ void TarnwickClient::loadEnrichment()
               finishOne();
           });
     fetch(QStringLiteral("/tokens?window=24h&stocks=true&limit=200"), this,
-          [this, finishOne](std::optional<QByteArray> body, QString) {
+          [this, finishOne, cap](std::optional<QByteArray> body, QString) {
               if (body) {
                   if (auto list = TwDecode::tokens(*body)) {
+                      cap(*list, "tokens");
                       QHash<QString, TwToken> table;
                       for (const TwToken &t : *list)
                           table.insert(t.token.toLower(), t);
@@ -339,14 +485,26 @@ void TarnwickClient::fetchRadar(bool loop)
                   radarTimer_->start(timing_.radarIntervalMs);
               if (!body)
                   return;
-              if (auto list = TwDecode::radars(*body); list && onRadar)
-                  onRadar(*list);
+              auto list = TwDecode::radars(*body);
+              if (!list)
+                  return;
+              QList<TwRadar> kept;
+              for (TwRadar &entry : *list)
+                  if (readStamp(entry.firstTs, "a radar entry"))
+                      kept.append(std::move(entry));
+              if (onRadar)
+                  onRadar(kept);
           });
 }
 
 bool TarnwickClient::isPolling() const
 {
     return polling_;
+}
+
+int TarnwickClient::pendingReconnectMs() const
+{
+    return reconnectTimer_->isActive() ? reconnectTimer_->interval() : -1;
 }
 
 bool TarnwickClient::hasSocket() const
@@ -406,6 +564,7 @@ void TarnwickClient::start()
     if (!stopped_)
         return; // already running: a second socket would only orphan the first
     stopped_ = false;
+    reconnecting_ = false; // the backfill catches up on the first socket
     if (onLink)
         onLink(LinkState::connecting);
     startRadarLoop();
@@ -580,6 +739,11 @@ void TarnwickClient::connectSocket()
             return;
         handshakeTimer_->stop();
         pingTimer_->start(timing_.pingIntervalMs);
+        // Back after a drop: what the tape took in meanwhile comes by REST.
+        if (reconnecting_) {
+            reconnecting_ = false;
+            catchUp();
+        }
     });
 
     openWatchdog_->disconnect();
@@ -649,7 +813,27 @@ void TarnwickClient::onMessage(QWebSocket *socket, const QByteArray &bytes, bool
                 QString::number(over) + QStringLiteral(" dropped"));
             fills.remove(0, over);
         }
+        newestDelivered_ = 0;
         deliver(std::move(fills), true);
+        // The lateness is only known while both clocks agree.
+        if (newestDelivered_ > 0 && clockOffset_ == 0) {
+            const double now = now_();
+            const double late = std::max(0.0, (now - newestDelivered_) * 1000);
+            worstLateMs_ = std::max(worstLateMs_, late);
+            minuteLateMs_ = std::max(minuteLateMs_, late);
+            ++minuteFrames_;
+            if (!minuteStart_)
+                minuteStart_ = now;
+            if (now - *minuteStart_ >= 60) {
+                if (verbose_)
+                    log(QStringLiteral("fills handled at most ") + QString::number(minuteLateMs_, 'f', 0) +
+                        QStringLiteral(" ms after their stamp over the last minute (") +
+                        QString::number(minuteFrames_) + QStringLiteral(" frames)"));
+                minuteStart_ = now;
+                minuteLateMs_ = 0;
+                minuteFrames_ = 0;
+            }
+        }
     } else if (verbose_) {
         // Wire text goes to the log as it came; it is never interpreted.
         log(QStringLiteral("frame #") + n + QStringLiteral(" type=") + frame->type);
@@ -675,6 +859,7 @@ void TarnwickClient::socketDidClose()
         dropSocket(s);
     }
     ++socketFailures_;
+    reconnecting_ = true;
     if (socketOpenedOnce_ && socketFailures_ < 2) {
         if (onLink)
             onLink(LinkState::down);
@@ -688,6 +873,6 @@ void TarnwickClient::scheduleReconnect()
 {
     if (stopped_ || reconnectTimer_->isActive())
         return;
-    const double seconds = (reconnectBaseDelay(socketFailures_) + jitter()) * timing_.reconnectScale;
-    reconnectTimer_->start(int(seconds * 1000));
+    lastReconnectDelay_ = reconnectBaseDelay(socketFailures_) + jitter();
+    reconnectTimer_->start(int(lastReconnectDelay_ * timing_.reconnectScale * 1000));
 }

@@ -42,6 +42,7 @@ struct TarnwickLimits {
     qint64 maxMessageBytes = 1024 * 1024; // one socket message (a real frame is a few KB)
     qint64 maxBodyBytes = 1024 * 1024;    // one REST answer (the largest, 200 fills, is ~100 KB)
     int maxFillsPerFrame = 2000;          // beyond this the oldest of a frame are dropped
+    int maxTableRows = 5000;              // per enrichment table (a real one holds a few hundred)
 };
 
 class TarnwickClient : public QObject {
@@ -71,6 +72,9 @@ public:
     std::function<void(double)> onLatency; // REST round trip in ms
     std::function<void()> onFrame;
     std::function<void()> onBackfill; // after start()'s backfill, delivered or failed
+    // The service's fill ids began again below the mark (a redeploy): whatever
+    // remembers fill ids must forget the old numbering.
+    std::function<void()> onRestart;
 
     // Enrichment tables (no network).
     const TwTrader *trader(const QString &handle) const;
@@ -91,6 +95,18 @@ public:
     static QString traderPath(const QString &handle);
     static double reconnectBaseDelay(int failures); // min(2f + 2, 30) seconds
     static double jitter();                         // uniform in [0, 4)
+    // A fill id further than this above the mark is a leap: the fill is taken,
+    // but the mark follows only when a second fill confirms the new range, so
+    // one absurd id cannot shut the gate on every later fill.
+    static constexpr qint64 idLeap = 1000000;
+    // Stamps: before 2009, or more than a day ahead of this machine's clock
+    // (after the service's clock offset is taken out), a fill or radar entry is
+    // malformed and dropped alone; less ahead than that, it happened "now".
+    static constexpr double earliestStamp = 1230768000; // 2009-01-01
+    static constexpr double maxStampAhead = 86400;
+    // Date headers further apart from the local clock than this are a skew
+    // (logged once), and the stamps are read in local time.
+    static constexpr double skewThreshold = 90;
 
     // State, for tests and the measuring scripts.
     bool isStopped() const { return stopped_; }
@@ -99,7 +115,18 @@ public:
     qint64 lastFillId() const { return lastFillId_; }
     qint64 framesReceived() const { return framesReceived_; }
     qint64 fillsReceived() const { return fillsReceived_; }
-    qint64 fillsDropped() const { return fillsDropped_; } // undecodable or over the per-frame cap
+    qint64 fillsDropped() const { return fillsDropped_; } // undecodable, over the per-frame cap or stamped out of range
+    int restarts() const { return restarts_; }               // times the service's ids began again lower
+    double clockOffset() const { return clockOffset_; }      // service clock minus ours, 0 when within the threshold
+    // The last reconnect wait scheduled, in seconds before the test scale
+    // (back-off and jitter), and how many were scheduled.
+    double lastReconnectDelay() const { return lastReconnectDelay_; }
+    int catchUps() const { return catchUps_; } // gated tape requests after a reconnect or a wake
+    int pendingReconnectMs() const; // the wait the reconnect timer was started with, or -1
+    // How late live fills are taken in: from the newest fill's own stamp to the
+    // end of its frame's handling (the store's work included), at most, since
+    // start. With the trace on it is also logged once a minute.
+    double worstLatenessMs() const { return worstLateMs_; }
     int wakes() const { return wakes_; }
     bool isPolling() const;
     bool hasSocket() const;
@@ -118,6 +145,9 @@ private:
     void dropSocket(QWebSocket *s);
     void onMessage(QWebSocket *socket, const QByteArray &bytes, bool text);
     void deliver(QList<TwFill> fills, bool gated);
+    bool readStamp(double &ts, const char *what); // false: malformed
+    void noteClock(const QByteArray &dateHeader);
+    void catchUp();
     void startPolling();
     void stopPolling();
     void pollOnce();
@@ -127,6 +157,7 @@ private:
     void scheduleReconnect();
     void loadEnrichment();
     void log(const QString &message) const;
+    void notice(const QString &message) const; // the trace, or the journal without it
 
     QString httpBase_;
     QString socketURL_;
@@ -151,6 +182,20 @@ private:
     int socketFailures_ = 0;
     bool stopped_ = true;
     qint64 lastFillId_ = 0;
+    double markTs_ = 0;                   // newest stamp delivered under the current numbering
+    std::optional<qint64> leapCandidate_; // a fill far above the mark, waiting for a second
+    int restarts_ = 0;
+    double clockOffset_ = 0;
+    bool skewLogged_ = false;
+    bool aheadLogged_ = false;
+    bool reconnecting_ = false; // the next open socket follows a drop: catch up
+    double lastReconnectDelay_ = 0;
+    int catchUps_ = 0;
+    double newestDelivered_ = 0; // local stamp of the newest fill of the last delivery
+    double worstLateMs_ = 0;
+    double minuteLateMs_ = 0;
+    qint64 minuteFrames_ = 0;
+    std::optional<double> minuteStart_;
     QHash<QString, TwTrader> traders_;
     QHash<QString, TwToken> tokens_;
     std::optional<double> enrichmentFetchedAt_;

@@ -5,6 +5,7 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QSaveFile>
 #include <QSettings>
 #include <QStandardPaths>
@@ -58,6 +59,8 @@ bool Preferences::setListed(QStringList &list, const QString &name, bool on)
 namespace {
 QSettings &standardSettings()
 {
+    static const bool setAside = PreferencesStore::setAsideIfOversized(PreferencesStore::settingsPath());
+    Q_UNUSED(setAside);
     static QSettings settings(QStringLiteral("Larkpin"), QStringLiteral("Larkpin"));
     // A bad entry quietly falls back to its default; a file that cannot be
     // read at all is worth one line, or the user would never learn why their
@@ -200,12 +203,35 @@ Preferences load(QSettings &settings)
     return p;
 }
 
-void save(const Preferences &prefs)
+QString settingsPath()
 {
-    save(prefs, standardSettings());
+    return QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) +
+           QStringLiteral("/Larkpin/Larkpin.conf");
 }
 
-void save(const Preferences &prefs, QSettings &settings)
+bool setAsideIfOversized(const QString &path)
+{
+    const QFileInfo info(path);
+    if (!info.isFile() || info.size() <= maxFileBytes)
+        return false;
+    const QString aside = path + QStringLiteral(".too-large");
+    QFile::remove(aside);
+    const bool moved = QFile::rename(path, aside);
+    Log::warning(lcApp(), QStringLiteral("settings file ") + path + QStringLiteral(" is ") +
+                              QString::number(info.size()) + QStringLiteral(" bytes, over the limit of ") +
+                              QString::number(maxFileBytes) +
+                              (moved ? QStringLiteral("; set aside as ") + aside
+                                     : QStringLiteral("; it could not be set aside and may be overwritten")) +
+                              QStringLiteral(", the defaults apply"));
+    return moved;
+}
+
+bool save(const Preferences &prefs)
+{
+    return save(prefs, standardSettings());
+}
+
+bool save(const Preferences &prefs, QSettings &settings)
 {
     QVariantMap streams;
     for (const auto &[kind, on] : prefs.streams)
@@ -220,6 +246,19 @@ void save(const Preferences &prefs, QSettings &settings)
     settings.setValue(QStringLiteral("watchedWallets"), prefs.watchedWallets);
     settings.setValue(QStringLiteral("notifyTakeovers"), prefs.notifyTakeovers);
     settings.setValue(QStringLiteral("trayOnly"), prefs.trayOnly);
+
+    // Written now, not at some later idle moment, so a failure can be told.
+    settings.sync();
+    static bool failing = false;
+    if (settings.status() == QSettings::NoError) {
+        failing = false;
+        return true;
+    }
+    if (!failing)
+        Log::warning(lcApp(), QStringLiteral("settings could not be saved to ") + settings.fileName() +
+                                  QStringLiteral(" (disk full or read-only?); the change holds until Larkpin quits"));
+    failing = true;
+    return false;
 }
 
 QString autostartPath()

@@ -41,8 +41,20 @@ namespace PreferencesStore {
 // The default overloads use QSettings("Larkpin", "Larkpin"); tests pass their own.
 Preferences load();
 Preferences load(QSettings &settings);
-void save(const Preferences &prefs);
-void save(const Preferences &prefs, QSettings &settings);
+// Writes every entry and syncs: the file is replaced whole (a reader holding
+// the old one sees it complete) or, when that fails (disk full, read-only),
+// left as it was. A failure is said once through larkpin.app, until a save
+// succeeds again; false when the settings did not reach the file.
+bool save(const Preferences &prefs);
+bool save(const Preferences &prefs, QSettings &settings);
+// Settings are a few kilobytes; a file past this is not ours to read (it
+// would cost seconds and hundreds of megabytes).
+inline constexpr qint64 maxFileBytes = 1024 * 1024;
+// Before anything reads `path`: an oversized file is renamed to
+// "<path>.too-large" (kept, not read) with one line through larkpin.app, so
+// the defaults apply. True when it was set aside.
+bool setAsideIfOversized(const QString &path);
+QString settingsPath(); // where QSettings("Larkpin", "Larkpin") keeps its file
 // Why a settings file could not be read at all, or nothing when it could. Bad
 // entries are not reported: each quietly falls back to its default.
 std::optional<QString> unreadable(const QSettings &settings);

@@ -60,6 +60,7 @@ struct AssetRef {
     QString symbol;
     std::optional<QString> address;
     bool isStock = false;
+    bool lookAlike = false; // the symbol may pass for another (mixed scripts, confusable letters)
     bool operator==(const AssetRef &) const = default;
 };
 

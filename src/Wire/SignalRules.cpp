@@ -1,5 +1,7 @@
 #include "Wire/SignalRules.h"
 
+#include "Support/WireText.h"
+
 #include "Model/Clock.h"
 #include "Support/Format.h"
 #include "Support/Log.h"
@@ -32,6 +34,12 @@ int roundedInt(double v)
 } // namespace
 
 namespace SignalRules {
+
+QString shownTicker(const QString &symbol, bool isStock)
+{
+    const QString ticker = dollarTicker(symbol, isStock);
+    return WireText::isLookAlike(symbol) ? ticker + QString::fromUtf16(lookAlikeMark) : ticker;
+}
 
 bool isNoise(const TwFill &fill)
 {
@@ -77,7 +85,7 @@ int notionalPriority(double usd)
 Headline headline(const TwFill &fill)
 {
     Headline h;
-    h.ticker = dollarTicker(fill.symbol, fill.isStock);
+    h.ticker = shownTicker(fill.symbol, fill.isStock);
     const bool buy = fill.side == QLatin1String("buy");
     const QString verb = buy ? (fill.newPosition ? QStringLiteral("aped") : QStringLiteral("added"))
                              : QStringLiteral("dumped");
@@ -132,7 +140,7 @@ std::optional<Signal> signal(const TwFill &fill, const TwTrader *trader, const T
         int(std::clamp<qint64>(priority, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()));
     s.createdAt = fill.ts;
     s.expiresAt = fill.ts + 3600;
-    s.asset = AssetRef{fill.symbol, fill.token, fill.isStock};
+    s.asset = AssetRef{fill.symbol, fill.token, fill.isStock, WireText::isLookAlike(fill.symbol)};
     WalletRef wallet{fill.wallet, QLatin1Char('@') + fill.handle, std::nullopt};
     if (trader && trader->closedTrades && *trader->closedTrades >= 5)
         wallet.winRate = trader->winRate;
@@ -166,13 +174,13 @@ std::optional<Signal> signal(const TwRadar &radar, double /*now*/)
     s.detail = pieces.join(QStringLiteral(" · ")) + QLatin1Char('.');
     s.id = QStringLiteral("tw-radar-") + radar.token + QLatin1Char('-') + QString::number(qint64(seconds));
     s.kind = SignalKind::spike;
-    s.line.ticker = dollarTicker(radar.symbol, radar.isStock);
+    s.line.ticker = shownTicker(radar.symbol, radar.isStock);
     s.line.body = QString::number(radar.buyers) + QStringLiteral(" wallets piling in");
     if (radar.usdIn)
         s.line.figure = Format::usd(*radar.usdIn);
     s.line.tag = QStringLiteral("×") + QString::number(radar.buyers);
     s.priority = int(std::min<qint64>(std::min<qint64>(radar.buyers, 1000) * 3 + 45, 88));
-    s.asset = AssetRef{radar.symbol, radar.token, radar.isStock};
+    s.asset = AssetRef{radar.symbol, radar.token, radar.isStock, WireText::isLookAlike(radar.symbol)};
     s.notionalUsd = radar.usdIn;
     return s;
 }

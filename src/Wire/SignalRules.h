@@ -10,6 +10,12 @@ namespace SignalRules {
 std::optional<Signal> signal(const TwFill &fill, const TwTrader *trader, const TwToken *token);
 std::optional<Signal> signal(const TwRadar &radar, double now);
 
+// The ticker as shown: "$" before a token's symbol (an equity's stands bare),
+// and a warning sign after a symbol that may pass for another one, so a copy
+// of a famous ticker cannot look like the original in the strip or the panel.
+QString shownTicker(const QString &symbol, bool isStock);
+inline constexpr char16_t lookAlikeMark[] = u"\u2009\u26A0";
+
 // Steps of the fill rule, public so they can be tested on their own.
 bool isNoise(const TwFill &fill);
 Headline headline(const TwFill &fill);

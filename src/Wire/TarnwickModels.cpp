@@ -59,11 +59,22 @@ public:
         }
         return v.toDouble();
     }
-    // An amount, a price or a size in dollars: beyond `limit` it fails the record.
+    // An amount, a price or a size in dollars: below zero or beyond `limit`
+    // it fails the record (no trade, price or pool is negative).
     std::optional<double> optMoney(QLatin1String key, double limit = maxMoney)
     {
         const auto v = optNum(key);
-        if (v && !(std::fabs(*v) <= limit)) {
+        if (v && !(*v >= 0 && *v <= limit)) {
+            ok_ = false;
+            return std::nullopt;
+        }
+        return v;
+    }
+    // A profit or a loss: either sign, bounded like an amount.
+    std::optional<double> optPnl(QLatin1String key)
+    {
+        const auto v = optNum(key);
+        if (v && !(std::fabs(*v) <= maxMoney)) {
             ok_ = false;
             return std::nullopt;
         }
@@ -315,10 +326,10 @@ std::optional<TwTrader> trader(const QJsonValue &v)
     t.fills = r.optInteger(QLatin1String("fills"));
     t.wins = r.optInteger(QLatin1String("wins"));
     t.profileURL = r.optStr(QLatin1String("profile_url"));
-    t.realizedPnl = r.optMoney(QLatin1String("realized_pnl"));
+    t.realizedPnl = r.optPnl(QLatin1String("realized_pnl"));
     t.closedTrades = r.optInteger(QLatin1String("closed_trades"));
     t.openCost = r.optMoney(QLatin1String("open_cost"));
-    t.unrealizedPnl = r.optMoney(QLatin1String("unrealized_pnl"));
+    t.unrealizedPnl = r.optPnl(QLatin1String("unrealized_pnl"));
     t.winRate = r.optNum(QLatin1String("win_rate"));
     return r.ok() ? std::optional(std::move(t)) : std::nullopt;
 }

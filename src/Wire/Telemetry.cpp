@@ -6,6 +6,12 @@
 void TelemetryWindow::append(double at, double usd, bool buy)
 {
     ticks_.push_back(Tick{at, usd, buy});
+    if (ticks_.size() > maxTicks) {
+        // A quarter at once, so a flood does not shift the list on every tick.
+        const size_t over = ticks_.size() - maxTicks * 3 / 4;
+        ticks_.erase(ticks_.begin(), ticks_.begin() + std::ptrdiff_t(over));
+        ticksDropped_ += qint64(over);
+    }
 }
 
 Telemetry TelemetryWindow::snapshot(double now, int held, int visible)

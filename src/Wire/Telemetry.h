@@ -2,6 +2,7 @@
 // Live readings of the tape, counted from ticks (never estimated).
 
 #include <QList>
+#include <QtGlobal>
 
 #include <optional>
 #include <vector>
@@ -32,7 +33,11 @@ public:
         bool buy = false;
     };
 
+    // Fifteen minutes of any real tape fit many times over; past this bound
+    // the oldest ticks go first (and are counted), whatever the rate.
+    static constexpr size_t maxTicks = 30000;
     void append(double at, double usd, bool buy);
+    qint64 ticksDropped() const { return ticksDropped_; }
     // Prunes ticks older than 900 s, then computes the snapshot.
     Telemetry snapshot(double now, int held, int visible);
 
@@ -45,4 +50,5 @@ public:
 private:
     QList<RailTick> amplitudes(int limit) const;
     std::vector<Tick> ticks_; // oldest first
+    qint64 ticksDropped_ = 0;
 };

@@ -6,12 +6,19 @@
 #include "Table.h"
 
 #include <QDir>
+#include <QRegularExpression>
 #include <QFile>
 #include <QFileInfo>
 #include <QSettings>
 #include <QTemporaryDir>
 
 #include <functional>
+#include <memory>
+
+#include <csignal>
+
+#include <sys/resource.h>
+#include <unistd.h>
 #include <limits>
 
 namespace {
@@ -119,7 +126,112 @@ class PreferencesTest : public QObject {
     }
     void configAt(const QString &folder) { qputenv("XDG_CONFIG_HOME", dir_.filePath(folder).toUtf8()); }
 
+    // Warnings of larkpin.app while `body` runs.
+    static QStringList warningsDuring(const std::function<void()> &body)
+    {
+        static QStringList *seen = nullptr;
+        QStringList caught;
+        seen = &caught;
+        const QtMessageHandler previous = qInstallMessageHandler([](QtMsgType type, const QMessageLogContext &c,
+                                                                    const QString &message) {
+            if (type == QtWarningMsg && c.category && QByteArray(c.category) == "larkpin.app")
+                seen->append(message);
+        });
+        body();
+        qInstallMessageHandler(previous);
+        seen = nullptr;
+        return caught;
+    }
+
 private Q_SLOTS:
+    // First, while nothing has read the app's own settings yet: a file of
+    // 50 MB is never parsed; it is set aside with one line, the defaults
+    // apply, and the session's saves go on in a fresh file.
+    void oversizedFileIsRefused()
+    {
+        configAt(u"oversized"_s);
+        const QString path = PreferencesStore::settingsPath();
+        QCOMPARE(path, QSettings(u"Larkpin"_s, u"Larkpin"_s).fileName());
+        QVERIFY(QDir().mkpath(QFileInfo(path).path()));
+        {
+            QFile f(path);
+            QVERIFY(f.open(QIODevice::WriteOnly));
+            f.write("[General]\nminTradeUsd=5\nmutedTokens=");
+            const QByteArray entry = "WIFWIFWIF, ";
+            for (qint64 written = 0; written < 50 * 1024 * 1024; written += entry.size() * 4096)
+                f.write(entry.repeated(4096));
+        }
+        const QStringList told = warningsDuring([] { QCOMPARE(PreferencesStore::load(), P::defaults()); });
+        QCOMPARE(told.size(), 1);
+        QVERIFY2(QRegularExpression(u"^\\[Larkpin\\] settings file .*Larkpin.conf is \\d+ bytes, over the limit of "
+                                    u"1048576; set aside as .*Larkpin.conf.too-large, the defaults apply$"_s)
+                     .match(told.first())
+                     .hasMatch(),
+                 qPrintable(told.first()));
+        QVERIFY(QFileInfo(path + u".too-large"_s).size() > 50 * 1024 * 1024); // kept, not lost
+        P changed = P::defaults();
+        changed.paused = true;
+        QVERIFY(PreferencesStore::save(changed));
+        QVERIFY(QFileInfo(path).size() < 4096);
+        // At the limit a file is read as usual.
+        const QString atLimit = file();
+        writeFile(atLimit, "[General]\nx=" + QByteArray(PreferencesStore::maxFileBytes - 12, 'a'));
+        QCOMPARE(QFileInfo(atLimit).size(), PreferencesStore::maxFileBytes);
+        QVERIFY(!PreferencesStore::setAsideIfOversized(atLimit));
+        QVERIFY(QFile::exists(atLimit));
+    }
+
+    // A save writes a new file and puts it in place whole: a reader holding
+    // the old one reads it complete, and a save that cannot write (a
+    // read-only folder) leaves the old file and says so once.
+    void saveReplacesTheFileWhole()
+    {
+        const QString folder = dir_.filePath(u"whole"_s);
+        QVERIFY(QDir().mkpath(folder));
+        const QString path = folder + u"/Larkpin.conf"_s;
+        P first = P::defaults();
+        first.mutedTokens = numbered(150);
+        P second = P::defaults();
+        second.minTradeUsd = 25000;
+        QSettings settings(path, QSettings::IniFormat);
+        QVERIFY(PreferencesStore::save(first, settings));
+        QFile held(path);
+        QVERIFY(held.open(QIODevice::ReadOnly));
+        const QByteArray before = held.peek(1 << 20);
+        QVERIFY(before.contains("w149"));
+        QVERIFY(PreferencesStore::save(second, settings));
+        QCOMPARE(held.readAll(), before); // the old file, whole, for whoever had it open
+        QCOMPARE(PreferencesStore::load(*std::make_unique<QSettings>(path, QSettings::IniFormat)), second);
+
+        // A full disk, for root as for anyone: no file may grow past 64 bytes.
+        P third = second;
+        third.paused = true;
+        const QByteArray kept = [&] {
+            QFile f(path);
+            return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+        }();
+        QVERIFY(kept.size() > 64);
+        bool saved = true;
+        const QStringList told = warningsDuring([&] {
+            const auto previous = ::signal(SIGXFSZ, SIG_IGN);
+            rlimit limit{};
+            ::getrlimit(RLIMIT_FSIZE, &limit);
+            const rlimit full{64, limit.rlim_max}; // the soft limit only: it can be raised again
+            ::setrlimit(RLIMIT_FSIZE, &full);
+            saved = PreferencesStore::save(third, settings);
+            third.focalUsd = 1;
+            saved = PreferencesStore::save(third, settings) || saved;
+            ::setrlimit(RLIMIT_FSIZE, &limit);
+            ::signal(SIGXFSZ, previous);
+        });
+        QVERIFY(!saved);
+        QCOMPARE(told.size(), 1);
+        QVERIFY2(told.first().startsWith(u"[Larkpin] settings could not be saved to "_s + path), qPrintable(told.first()));
+        QFile after(path);
+        QVERIFY(after.open(QIODevice::ReadOnly));
+        QCOMPARE(after.readAll(), kept);
+    }
+
     void load_data() { rows(loads); }
     void load()
     {

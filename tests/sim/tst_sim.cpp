@@ -5,10 +5,15 @@
 #include "TarnwickSim.h"
 #include "Wire/TarnwickModels.h"
 
+#include <QDateTime>
+#include <QJsonArray>
+#include <QJsonObject>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QTemporaryDir>
 #include <QTest>
+
+#include <limits>
 
 using namespace tarnwick;
 using namespace Qt::StringLiterals;
@@ -70,6 +75,56 @@ private Q_SLOTS:
             QCOMPARE(x, y);
         }
         QVERIFY(started({.seed = 2, .autoTape = false})->emitFills(1).first() != fa.first());
+    }
+
+    // The service's own bookkeeping going wrong, as the feed tests use it: a
+    // redeploy numbering afresh, an absurd id, stamps ahead, a clock off, a flood.
+    void bookkeepingFaults()
+    {
+        auto sim = started({});
+        const auto date = [&] {
+            QNetworkReply *reply = net_.get(QNetworkRequest(QUrl(sim->httpBase() + u"/radar"_s)));
+            (void)QTest::qWaitFor([&] { return reply->isFinished(); }, 5000);
+            reply->deleteLater();
+            const QString text = QString::fromLatin1(reply->rawHeader("Date"));
+            return QDateTime::fromString(text.chopped(3) + u"+0000"_s, Qt::RFC2822Date);
+        };
+        QVERIFY(date().isValid());
+        QVERIFY(std::abs(date().secsTo(QDateTime::currentDateTimeUtc())) < 5);
+        sim->setClockSkew(2 * 86400);
+        QVERIFY(std::abs(date().secsTo(QDateTime::currentDateTimeUtc()) + 2 * 86400) < 5);
+        const double skewed = sim->emitFills(1).first().value(u"ts"_s).toDouble();
+        QVERIFY(skewed > double(QDateTime::currentSecsSinceEpoch()) + 86400);
+        sim->setClockSkew(0);
+
+        const qint64 last = sim->lastFillId();
+        sim->injectFillId(std::numeric_limits<qint64>::max());
+        QCOMPARE(sim->emitFills(1).first().value(u"id"_s).toInteger(), std::numeric_limits<qint64>::max());
+        QCOMPARE(sim->emitFills(1).first().value(u"id"_s).toInteger(), last + 1);
+
+        sim->setStampShift(1e300);
+        QCOMPARE(sim->emitFills(1).first().value(u"ts"_s).toDouble(), 1e300);
+        sim->setStampShift(0);
+
+        sim->restartTape(1000);
+        QCOMPARE(TwDecode::fills(get(*sim, u"/tape?limit=200"_s).second)->size(), 0);
+        QCOMPARE(sim->emitFills(2).last().value(u"id"_s).toInteger(), 1001);
+
+        // New wallets and tokens, each frame a socket message under 1 MiB.
+        sim->startFlood(2000, 10, 0.2);
+        QVERIFY(sim->flooding());
+        QVERIFY(QTest::qWaitFor([&] { return !sim->flooding(); }, 10000));
+        QCOMPARE(sim->fillsEmitted(), 6 + 4000);
+        const auto tape = TwDecode::fills(get(*sim, u"/tape?limit=2000"_s).second);
+        QVERIFY(tape && tape->size() == 2000);
+        QSet<QString> wallets, tokens;
+        for (const TwFill &f : *tape) {
+            wallets.insert(f.wallet);
+            tokens.insert(f.token);
+        }
+        QCOMPARE(wallets.size(), 2000);
+        QCOMPARE(tokens.size(), 2000);
+        QVERIFY(get(*sim, u"/tape?limit=2000"_s).second.size() < 1024 * 1024);
     }
 
     // Timed steps from a file, as the command line runs them; a bad file is named.

@@ -1,6 +1,7 @@
 // Decoding what the service sends: booleans, defaults, wrong types, bounds, exact ids, lists and frames.
 
 #include "Wire/TarnwickModels.h"
+#include "Support/WireText.h"
 
 #include "Table.h"
 
@@ -52,7 +53,11 @@ const Field fields[] = {
     {"usd 1e308", "usd", "1e308", false}, {"usd just over $1T", "usd", "1000000000001", false},
     {"usd at $1T", "usd", "1e12", true}, {"usd -1e13", "usd", "-1e13", false},
     {"price 1e300", "price", "1e300", false}, {"liquidity 5e12", "liquidity", "5e12", false},
-    {"mcap $3T (an equity)", "mcap", "3e12", true}, {"mcap 1e300", "mcap", "1e300", false}};
+    {"mcap $3T (an equity)", "mcap", "3e12", true}, {"mcap 1e300", "mcap", "1e300", false},
+    // No trade, price or pool is negative.
+    {"usd -1", "usd", "-1", false}, {"usd -9e11", "usd", "-9e11", false}, {"usd 0", "usd", "0", true},
+    {"price -0.5", "price", "-0.5", false}, {"mark -1", "mark", "-1", false},
+    {"liquidity -3", "liquidity", "-3", false}, {"mcap -1", "mcap", "-1", false}};
 
 // An id beside a good fill: 0, the fill is dropped; -1, the body does not parse.
 struct Id { const char *name, *id; qint64 expected; };
@@ -88,6 +93,12 @@ const Record answers[] = {
     {"radar buyers fraction", radars, -1, R"([{"token":"M","symbol":"P","first_ts":1,"buyers":2.5}])"},
     {"radar usd_in at $1T", radars, 1, R"([{"token":"M","symbol":"P","first_ts":1,"usd_in":1e12}])"},
     {"radar usd_in past $1T", radars, -1, R"([{"token":"M","symbol":"P","first_ts":1,"usd_in":-2e12}])"},
+    {"radar usd_in negative", radars, -1, R"([{"token":"M","symbol":"P","first_ts":1,"usd_in":-5}])"},
+    {"token volume negative", tokens, -1, R"([{"token":"M","symbol":"P","volume24":-1}])"},
+    {"trader losses are signed", traders, 1,
+     R"([{"address":"A","handle":"k","realized_pnl":-5000,"unrealized_pnl":-2}])"},
+    {"trader open cost negative", traders, -1, R"([{"address":"A","handle":"k","open_cost":-1}])"},
+    {"bag cost negative", bags, -1, R"({"address":"A","handle":"k","bags":[{"symbol":"W","cost_usd":-10}]})"},
     {"token honeypot true", tokens, 1, R"([{"token":"M","symbol":"P","honeypot":true}])"},
     {"token honeypot is strict", tokens, -1, R"([{"token":"M","symbol":"P","honeypot":1}])"},
     {"token pair_url number", tokens, -1, R"([{"token":"M","symbol":"P","pair_url":5}])"},
@@ -121,7 +132,21 @@ const Text texts[] = {
      u"a\u202Ab\u202Bc\u202Cd\u202De\u2066f\u2067g\u2068h\u2069i\u200Ej\u200Fk\u061Cl", u"abcdefghijkl"},
     {"line breaks become spaces", u"a\nb\r\nc\u2028d", u"a b  c d"},
     {"C0 and C1 controls", std::u16string_view(u"a\0\u0007b\u009Bc\u007F", 7), u"abc"},
-    {"right-to-left letters stay", u"\u05E9\u05DC\u05D5\u05DD", u"\u05E9\u05DC\u05D5\u05DD"}};
+    {"right-to-left letters stay", u"\u05E9\u05DC\u05D5\u05DD", u"\u05E9\u05DC\u05D5\u05DD"},
+    {"zero-width joiner and grapheme joiner", u"Z\u200DW\u034FJ", u"ZWJ"},
+    {"zero-width space, soft hyphen, BOM, word joiner", u"\u200BW\u00ADI\uFEFFF\u2060", u"WIF"},
+    {"tags and variation selectors (outside the BMP too)", u"W\U000E0041I\uFE0FF\U000E0100", u"WIF"},
+    {"Hangul fillers", u"W\u3164I\u115FF", u"WIF"},
+    {"emoji and CJK stay", u"\u72D7\U0001F436", u"\u72D7\U0001F436"}};
+
+// A symbol that may pass for another one is told apart.
+struct Alike { const char *name; std::u16string_view symbol; bool flagged; };
+const Alike alikes[] = {
+    {"ASCII", u"WIF", false}, {"CJK alone", u"\u72D7\u72D7", false}, {"Hebrew alone", u"\u05E9\u05DC", false},
+    {"Cyrillic E in PEPE", u"P\u0415PE", true}, {"all Cyrillic look-alikes (BOT)", u"\u0412\u041E\u0422", true},
+    {"Greek omicron", u"D\u039FG", true}, {"fullwidth", u"\uFF37\uFF29\uFF26", true},
+    {"mathematical bold", u"\U0001D416IF", true}, {"Latin and CJK mixed", u"DOG\u72D7", true},
+    {"ligature", u"\uFB01SH", true}};
 // clang-format on
 } // namespace
 
@@ -192,6 +217,13 @@ private Q_SLOTS:
         QCOMPARE(decodeFill("handle", json).value().handle, kept);
         QCOMPARE(decodeFill("name", json).value().name, std::optional(kept));
         QCOMPARE(decodeFill("flags", '[' + json + ']').value().flags, QStringList{kept});
+    }
+
+    void lookAlikeSymbols_data() { rows(alikes); }
+    void lookAlikeSymbols()
+    {
+        const Alike &r = row(alikes);
+        QCOMPARE(WireText::isLookAlike(QStringView(r.symbol).toString()), r.flagged);
     }
 };
 

@@ -130,6 +130,28 @@ private Q_SLOTS:
     }
 
     void pileInCount_data() { rows(pileIns); }
+    // A copy of a famous ticker carries a mark wherever its ticker is shown;
+    // the symbol itself (what a mute names) stays as sent.
+    void lookAlikeTickerIsMarked()
+    {
+        TwFill fill = buy(5000);
+        fill.symbol = u"P\u0415PE"_s; // a Cyrillic E
+        const auto s = SignalRules::signal(fill, nullptr, nullptr);
+        QVERIFY(s && s->asset);
+        QVERIFY(s->asset->lookAlike);
+        QCOMPARE(s->asset->symbol, fill.symbol);
+        QCOMPARE(s->line.ticker, u"$P\u0415PE\u2009\u26A0"_s);
+        QVERIFY(s->line.text().startsWith(s->line.ticker));
+        fill.isStock = true;
+        QCOMPARE(SignalRules::signal(fill, nullptr, nullptr)->line.ticker, u"P\u0415PE\u2009\u26A0"_s);
+        const auto plain = SignalRules::signal(buy(5000), nullptr, nullptr);
+        QVERIFY(!plain->asset->lookAlike);
+        QCOMPARE(plain->line.ticker, u"$WIF"_s);
+        TwRadar radar{.token = u"M"_s, .symbol = u"\uFF37IF"_s, .buyers = 3, .firstTs = 1700000000};
+        const auto spike = SignalRules::signal(radar, 1700000060);
+        QVERIFY(spike && spike->asset->lookAlike && spike->line.ticker.endsWith(u"\u26A0"_s));
+    }
+
     void pileInCount()
     {
         const PileIn &r = row(pileIns);

@@ -159,9 +159,45 @@ void Market::seedHistory(int count, double seconds, double now)
         nextFill(now - seconds + seconds * (i + 1) / count);
 }
 
+void Market::restart(qint64 firstId)
+{
+    fills_.clear();
+    pileIns_.clear();
+    equityWave_ = Wave{};
+    nextId_ = firstId;
+}
+
+QJsonObject Market::floodFill(double ts)
+{
+    const qint64 id = injectedId_.value_or(nextId_);
+    nextId_ += injectedId_ ? 0 : 1;
+    injectedId_.reset();
+    const QString serial = QString::number(++floodSerial_, 36).toUpper();
+    QJsonObject o;
+    o.insert(QStringLiteral("id"), id);
+    o.insert(QStringLiteral("ts"), std::round((ts + stampShift_) * 1000) / 1000);
+    o.insert(QStringLiteral("side"), floodSerial_ % 3 ? QStringLiteral("buy") : QStringLiteral("sell"));
+    o.insert(QStringLiteral("usd"), 2000 + double(floodSerial_ % 97) * 1000);
+    o.insert(QStringLiteral("price"), 0.0004);
+    const QString token = QStringLiteral("FLt") + serial.rightJustified(37, QLatin1Char('x')) + QStringLiteral("pump");
+    o.insert(QStringLiteral("handle"), QString(QStringLiteral("flood_") + serial));
+    o.insert(QStringLiteral("wallet"), QString(QStringLiteral("FLw") + serial.rightJustified(41, QLatin1Char('x'))));
+    o.insert(QStringLiteral("token"), token);
+    o.insert(QStringLiteral("symbol"), QString(QStringLiteral("F") + serial));
+    o.insert(QStringLiteral("name"), QString(QStringLiteral("Flood ") + serial));
+    o.insert(QStringLiteral("new_position"), true);
+    o.insert(QStringLiteral("liquidity"), 50000);
+    fills_.push_back(o);
+    while (fills_.size() > historyLimit)
+        fills_.pop_front();
+    return o;
+}
+
 QJsonObject Market::nextFill(double ts)
 {
-    const qint64 id = nextId_++;
+    const qint64 id = injectedId_.value_or(nextId_);
+    nextId_ += injectedId_ ? 0 : 1;
+    injectedId_.reset();
     int ti = pick(int(traders_.size()));
     int ki = -1;
     bool buy = uniform() < 0.62;
@@ -237,7 +273,7 @@ QJsonObject Market::nextFill(double ts)
             bags.removeFirst();
     }
 
-    QJsonObject fill = fillJson(id, ts, ti, ki, buy, usd, flags, newPosition);
+    QJsonObject fill = fillJson(id, ts + stampShift_, ti, ki, buy, usd, flags, newPosition);
     fills_.push_back(fill);
     while (fills_.size() > historyLimit)
         fills_.pop_front();
@@ -271,7 +307,7 @@ QJsonArray Market::radar(double now, double minutes, int limit) const
         o.insert(QStringLiteral("liquidity"), std::round(k.liquidity));
         o.insert(QStringLiteral("change24"), std::round(k.change24 * 10) / 10);
         o.insert(QStringLiteral("is_stock"), 0);
-        o.insert(QStringLiteral("first_ts"), it->firstAt);
+        o.insert(QStringLiteral("first_ts"), it->firstAt + stampShift_);
         o.insert(QStringLiteral("usd_in"), std::round(it->usdIn));
         o.insert(QStringLiteral("pair_url"), k.pair);
         o.insert(QStringLiteral("pool_age"), std::round(-k.createdAt + (now - it->firstAt)));

@@ -31,6 +31,19 @@ public:
     std::optional<QJsonObject> traderDetail(const QString &handle, double now) const;
     qint64 lastId() const { return nextId_ - 1; }
 
+    // A redeploy with a fresh store: the tape and the pile-ins are gone and
+    // ids begin again at `firstId`.
+    void restart(qint64 firstId);
+    // The next fill carries `id` (an absurd one, say); the numbering goes on
+    // as if it had not been.
+    void injectId(qint64 id) { injectedId_ = id; }
+    // Stamps of fills and pile-ins run `seconds` off the service's clock
+    // (10 years ahead, or 1e300).
+    void setStampShift(double seconds) { stampShift_ = seconds; }
+    // A fill of a wallet and a token never seen before (a flood). Kept in the
+    // tape like any other.
+    QJsonObject floodFill(double ts);
+
 private:
     struct Trader {
         QString handle, address, profile;
@@ -73,6 +86,9 @@ private:
     QList<Wave> pileIns_;           // recent waves into new pools (radar)
     Wave equityWave_;
     qint64 nextId_ = 0;
+    std::optional<qint64> injectedId_;
+    double stampShift_ = 0;
+    qint64 floodSerial_ = 0;
 };
 
 } // namespace tarnwick

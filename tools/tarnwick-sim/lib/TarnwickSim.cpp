@@ -16,6 +16,7 @@
 
 #include <cmath>
 #include <cstdio>
+#include <limits>
 
 namespace tarnwick {
 
@@ -79,7 +80,7 @@ struct SimServer::Stream {
 SimServer::SimServer(SimOptions options, QObject *parent)
     : QObject(parent), options_(std::move(options)), market_(std::make_unique<Market>(options_.seed))
 {
-    market_->seedHistory(250, 1800, wallNow());
+    market_->seedHistory(250, 1800, now());
     tape_ = new QTimer(this);
     tape_->setSingleShot(true);
     connect(tape_, &QTimer::timeout, this, [this] {
@@ -190,9 +191,9 @@ QList<QJsonObject> SimServer::emitFills(int n)
 {
     QList<QJsonObject> made;
     QJsonArray data;
-    const double now = wallNow();
+    const double at = now();
     for (int i = 0; i < n; ++i) {
-        made.append(market_->nextFill(now));
+        made.append(market_->nextFill(at));
         data.append(made.last());
     }
     fillsEmitted_ += n;
@@ -367,6 +368,64 @@ void SimServer::pump(QTcpSocket *socket)
 
 // ---- faults ----
 
+double SimServer::now() const
+{
+    return wallNow() + skew_;
+}
+
+void SimServer::restartTape(qint64 firstId)
+{
+    log(QStringLiteral("tape restarted, ids from ") + QString::number(firstId));
+    market_->restart(firstId);
+    dropAllSockets();
+}
+
+void SimServer::injectFillId(qint64 id)
+{
+    market_->injectId(id);
+}
+
+void SimServer::setStampShift(double seconds)
+{
+    market_->setStampShift(seconds);
+}
+
+bool SimServer::flooding() const
+{
+    return flood_ && flood_->isActive();
+}
+
+void SimServer::startFlood(int perFrame, double framesPerSecond, double seconds)
+{
+    if (!flood_) {
+        flood_ = new QTimer(this);
+        flood_->setTimerType(Qt::PreciseTimer);
+        connect(flood_, &QTimer::timeout, this, [this] {
+            if (floodFramesLeft_-- <= 0) {
+                flood_->stop();
+                return;
+            }
+            QJsonArray data;
+            const double at = now();
+            for (int i = 0; i < floodPerFrame_; ++i)
+                data.append(market_->floodFill(at));
+            fillsEmitted_ += floodPerFrame_;
+            broadcast(QJsonDocument(QJsonObject{{QStringLiteral("type"), QStringLiteral("fills")},
+                                                {QStringLiteral("data"), data}})
+                          .toJson(QJsonDocument::Compact));
+        });
+    }
+    floodPerFrame_ = perFrame;
+    floodFramesLeft_ = qint64(std::ceil(framesPerSecond * seconds));
+    if (floodFramesLeft_ <= 0 || framesPerSecond <= 0) {
+        flood_->stop();
+        return;
+    }
+    log(QStringLiteral("flood: ") + QString::number(perFrame) + QStringLiteral(" fills a frame, ") +
+        QString::number(framesPerSecond) + QStringLiteral(" frames a second"));
+    flood_->start(int(1000 / framesPerSecond));
+}
+
 void SimServer::setEndpointFault(const QString &pathPrefix, EndpointFault fault)
 {
     faults_.insert(pathPrefix, fault);
@@ -378,6 +437,8 @@ void SimServer::clearFaults()
     handshake_ = HandshakeMode::Accept;
     silent_ = false;
     dropAfter_ = 0;
+    skew_ = 0;
+    market_->setStampShift(0);
 }
 
 void SimServer::setHandshakeMode(HandshakeMode mode)
@@ -501,6 +562,18 @@ void SimServer::applyStep(const QJsonObject &step)
     else if (fault == QLatin1String("oversized_message"))
         sendOversizedMessage(qint64(step.value(QStringLiteral("bytes")).toDouble(100.0 * 1024 * 1024)),
                              qint64(step.value(QStringLiteral("frame_bytes")).toDouble(0)));
+    else if (fault == QLatin1String("restart_lower_ids"))
+        restartTape(qint64(step.value(QStringLiteral("first_id")).toDouble(1000)));
+    else if (fault == QLatin1String("absurd_id"))
+        injectFillId(std::numeric_limits<qint64>::max());
+    else if (fault == QLatin1String("stamps_ahead"))
+        setStampShift(step.value(QStringLiteral("seconds")).toDouble(10 * 365.25 * 86400));
+    else if (fault == QLatin1String("clock_skew"))
+        setClockSkew(step.value(QStringLiteral("seconds")).toDouble(2 * 86400));
+    else if (fault == QLatin1String("flood"))
+        startFlood(step.value(QStringLiteral("per_frame")).toInt(2000),
+                   step.value(QStringLiteral("frames_per_second")).toDouble(2),
+                   step.value(QStringLiteral("seconds")).toDouble(60));
     else if (fault == QLatin1String("huge_frame"))
         sendRawFrame(R"({"type":"noise","data":")" + QByteArray(4 * 1024 * 1024, 'x') + "\"}");
     if (step.contains(QStringLiteral("drop_after_frames")))
@@ -581,6 +654,12 @@ void SimServer::onRequestBytes(QTcpSocket *socket)
 void SimServer::reply(QTcpSocket *socket, int status, const QByteArray &body)
 {
     QByteArray out = "HTTP/1.1 " + QByteArray::number(status) + ' ' + statusText(status) + "\r\n";
+    // The service's clock, as every HTTP server tells it.
+    out += "Date: " +
+           QDateTime::fromMSecsSinceEpoch(qint64(now() * 1000), Qt::UTC)
+               .toString(u"ddd, dd MMM yyyy hh:mm:ss 'GMT'")
+               .toLatin1() +
+           "\r\n";
     if (status != 204 && status != 304)
         out +=
             "Content-Type: application/json\r\nContent-Length: " + QByteArray::number(body.size()) + "\r\n";
@@ -621,7 +700,7 @@ void SimServer::serveRest(QTcpSocket *socket, const QByteArray &target, const QB
         if (route.startsWith(it.key()))
             fault = it.value();
 
-    const double now = wallNow();
+    const double now = this->now();
     int status = 200;
     QByteArray body;
     if (fault.kind == EndpointFaultKind::SocketFirst && route == QLatin1String("/tape")) {

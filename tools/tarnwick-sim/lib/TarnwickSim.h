@@ -93,6 +93,20 @@ public:
     void restartSocketServer();
     // false: the peer freezes, reading nothing, so client pings get no pong.
     void setAnswerPings(bool answer);
+    // The service's own bookkeeping going wrong. A redeploy: every socket
+    // drops and the tape begins again, ids from `firstId` (below what was sent).
+    void restartTape(qint64 firstId = 1000);
+    // The next fill emitted carries this id (2^63-1, say); ids then go on as before.
+    void injectFillId(qint64 id);
+    // Fill and pile-in stamps run this far ahead of the service's clock.
+    void setStampShift(double seconds);
+    // The service's clock (stamps and the Date header alike) runs this far
+    // off the machine's: to the client, its own clock is wrong.
+    void setClockSkew(double seconds) { skew_ = seconds; }
+    // Frames of `perFrame` fills, each of a new wallet and token, at
+    // `framesPerSecond`, for `seconds` (0 stops a running flood).
+    void startFlood(int perFrame, double framesPerSecond, double seconds);
+    bool flooding() const;
     // Runs a scenario: a JSON list of {"at": seconds, ...} steps (see README).
     bool loadScenario(const QString &file, QString *error);
 
@@ -126,6 +140,7 @@ private:
     void scheduleNextFill();
     void applyStep(const QJsonObject &step);
     void log(const QString &line) const;
+    double now() const; // the service's clock, skew included
     struct Stream;
     void startStream(QTcpSocket *socket, std::shared_ptr<Stream> stream);
     void pump(QTcpSocket *socket);
@@ -152,6 +167,10 @@ private:
     bool logging_ = false;
     quint16 boundPort_ = 0;
     qint64 fillsEmitted_ = 0;
+    double skew_ = 0;
+    QTimer *flood_ = nullptr;
+    int floodPerFrame_ = 0;
+    qint64 floodFramesLeft_ = 0;
     qint64 streamedBytes_ = 0;
     QList<QByteArray> lastHeaderNames_;
     QHash<QTcpSocket *, std::shared_ptr<Stream>> streams_;
