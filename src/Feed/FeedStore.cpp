@@ -57,6 +57,7 @@ FeedStore::~FeedStore()
     client_->onFrame = nullptr;
     client_->onBackfill = nullptr;
     client_->onRestart = nullptr;
+    client_->onTrouble = nullptr;
 }
 
 void FeedStore::log(const QString &message) const
@@ -89,6 +90,12 @@ void FeedStore::wireClient()
                                                               : QStringLiteral(": retrying")));
             self->link_ = state;
             Q_EMIT self->linkChanged();
+        }
+    };
+    client_->onTrouble = [self](const LinkTrouble &trouble) {
+        if (self && self->trouble_ != trouble) {
+            self->trouble_ = trouble;
+            Q_EMIT self->troubleChanged();
         }
     };
     client_->onLatency = [self](double ms) {

@@ -33,6 +33,8 @@ public:
     // Published state.
     const QList<Signal> &signalList() const { return signals_; } // newest first, at most 120
     LinkState link() const { return link_; }
+    // Why the link fails, when the client could tell (see LinkTrouble).
+    const LinkTrouble &trouble() const { return trouble_; }
     std::optional<double> lastUpdate() const { return lastUpdate_; }
     FeedFilter filter() const { return filter_; }
     void setFilter(const FeedFilter &filter);
@@ -106,6 +108,7 @@ public:
 Q_SIGNALS:
     void signalsChanged();
     void linkChanged();
+    void troubleChanged();
     void lastUpdateChanged();
     void filterChanged();
     void preferencesChanged();
@@ -162,6 +165,7 @@ private:
 
     QList<Signal> signals_;
     LinkState link_ = LinkState::connecting;
+    LinkTrouble trouble_;
     std::optional<double> lastUpdate_;
     FeedFilter filter_;
     Preferences preferences_;

@@ -14,3 +14,17 @@ QString caseName(LinkState state)
 }
 
 } // namespace LinkStates
+
+namespace LinkStates {
+
+QString troubleName(LinkTrouble::Kind kind)
+{
+    switch (kind) {
+    case LinkTrouble::none: return QStringLiteral("none");
+    case LinkTrouble::unreachable: return QStringLiteral("unreachable");
+    case LinkTrouble::unverified: return QStringLiteral("unverified");
+    }
+    return {};
+}
+
+} // namespace LinkStates

@@ -1,6 +1,7 @@
 #include "Feed/TarnwickClient.h"
 
 #include "Wire/Tarnwick.h"
+#include "Feed/TlsTrust.h"
 #include "Feed/WakeWatch.h"
 #include "Support/Log.h"
 
@@ -11,6 +12,7 @@
 #include <QNetworkCookieJar>
 #include <QNetworkReply>
 #include <QRandomGenerator>
+#include <QSslSocket>
 #include <QTimer>
 #include <QUrl>
 #include <QWebSocket>
@@ -45,7 +47,7 @@ TarnwickClient::TarnwickClient(QObject *parent)
 
 TarnwickClient::TarnwickClient(QString httpBase, QString socketURL, TarnwickTiming timing, Clock now,
                                QObject *parent)
-    : QObject(parent), httpBase_(std::move(httpBase)), socketURL_(std::move(socketURL)), timing_(timing),
+    : QObject(parent), tls_(TlsTrust::forApp()), httpBase_(std::move(httpBase)), socketURL_(std::move(socketURL)), timing_(timing),
       now_(std::move(now)), verbose_(Log::enabledByEnvironment())
 {
     rest_ = new QNetworkAccessManager(this);
@@ -114,9 +116,17 @@ void TarnwickClient::fetch(const QString &path, QObject *context, BodyCallback d
     QNetworkRequest request(QUrl(httpBase_ + path));
     request.setHeader(QNetworkRequest::UserAgentHeader, Tarnwick::userAgent());
     request.setTransferTimeout(timing_.requestTimeoutMs);
+    request.setSslConfiguration(tls_);
     QElapsedTimer clock;
     clock.start();
     QNetworkReply *reply = rest_->get(request);
+    // Certificate errors are noted for the log and the panel, never ignored:
+    // the reply then fails with a handshake error.
+    auto tlsErrors = std::make_shared<QList<QSslError>>();
+    connect(reply, &QNetworkReply::sslErrors, this,
+            [tlsErrors](const QList<QSslError> &errors) { *tlsErrors = errors; });
+    connect(reply, &QNetworkReply::finished, this,
+            [this, reply, tlsErrors] { classifyReply(reply, *tlsErrors); });
     // Qt stops reading the connection while this much is waiting for us, so
     // a fast sender cannot pile bytes up between two readyRead calls.
     reply->setReadBufferSize(256 * 1024);
@@ -656,6 +666,9 @@ void TarnwickClient::connectSocket()
     // Qt reads a frame only once all of it is buffered: room for the largest
     // allowed frame and its header, and no more.
     s->setReadBufferSize(limits_.maxMessageBytes + 1024);
+    s->setSslConfiguration(tls_);
+    auto tlsErrors = std::make_shared<QList<QSslError>>();
+    connect(s, &QWebSocket::sslErrors, this, [tlsErrors](const QList<QSslError> &errors) { *tlsErrors = errors; });
 
     // Qt checks each frame's announced size, but it gathers the frames of one
     // message without a bound: the frames are counted here as they come, and
@@ -691,7 +704,9 @@ void TarnwickClient::connectSocket()
             [this, s](const QByteArray &message) { onMessage(s, message, false); });
     // Qt 6.4 names the error signal error(); errorOccurred came later.
     connect(s, QOverload<QAbstractSocket::SocketError>::of(&QWebSocket::error), this,
-            [this, s](QAbstractSocket::SocketError) {
+            [this, s, tlsErrors](QAbstractSocket::SocketError error) {
+                if (socket_ == s)
+                    classifySocketError(error, s->errorString(), *tlsErrors);
                 log(QStringLiteral("receive FAILED: ") + s->errorString());
                 if (socket_ == s)
                     socketDidClose();
@@ -731,6 +746,7 @@ void TarnwickClient::connectSocket()
             return;
         log(QStringLiteral("connect FAILED: no handshake within ") +
             QString::number(timing_.handshakeTimeoutMs) + QStringLiteral(" ms"));
+        diagnose();
         socketDidClose();
     });
     handshakeTimer_->start(timing_.handshakeTimeoutMs);
@@ -744,6 +760,7 @@ void TarnwickClient::connectSocket()
             reconnecting_ = false;
             catchUp();
         }
+        setTrouble({});
     });
 
     openWatchdog_->disconnect();
@@ -875,4 +892,153 @@ void TarnwickClient::scheduleReconnect()
         return;
     lastReconnectDelay_ = reconnectBaseDelay(socketFailures_) + jitter();
     reconnectTimer_->start(int(lastReconnectDelay_ * timing_.reconnectScale * 1000));
+}
+
+// ---- TLS and reachability ----
+
+QString TarnwickClient::serviceAddress() const
+{
+    const QUrl url(httpBase_);
+    return url.host() + QLatin1Char(':') +
+           QString::number(url.port(url.scheme() == QLatin1String("https") ? 443 : 80));
+}
+
+void TarnwickClient::classifyReply(QNetworkReply *reply, const QList<QSslError> &tlsErrors)
+{
+    if (stopped_)
+        return;
+    if (reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt() != 0) {
+        setTrouble({}); // whatever it said, the service answered and proved who it is
+        return;
+    }
+    switch (reply->error()) {
+    case QNetworkReply::NoError: setTrouble({}); break;
+    case QNetworkReply::SslHandshakeFailedError:
+        unverified(tlsErrors.isEmpty() ? TlsTrust::describeHandshake(reply->errorString())
+                                       : TlsTrust::describe(tlsErrors),
+                   reply->errorString());
+        break;
+    case QNetworkReply::ConnectionRefusedError:
+    case QNetworkReply::HostNotFoundError:
+        setTrouble({LinkTrouble::unreachable, serviceAddress(), {}}, reply->errorString());
+        break;
+    default: diagnose(); break; // a time-out or a hang-up says nothing by itself
+    }
+}
+
+void TarnwickClient::classifySocketError(int error, const QString &errorString, const QList<QSslError> &tlsErrors)
+{
+    if (stopped_)
+        return;
+    switch (QAbstractSocket::SocketError(error)) {
+    case QAbstractSocket::SslHandshakeFailedError:
+        unverified(tlsErrors.isEmpty() ? TlsTrust::describeHandshake(errorString) : TlsTrust::describe(tlsErrors),
+                   errorString);
+        break;
+    case QAbstractSocket::ConnectionRefusedError:
+    case QAbstractSocket::HostNotFoundError:
+        setTrouble({LinkTrouble::unreachable, serviceAddress(), {}}, errorString);
+        break;
+    default: break; // the REST side and the handshake clock tell the rest
+    }
+}
+
+void TarnwickClient::unverified(const QString &why, const QString &detail)
+{
+    setTrouble({LinkTrouble::unverified, serviceAddress(), why}, detail);
+}
+
+void TarnwickClient::setTrouble(const LinkTrouble &trouble, const QString &detail)
+{
+    if (trouble_ == trouble)
+        return; // said once; every retry fails the same way
+    const LinkTrouble before = trouble_;
+    trouble_ = trouble;
+    QString line;
+    switch (trouble.kind) {
+    case LinkTrouble::unverified:
+        line = QStringLiteral("TLS FAILED at ") + trouble.where + QStringLiteral(": ") + trouble.why +
+               (detail.isEmpty() || detail == trouble.why ? QString() : QStringLiteral(" (") + detail + QLatin1Char(')')) +
+               QStringLiteral("; the service is refused");
+        break;
+    case LinkTrouble::unreachable:
+        line = QStringLiteral("connect FAILED: nothing answers at ") + trouble.where +
+               (detail.isEmpty() ? QString() : QStringLiteral(" (") + detail + QLatin1Char(')'));
+        break;
+    case LinkTrouble::none:
+        line = QStringLiteral("the service answers at ") + before.where + QStringLiteral(" again");
+        break;
+    }
+    if (verbose_)
+        Log::write("tw", line);
+    else if (trouble.kind != LinkTrouble::none)
+        Log::warning(lcLink(), line);
+    if (onTrouble)
+        onTrouble(trouble_);
+}
+
+void TarnwickClient::diagnose()
+{
+    if (stopped_ || probe_)
+        return;
+    const QUrl url(httpBase_);
+    const bool secure = url.scheme() == QLatin1String("https");
+    QTcpSocket *probe = secure ? new QSslSocket(this) : new QTcpSocket(this);
+    probe_ = probe;
+    struct State {
+        bool connected = false;
+        QList<QSslError> tlsErrors;
+    };
+    auto state = std::make_shared<State>();
+    const quint64 generation = generation_;
+    auto finish = [this, probe, generation](std::optional<LinkTrouble> verdict, const QString &detail) {
+        if (probe_ != probe)
+            return;
+        probe_.clear();
+        probe->disconnect(this);
+        probe->abort();
+        probe->deleteLater();
+        if (verdict && !stopped_ && generation == generation_)
+            setTrouble(*verdict, detail);
+    };
+    const QString where = serviceAddress();
+    auto *clock = new QTimer(probe);
+    clock->setSingleShot(true);
+    connect(clock, &QTimer::timeout, this, [this, state, finish, where] {
+        if (state->connected)
+            finish(LinkTrouble{LinkTrouble::unverified, where,
+                               QStringLiteral("no TLS handshake within ") +
+                                   QString::number(timing_.handshakeTimeoutMs) + QStringLiteral(" ms")},
+                   {});
+        else
+            finish(LinkTrouble{LinkTrouble::unreachable, where, {}},
+                   QStringLiteral("no connection within ") + QString::number(timing_.handshakeTimeoutMs) +
+                       QStringLiteral(" ms"));
+    });
+    connect(probe, &QAbstractSocket::errorOccurred, this, [probe, state, finish, where](QAbstractSocket::SocketError e) {
+        if (e == QAbstractSocket::SslHandshakeFailedError)
+            finish(LinkTrouble{LinkTrouble::unverified, where,
+                               state->tlsErrors.isEmpty() ? TlsTrust::describeHandshake(probe->errorString())
+                                                          : TlsTrust::describe(state->tlsErrors)},
+                   probe->errorString());
+        else if (!state->connected)
+            finish(LinkTrouble{LinkTrouble::unreachable, where, {}}, probe->errorString());
+        else
+            finish(std::nullopt, {}); // it hung up after connecting: nothing certain
+    });
+    connect(probe, &QAbstractSocket::connected, this, [state, finish, secure] {
+        state->connected = true;
+        if (!secure)
+            finish(LinkTrouble{}, {}); // plain: it answers, so the trouble is elsewhere
+    });
+    if (auto *tls = qobject_cast<QSslSocket *>(probe)) {
+        connect(tls, &QSslSocket::sslErrors, this,
+                [state](const QList<QSslError> &errors) { state->tlsErrors = errors; });
+        connect(tls, &QSslSocket::encrypted, this, [finish] { finish(LinkTrouble{}, {}); });
+        tls->setSslConfiguration(tls_);
+        tls->connectToHostEncrypted(url.host(), quint16(url.port(443)));
+    } else {
+        probe->connectToHost(url.host(), quint16(url.port(80)));
+    }
+    clock->start(timing_.handshakeTimeoutMs);
 }

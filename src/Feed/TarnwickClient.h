@@ -11,11 +11,15 @@
 #include <QHash>
 #include <QObject>
 #include <QPointer>
+#include <QSslConfiguration>
 
 #include <functional>
 #include <optional>
 
 class QNetworkAccessManager;
+class QNetworkReply;
+class QSslError;
+class QTcpSocket;
 class QTimer;
 class QWebSocket;
 class WakeWatch;
@@ -75,6 +79,15 @@ public:
     // The service's fill ids began again below the mark (a redeploy): whatever
     // remembers fill ids must forget the old numbering.
     std::function<void()> onRestart;
+    // The cause of the failures, when known; `none` again once the service answers.
+    std::function<void(const LinkTrouble &)> onTrouble;
+
+    // What TLS trusts; set before start(). The app's client trusts the
+    // system's authorities and LARKPIN_CA_FILE's.
+    void setTlsConfiguration(const QSslConfiguration &configuration) { tls_ = configuration; }
+    const QSslConfiguration &tlsConfiguration() const { return tls_; }
+    const LinkTrouble &trouble() const { return trouble_; }
+    QString serviceAddress() const; // host:port of the REST base
 
     // Enrichment tables (no network).
     const TwTrader *trader(const QString &handle) const;
@@ -158,7 +171,16 @@ private:
     void loadEnrichment();
     void log(const QString &message) const;
     void notice(const QString &message) const; // the trace, or the journal without it
+    // TLS and reachability: what a failure says about the service.
+    void classifyReply(QNetworkReply *reply, const QList<QSslError> &tlsErrors);
+    void classifySocketError(int error, const QString &errorString, const QList<QSslError> &tlsErrors);
+    void unverified(const QString &why, const QString &detail);
+    void setTrouble(const LinkTrouble &trouble, const QString &detail = {});
+    void diagnose(); // a failure of no clear cause: one bare TLS (or TCP) connection tells
 
+    QSslConfiguration tls_;
+    LinkTrouble trouble_;
+    QPointer<QTcpSocket> probe_;
     QString httpBase_;
     QString socketURL_;
     TarnwickTiming timing_;

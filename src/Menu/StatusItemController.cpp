@@ -267,6 +267,12 @@ StatusItemController::StatusItemController(FeedStore *store, QObject *parent) : 
                 view_->redrawRow(false);
         }
     });
+    connect(store_, &FeedStore::troubleChanged, this, [this] {
+        const QString tip = tooltip(*store_);
+        strip_->setToolTip(tip);
+        if (tray_)
+            tray_->setToolTip(tip);
+    });
     connect(store_, &FeedStore::heartbeatChanged, view_, &StatusStreamView::ping);
     focalDirector_->onChange = [this](const std::optional<Signal> &s) {
         applyFocal(s);
@@ -504,9 +510,24 @@ void StatusItemController::render(bool paused)
 QString StatusItemController::tooltip(const FeedStore &store)
 {
     const QList<Signal> ticker = store.tickerSignals();
-    if (ticker.isEmpty())
-        return QStringLiteral("Larkpin");
+    if (ticker.isEmpty()) {
+        const QString trouble = troubleTip(store.trouble());
+        return trouble.isEmpty() ? QStringLiteral("Larkpin") : trouble;
+    }
     return SignalKinds::label(ticker.first().kind) + QStringLiteral("  ") + ticker.first().line.text();
+}
+
+QString StatusItemController::troubleTip(const LinkTrouble &trouble)
+{
+    switch (trouble.kind) {
+    case LinkTrouble::none: return {};
+    case LinkTrouble::unreachable:
+        return QStringLiteral("Larkpin \u2014 can't reach the tape service at ") + trouble.where;
+    case LinkTrouble::unverified:
+        return QStringLiteral("Larkpin \u2014 can't verify the tape service at ") + trouble.where +
+               QStringLiteral(" (") + trouble.why + QLatin1Char(')');
+    }
+    return {};
 }
 
 QString StatusItemController::statusLine(LinkState link, int whales, int spikes, int stocks)

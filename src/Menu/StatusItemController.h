@@ -68,6 +68,8 @@ public:
     // The texts of the item, computable without a display.
     static QString statusLine(LinkState link, int whales, int spikes, int stocks);
     static QString tooltip(const FeedStore &store);
+    // The tooltip while the link fails for a known cause (empty: none).
+    static QString troubleTip(const LinkTrouble &trouble);
     static QString pauseTitle(bool paused)
     {
         return paused ? QStringLiteral("Resume ticker") : QStringLiteral("Pause ticker");

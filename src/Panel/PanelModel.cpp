@@ -9,6 +9,7 @@
 
 #include <QCoreApplication>
 #include <QDesktopServices>
+#include <QFileInfo>
 #include <QTimer>
 #include <QUrl>
 
@@ -51,6 +52,7 @@ PanelModel::PanelModel(FeedStore *store, QObject *parent)
         Q_EMIT emptyChanged();
         Q_EMIT telemetryChanged();
     });
+    connect(store, &FeedStore::troubleChanged, this, &PanelModel::emptyChanged);
     connect(store, &FeedStore::lastUpdateChanged, this, &PanelModel::linkChanged);
     connect(store, &FeedStore::preferencesChanged, this, &PanelModel::preferencesChanged);
     connect(store, &FeedStore::preferencesChanged, this, [this] {
@@ -181,18 +183,30 @@ QVariantMap PanelModel::hero() const
     return SignalListModel::describe(heroes_.first(), now_, store_);
 }
 
+QString PanelModel::bundledService()
+{
+    // Looked for once: a package is not installed under a running app.
+    static const QString path = [] {
+        const QFileInfo bundled(QString::fromLatin1(PanelText::bundledServicePath));
+        return bundled.isFile() && bundled.isExecutable() ? bundled.filePath() : QString();
+    }();
+    return path;
+}
+
 QString PanelModel::emptySymbol() const
 {
     if (!store_)
         return {};
-    return PanelText::emptyState(store_->visibleSignals().isEmpty(), store_->link()).symbol;
+    return PanelText::emptyState(store_->visibleSignals().isEmpty(), store_->link(), store_->trouble(),
+                                 bundledService()).symbol;
 }
 
 QString PanelModel::emptyMessage() const
 {
     if (!store_)
         return {};
-    return PanelText::emptyState(store_->visibleSignals().isEmpty(), store_->link()).message;
+    return PanelText::emptyState(store_->visibleSignals().isEmpty(), store_->link(), store_->trouble(),
+                                 bundledService()).message;
 }
 
 QString PanelModel::flowText() const

@@ -104,6 +104,8 @@ public:
     bool streamEmpty() const { return stream_->count() == 0; }
     QString emptySymbol() const;
     QString emptyMessage() const;
+    // The bundled tape service's path when it is installed, else empty.
+    static QString bundledService();
     QString flowText() const;
     QVariantList buckets() const;
     bool hasVolume() const;

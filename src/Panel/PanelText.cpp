@@ -70,6 +70,30 @@ EmptyState emptyState(bool visibleSignalsEmpty, LinkState link)
     return state;
 }
 
+EmptyState emptyState(bool visibleSignalsEmpty, LinkState link, const LinkTrouble &trouble,
+                      const QString &bundledService)
+{
+    EmptyState state = emptyState(visibleSignalsEmpty, link);
+    if (!visibleSignalsEmpty)
+        return state;
+    switch (trouble.kind) {
+    case LinkTrouble::none: break;
+    case LinkTrouble::unreachable:
+        state.symbol = linkSymbol(LinkState::down);
+        state.message = QStringLiteral("Can't reach the tape service at ") + trouble.where + QLatin1Char('.');
+        if (!bundledService.isEmpty())
+            state.message += QStringLiteral("\nStart the bundled one: ") + bundledService;
+        break;
+    case LinkTrouble::unverified:
+        state.symbol = linkSymbol(LinkState::down);
+        state.message = QStringLiteral("Can't verify the identity of the tape service at ") + trouble.where +
+                        QStringLiteral(".\n") + trouble.why.left(1).toUpper() + trouble.why.mid(1) +
+                        QStringLiteral(": the link stays closed.");
+        break;
+    }
+    return state;
+}
+
 QString flowRate(double fillsPerMinute)
 {
     return Format::fixed(fillsPerMinute, 1) + QStringLiteral("/m");

@@ -33,6 +33,13 @@ struct EmptyState {
 };
 QString linkSymbol(LinkState link);
 EmptyState emptyState(bool visibleSignalsEmpty, LinkState link);
+// The same, where a known cause of the failures (nothing answers at the
+// address; the service cannot prove who it is) takes the place of the link's
+// message while nothing is shown. `bundledService` is the path of the
+// bundled tape service when it is installed, otherwise empty.
+EmptyState emptyState(bool visibleSignalsEmpty, LinkState link, const LinkTrouble &trouble,
+                      const QString &bundledService = {});
+inline constexpr char bundledServicePath[] = "/usr/libexec/larkpin/tarnwick-sim";
 
 // Telemetry band.
 QString flowRate(double fillsPerMinute); // "12.5/m"

@@ -56,7 +56,17 @@ int main(int argc, char *argv[])
                                       QStringLiteral("JSON file of timed faults."), QStringLiteral("file"));
     const QCommandLineOption quiet(QStringLiteral("quiet"),
                                    QStringLiteral("Do not log requests and sockets."));
-    parser.addOptions({host, port, rate, seed, speed, scenario, quiet});
+    const QCommandLineOption cert(QStringLiteral("cert"),
+                                  QStringLiteral("PEM certificate (chain): serve https and wss."),
+                                  QStringLiteral("file"));
+    const QCommandLineOption key(QStringLiteral("key"),
+                                 QStringLiteral("PEM private key of --cert (default: the --cert file)."),
+                                 QStringLiteral("file"));
+    const QCommandLineOption tlsLegacy(QStringLiteral("tls-legacy"),
+                                       QStringLiteral("With --cert: offer only TLS 1.0 and 1.1."));
+    const QCommandLineOption tlsStall(QStringLiteral("tls-stall"),
+                                      QStringLiteral("With --cert: never answer a TLS hello."));
+    parser.addOptions({host, port, rate, seed, speed, scenario, quiet, cert, key, tlsLegacy, tlsStall});
     if (!parser.parse(app.arguments()))
         return fail(parser.errorText());
     if (parser.isSet(QStringLiteral("help")))
@@ -79,6 +89,12 @@ int main(int argc, char *argv[])
     if (!ok)
         return fail(QStringLiteral("--seed wants a whole number, not ") + parser.value(seed));
     options.scenarioFile = parser.value(scenario);
+    options.tls.certificateFile = parser.value(cert);
+    options.tls.keyFile = parser.value(key);
+    options.tls.legacyOnly = parser.isSet(tlsLegacy);
+    options.tls.stallHandshake = parser.isSet(tlsStall);
+    if (!options.tls.enabled() && (parser.isSet(key) || options.tls.legacyOnly || options.tls.stallHandshake))
+        return fail(QStringLiteral("--key, --tls-legacy and --tls-stall need --cert"));
 
     tarnwick::SimServer server(options);
     server.setLogging(!parser.isSet(quiet));

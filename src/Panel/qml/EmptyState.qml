@@ -23,6 +23,9 @@ Item {
             objectName: "emptyMessage"
             anchors.horizontalCenter: parent.horizontalCenter
             text: empty.message
+            width: Math.min(implicitWidth, empty.width - 48)
+            wrapMode: Text.Wrap
+            horizontalAlignment: Text.AlignHCenter
             size: 11.5
         }
     }

@@ -104,7 +104,16 @@ void SimServer::log(const QString &line) const
 
 bool SimServer::start(QString *error)
 {
-    http_ = new QTcpServer(this);
+    if (options_.tls.enabled()) {
+        QSslConfiguration tls;
+        if (!TlsListener::configure(options_.tls, &tls, error))
+            return false;
+        auto *listener = new TlsListener(tls, options_.tls, this);
+        listener->log = [this](const QString &line) { log(line); };
+        http_ = listener;
+    } else {
+        http_ = new QTcpServer(this);
+    }
     ws_ = new QWebSocketServer(QStringLiteral("tarnwick-sim"), QWebSocketServer::NonSecureMode, this);
     connect(http_, &QTcpServer::newConnection, this, &SimServer::onConnection);
     connect(ws_, &QWebSocketServer::newConnection, this, &SimServer::onSocketAccepted);
@@ -150,19 +159,25 @@ quint16 SimServer::port() const
 
 QString SimServer::httpBase() const
 {
-    return QStringLiteral("http://") + options_.host + QLatin1Char(':') + QString::number(boundPort_) +
+    return (secure() ? QStringLiteral("https://") : QStringLiteral("http://")) + options_.host + QLatin1Char(':') + QString::number(boundPort_) +
            QStringLiteral("/api");
 }
 
 QString SimServer::socketURL() const
 {
-    return QStringLiteral("ws://") + options_.host + QLatin1Char(':') + QString::number(boundPort_) +
+    return (secure() ? QStringLiteral("wss://") : QStringLiteral("ws://")) + options_.host + QLatin1Char(':') + QString::number(boundPort_) +
            QStringLiteral("/ws");
 }
 
 qint64 SimServer::lastFillId() const
 {
     return market_->lastId();
+}
+
+int SimServer::tlsHandshakesFailed() const
+{
+    const auto *listener = qobject_cast<const TlsListener *>(http_);
+    return listener ? listener->handshakesFailed() : 0;
 }
 
 int SimServer::requestCount(const QString &pathPrefix) const

@@ -12,6 +12,8 @@
 #include <QSet>
 #include <QString>
 
+#include "TlsListener.h"
+
 #include <memory>
 
 class QTcpServer;
@@ -32,6 +34,7 @@ struct SimOptions {
     double speed = 1.0; // market time runs this many times faster than the wall clock
     QString scenarioFile;
     bool autoTape = true; // false: fills only when a test asks for them
+    SimTls tls;           // a certificate makes it https and wss
 };
 
 // Endless: a chunked 200 that never ends, as fast as the peer reads.
@@ -75,6 +78,8 @@ public:
     quint16 port() const;
     QString httpBase() const;
     QString socketURL() const;
+    bool secure() const { return options_.tls.enabled(); }
+    int tlsHandshakesFailed() const; // refused or never finished
 
     // Scripting.
     QList<QJsonObject> emitFills(int n); // n new fills, one "fills" frame, oldest first
