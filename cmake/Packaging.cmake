@@ -51,9 +51,9 @@ if(TARGET larkpin)
   install(FILES ${PROJECT_SOURCE_DIR}/data/larkpin-symbolic.svg
           DESTINATION ${CMAKE_INSTALL_DATADIR}/icons/hicolor/symbolic/apps)
   # PNGs for trays, docks and notification servers that do not draw SVG,
-  # drawn once from the mark (data/icons/README.md tells how).
+  # drawn once from the mark (data/ICONS.md tells how).
   foreach(size 16 22 24 32 48 64 128 256 512)
-    install(FILES ${PROJECT_SOURCE_DIR}/data/icons/larkpin-${size}.png
+    install(FILES ${PROJECT_SOURCE_DIR}/data/larkpin-${size}.png
             DESTINATION ${CMAKE_INSTALL_DATADIR}/icons/hicolor/${size}x${size}/apps RENAME larkpin.png)
   endforeach()
 
