@@ -11,6 +11,7 @@
 #include <QCoreApplication>
 #include <QDesktopServices>
 #include <QEventLoop>
+#include <QStandardPaths>
 #include <QTimer>
 
 
@@ -68,9 +69,21 @@ bool AppDelegate::start()
             if (!notifications_) {
                 notifications_ = std::make_unique<FreedesktopNotifications>();
                 notifications_->openUrl = [](const QUrl &url) { QDesktopServices::openUrl(url); };
+                notifications_->openSignal = [this](const QString &id) {
+                    if (panel_ && statusItem_)
+                        panel_->showSignal(statusItem_->anchorRect(), id);
+                };
+                notifications_->onClosed = [this](quint64 bubble) { notifier_->bubbleClosed(bubble); };
+                // The installed icon as a file, for servers that show an image
+                // rather than look the name up in the icon theme.
+                const QString icon = QStandardPaths::locate(
+                    QStandardPaths::GenericDataLocation, QStringLiteral("icons/hicolor/128x128/apps/larkpin.png"));
+                if (!icon.isEmpty())
+                    notifications_->icon = icon;
             }
             notifications_->show(n);
         });
+    notifier_->isWatched = [store](const Signal &s) { return store->isWatched(s); };
     statusItem_->onTakeover = [this](const Signal &s) { notifier_->takeover(s); };
     store_->start();
     return true;

@@ -132,7 +132,7 @@ int main(int argc, char *argv[])
 
     QApplication app(argc, argv);
     describeApplication();
-    QApplication::setDesktopFileName(QStringLiteral("larkpin"));
+    QApplication::setDesktopFileName(QStringLiteral("org.larkpin.Larkpin")); // the installed desktop entry
     QApplication::setQuitOnLastWindowClosed(false);
 
     std::unique_ptr<SingleInstance> instance;

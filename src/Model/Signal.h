@@ -82,6 +82,9 @@ struct Signal {
     std::optional<AssetRef> asset;
     std::optional<WalletRef> wallet;
     std::optional<double> notionalUsd;
+    // The pair's chart as the record itself names it (every fill and pile-in
+    // carries one); http(s) only. Evidence loaded later may name a better one.
+    std::optional<QUrl> link;
     bool operator==(const Signal &) const = default;
 };
 

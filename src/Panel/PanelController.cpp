@@ -339,6 +339,24 @@ void PanelController::close()
     });
 }
 
+bool PanelController::showSignal(const QRect &anchor, const QString &id)
+{
+    if (!isVisible())
+        show(anchor);
+    if (!model_ || id.isEmpty())
+        return false;
+    if (model_->showSettings())
+        model_->setShowSettings(false);
+    if (!model_->findSignal(id))
+        model_->selectFilter(0); // every kind
+    if (!model_->findSignal(id))
+        return false;
+    if (model_->openId() != id)
+        model_->toggle(id);
+    note(QStringLiteral("opened on ") + model_->openId());
+    return true;
+}
+
 bool PanelController::isVisible() const
 {
     return open_ && window_ && window_->isVisible();

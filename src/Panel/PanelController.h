@@ -63,6 +63,11 @@ public:
     // means under the mouse pointer.
     void show(const QRect &anchor);
     void close();
+    // Opens (when closed) on one signal: its row opened, so the inspector
+    // shows its evidence as that loads; the stream shows every kind if the
+    // chosen one hides it. A signal no longer listed leaves the panel on the
+    // stream. Returns whether the signal was found.
+    bool showSignal(const QRect &anchor, const QString &id);
     // Open and not fading out.
     bool isVisible() const;
     // Monotonic; infinity before the first close.

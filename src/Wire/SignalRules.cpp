@@ -26,6 +26,19 @@ QString dollarTicker(const QString &symbol, bool isStock)
     return isStock ? symbol : QLatin1Char('$') + symbol;
 }
 
+// A link from the wire is kept only when a browser may be sent to it.
+std::optional<QUrl> chartLink(const std::optional<QString> &text)
+{
+    if (!text || text->size() > 2048)
+        return std::nullopt;
+    const QUrl url(*text, QUrl::StrictMode);
+    const QString scheme = url.scheme().toLower();
+    if (!url.isValid() || url.host().isEmpty() ||
+        (scheme != QLatin1String("http") && scheme != QLatin1String("https")))
+        return std::nullopt;
+    return url;
+}
+
 // Whole-number rounding, half away from zero, as the priorities require.
 int roundedInt(double v)
 {
@@ -146,6 +159,7 @@ std::optional<Signal> signal(const TwFill &fill, const TwTrader *trader, const T
         wallet.winRate = trader->winRate;
     s.wallet = wallet;
     s.notionalUsd = fill.usd;
+    s.link = chartLink(fill.pairURL);
     return s;
 }
 
@@ -182,6 +196,7 @@ std::optional<Signal> signal(const TwRadar &radar, double /*now*/)
     s.priority = int(std::min<qint64>(std::min<qint64>(radar.buyers, 1000) * 3 + 45, 88));
     s.asset = AssetRef{radar.symbol, radar.token, radar.isStock, WireText::isLookAlike(radar.symbol)};
     s.notionalUsd = radar.usdIn;
+    s.link = chartLink(radar.pairURL);
     return s;
 }
 

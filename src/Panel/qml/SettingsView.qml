@@ -101,7 +101,7 @@ Item {
                 }
                 SettingsSection {
                     title: "FOCUS ALERT"
-                    note: "Above this size, the menu bar drops everything else and shows just that trade."
+                    note: "Above this size, the strip under the top bar drops everything else and shows just that trade."
                     width: parent.width
                     ChipRow {
                         panel: settings.panel
