@@ -125,7 +125,7 @@ public:
     int pendingReconnectMs() const; // the wait the reconnect timer was started with, or -1
     // How late live fills are taken in: from the newest fill's own stamp to the
     // end of its frame's handling (the store's work included), at most, since
-    // start. With the trace on it is also logged once a minute.
+    // start. With the trace on, the worst of every 20 s is logged too.
     double worstLatenessMs() const { return worstLateMs_; }
     int wakes() const { return wakes_; }
     bool isPolling() const;
@@ -193,9 +193,9 @@ private:
     int catchUps_ = 0;
     double newestDelivered_ = 0; // local stamp of the newest fill of the last delivery
     double worstLateMs_ = 0;
-    double minuteLateMs_ = 0;
-    qint64 minuteFrames_ = 0;
-    std::optional<double> minuteStart_;
+    double windowLateMs_ = 0;
+    qint64 windowFrames_ = 0;
+    std::optional<double> windowStart_;
     QHash<QString, TwTrader> traders_;
     QHash<QString, TwToken> tokens_;
     std::optional<double> enrichmentFetchedAt_;
