@@ -110,9 +110,10 @@ void BM_FloodFrame(benchmark::State &state)
         QJsonArray data;
         for (int k = 0; k < perFrame; ++k)
             data.append(market.floodFill(fakeNow));
-        const QByteArray bytesOfFrame = QJsonDocument(QJsonObject{{QStringLiteral("type"), QStringLiteral("fills")},
-                                                                  {QStringLiteral("data"), data}})
-                                            .toJson(QJsonDocument::Compact);
+        const QByteArray bytesOfFrame =
+            QJsonDocument(QJsonObject{{QStringLiteral("type"), QStringLiteral("fills")},
+                                      {QStringLiteral("data"), data}})
+                .toJson(QJsonDocument::Compact);
         state.ResumeTiming();
         const std::optional<TwSocketFrame> frame = TwDecode::socketFrame(bytesOfFrame);
         store->ingest(*frame->data);

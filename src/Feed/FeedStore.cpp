@@ -469,11 +469,14 @@ void FeedStore::reportDrops(double now)
         return;
     if (lastDropReport_ && std::fabs(now - *lastDropReport_) < 60)
         return; // once a minute, whatever the rate
-    const QString message =
-        QStringLiteral("store full, the oldest dropped: ") + QString::number(dropped_.signals - droppedReported_.signals) +
-        QStringLiteral(" signals, ") + QString::number(ticks - ticksReported_) + QStringLiteral(" telemetry ticks, ") +
-        QString::number(dropped_.actorMarks - droppedReported_.actorMarks) + QStringLiteral(" merge marks, ") +
-        QString::number(dropped_.stockGroups - droppedReported_.stockGroups) + QStringLiteral(" equity groups");
+    const QString message = QStringLiteral("store full, the oldest dropped: ") +
+                            QString::number(dropped_.signals - droppedReported_.signals) +
+                            QStringLiteral(" signals, ") + QString::number(ticks - ticksReported_) +
+                            QStringLiteral(" telemetry ticks, ") +
+                            QString::number(dropped_.actorMarks - droppedReported_.actorMarks) +
+                            QStringLiteral(" merge marks, ") +
+                            QString::number(dropped_.stockGroups - droppedReported_.stockGroups) +
+                            QStringLiteral(" equity groups");
     if (verbose_)
         log(message);
     else

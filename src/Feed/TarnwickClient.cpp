@@ -304,7 +304,8 @@ void TarnwickClient::deliver(QList<TwFill> fills, bool gated)
         return;
 
     const double newest = std::ranges::max(fills, {}, &TwFill::ts).ts;
-    const bool noneAbove = std::ranges::all_of(fills, [this](const TwFill &f) { return f.id <= lastFillId_; });
+    const bool noneAbove =
+        std::ranges::all_of(fills, [this](const TwFill &f) { return f.id <= lastFillId_; });
     if (lastFillId_ > 0 && noneAbove && newest > markTs_) {
         // Fills newer than anything taken, all under the mark: the service
         // numbers its fills afresh (a redeploy). The mark follows it, and so
