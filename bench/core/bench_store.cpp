@@ -93,6 +93,39 @@ void BM_FramesThroughStore(benchmark::State &state)
 }
 BENCHMARK(BM_FramesThroughStore)->Arg(1)->Arg(40)->Unit(benchmark::kMicrosecond);
 
+// A flood: frames of 2,000 fills, each of a wallet and a token never seen
+// before, two a second, into a store already at its bounds. One iteration is
+// one frame decoded and ingested (the rebuild included): how late the next
+// frame of the flood is handled at worst.
+void BM_FloodFrame(benchmark::State &state)
+{
+    const int perFrame = int(state.range(0));
+    tarnwick::Market market(11);
+    std::unique_ptr<FeedStore> store = makeStore();
+    fakeNow = start;
+    qint64 bytes = 0, frameBytes = 0;
+    for (auto _ : state) {
+        state.PauseTiming(); // every frame new: ids, wallets and tokens never seen
+        fakeNow += 0.5;
+        QJsonArray data;
+        for (int k = 0; k < perFrame; ++k)
+            data.append(market.floodFill(fakeNow));
+        const QByteArray bytesOfFrame =
+            QJsonDocument(QJsonObject{{QStringLiteral("type"), QStringLiteral("fills")},
+                                      {QStringLiteral("data"), data}})
+                .toJson(QJsonDocument::Compact);
+        state.ResumeTiming();
+        const std::optional<TwSocketFrame> frame = TwDecode::socketFrame(bytesOfFrame);
+        store->ingest(*frame->data);
+        bytes += bytesOfFrame.size();
+        frameBytes = bytesOfFrame.size();
+    }
+    state.counters["held"] = store->heldCount();
+    state.counters["frame_kb"] = double(frameBytes) / 1024;
+    state.SetBytesProcessed(bytes);
+}
+BENCHMARK(BM_FloodFrame)->Arg(2000)->Unit(benchmark::kMillisecond);
+
 // The same, split: decoding alone, and the store alone on frames decoded beforehand.
 void BM_DecodeFrame(benchmark::State &state)
 {

@@ -6,10 +6,10 @@
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
-#include <QLocalServer>
-#include <QLocalSocket>
 #include <QDir>
 #include <QFile>
+#include <QLocalServer>
+#include <QLocalSocket>
 #include <QStandardPaths>
 
 #include <cerrno>
@@ -92,8 +92,8 @@ QString SingleInstance::privateFolder()
     const QByteArray runtime = qgetenv("XDG_RUNTIME_DIR");
     if (!runtime.isEmpty() && isPrivate(runtime))
         return QString::fromLocal8Bit(runtime);
-    const QByteArray own = QFile::encodeName(QDir::tempPath() + QStringLiteral("/larkpin-") +
-                                             QString::number(::getuid()));
+    const QByteArray own =
+        QFile::encodeName(QDir::tempPath() + QStringLiteral("/larkpin-") + QString::number(::getuid()));
     if (::mkdir(own.constData(), 0700) != 0 && errno != EEXIST)
         return {};
     return isPrivate(own) ? QFile::decodeName(own) : QString();
@@ -171,8 +171,9 @@ bool SingleInstance::claimSocket()
     const QString name = socketName();
     if (name.isEmpty()) {
         // Better two instances than none: this one runs, unreachable.
-        Log::warning(lcApp(), QStringLiteral("no private folder for the instance socket (") + QDir::tempPath() +
-                                  QStringLiteral("/larkpin-") + QString::number(::getuid()) +
+        Log::warning(lcApp(), QStringLiteral("no private folder for the instance socket (") +
+                                  QDir::tempPath() + QStringLiteral("/larkpin-") +
+                                  QString::number(::getuid()) +
                                   QStringLiteral(" is not ours alone); running without it"));
         transport_ = QStringLiteral("none");
         return true;

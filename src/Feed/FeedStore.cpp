@@ -19,6 +19,7 @@ constexpr double actorWindow = 300;
 constexpr double stockWindow = 900;
 // Far more than a backfill (200) or a poll (60) can bring back.
 constexpr size_t seenFillsKept = 4096;
+constexpr int maxListedPerBatch = 50;
 } // namespace
 
 std::optional<QUrl> FeedStore::webLink(const std::optional<QString> &text)
@@ -379,6 +380,10 @@ void FeedStore::ingest(const QList<TwFill> &fills)
     bool changed = false;
     const qint64 repeatedBefore = fillsRepeated_;
     const qint64 ingestedBefore = fillsIngested_;
+    // The trace lists a batch's fills up to a point: a flood's thousands
+    // would cost more than taking them in.
+    int listed = 0;
+    auto listing = [&] { return verbose_ && listed++ < maxListedPerBatch; };
     for (const TwFill &fill : fills) {
         // A fill is counted once however it came: the socket and the backfill
         // race at start, and a wake catches up through REST.
@@ -394,7 +399,7 @@ void FeedStore::ingest(const QList<TwFill> &fills)
         const TwToken *token = client_->token(fill.token);
         const std::optional<Signal> made = SignalRules::signal(fill, trader, token);
         if (!made) {
-            if (verbose_)
+            if (listing())
                 log(QStringLiteral("drop  ") + fill.symbol + QLatin1Char(' ') + Format::usd(fill.usd) +
                     QStringLiteral(" — ") + fill.flags.join(QStringLiteral(", ")));
             continue;
@@ -418,11 +423,14 @@ void FeedStore::ingest(const QList<TwFill> &fills)
         }
         recentByActor_.insert(key, ActorMark{made->id, fill.usd, made->createdAt});
         hold(*made);
-        if (verbose_)
+        if (listing())
             log(QStringLiteral("keep  [") + SignalKinds::label(made->kind) + QStringLiteral("] p") +
                 QString::number(made->priority) + QLatin1Char(' ') + made->line.text());
         changed = true;
     }
+    if (listed > maxListedPerBatch)
+        log(QStringLiteral("...   ") + QString::number(listed - maxListedPerBatch) +
+            QStringLiteral(" more fills of this batch not listed"));
     // The running counts, when a repeat was passed over and at every
     // hundredth fill, for whoever watches a long run.
     if (verbose_ && (fillsRepeated_ > repeatedBefore || fillsIngested_ / 100 > ingestedBefore / 100))
@@ -468,11 +476,14 @@ void FeedStore::reportDrops(double now)
         return;
     if (lastDropReport_ && std::fabs(now - *lastDropReport_) < 60)
         return; // once a minute, whatever the rate
-    const QString message =
-        QStringLiteral("store full, the oldest dropped: ") + QString::number(dropped_.signals - droppedReported_.signals) +
-        QStringLiteral(" signals, ") + QString::number(ticks - ticksReported_) + QStringLiteral(" telemetry ticks, ") +
-        QString::number(dropped_.actorMarks - droppedReported_.actorMarks) + QStringLiteral(" merge marks, ") +
-        QString::number(dropped_.stockGroups - droppedReported_.stockGroups) + QStringLiteral(" equity groups");
+    const QString message = QStringLiteral("store full, the oldest dropped: ") +
+                            QString::number(dropped_.signals - droppedReported_.signals) +
+                            QStringLiteral(" signals, ") + QString::number(ticks - ticksReported_) +
+                            QStringLiteral(" telemetry ticks, ") +
+                            QString::number(dropped_.actorMarks - droppedReported_.actorMarks) +
+                            QStringLiteral(" merge marks, ") +
+                            QString::number(dropped_.stockGroups - droppedReported_.stockGroups) +
+                            QStringLiteral(" equity groups");
     if (verbose_)
         log(message);
     else

@@ -314,7 +314,8 @@ void TarnwickClient::deliver(QList<TwFill> fills, bool gated)
         return;
 
     const double newest = std::ranges::max(fills, {}, &TwFill::ts).ts;
-    const bool noneAbove = std::ranges::all_of(fills, [this](const TwFill &f) { return f.id <= lastFillId_; });
+    const bool noneAbove =
+        std::ranges::all_of(fills, [this](const TwFill &f) { return f.id <= lastFillId_; });
     if (lastFillId_ > 0 && noneAbove && newest > markTs_) {
         // Fills newer than anything taken, all under the mark: the service
         // numbers its fills afresh (a redeploy). The mark follows it, and so
@@ -837,18 +838,18 @@ void TarnwickClient::onMessage(QWebSocket *socket, const QByteArray &bytes, bool
             const double now = now_();
             const double late = std::max(0.0, (now - newestDelivered_) * 1000);
             worstLateMs_ = std::max(worstLateMs_, late);
-            minuteLateMs_ = std::max(minuteLateMs_, late);
-            ++minuteFrames_;
-            if (!minuteStart_)
-                minuteStart_ = now;
-            if (now - *minuteStart_ >= 60) {
+            windowLateMs_ = std::max(windowLateMs_, late);
+            ++windowFrames_;
+            if (!windowStart_)
+                windowStart_ = now;
+            if (now - *windowStart_ >= 20) {
                 if (verbose_)
-                    log(QStringLiteral("fills handled at most ") + QString::number(minuteLateMs_, 'f', 0) +
-                        QStringLiteral(" ms after their stamp over the last minute (") +
-                        QString::number(minuteFrames_) + QStringLiteral(" frames)"));
-                minuteStart_ = now;
-                minuteLateMs_ = 0;
-                minuteFrames_ = 0;
+                    log(QStringLiteral("fills handled at most ") + QString::number(windowLateMs_, 'f', 0) +
+                        QStringLiteral(" ms after their stamp in the last 20 s (") +
+                        QString::number(windowFrames_) + QStringLiteral(" frames)"));
+                windowStart_ = now;
+                windowLateMs_ = 0;
+                windowFrames_ = 0;
             }
         }
     } else if (verbose_) {

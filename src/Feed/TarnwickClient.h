@@ -128,17 +128,19 @@ public:
     qint64 lastFillId() const { return lastFillId_; }
     qint64 framesReceived() const { return framesReceived_; }
     qint64 fillsReceived() const { return fillsReceived_; }
-    qint64 fillsDropped() const { return fillsDropped_; } // undecodable, over the per-frame cap or stamped out of range
-    int restarts() const { return restarts_; }               // times the service's ids began again lower
-    double clockOffset() const { return clockOffset_; }      // service clock minus ours, 0 when within the threshold
+    // Fills undecodable, over the per-frame cap or stamped out of range.
+    qint64 fillsDropped() const { return fillsDropped_; }
+    int restarts() const { return restarts_; } // times the service's ids began again lower
+    // The service's clock minus ours, 0 while they agree within the threshold.
+    double clockOffset() const { return clockOffset_; }
     // The last reconnect wait scheduled, in seconds before the test scale
     // (back-off and jitter), and how many were scheduled.
     double lastReconnectDelay() const { return lastReconnectDelay_; }
     int catchUps() const { return catchUps_; } // gated tape requests after a reconnect or a wake
-    int pendingReconnectMs() const; // the wait the reconnect timer was started with, or -1
+    int pendingReconnectMs() const;            // the wait the reconnect timer was started with, or -1
     // How late live fills are taken in: from the newest fill's own stamp to the
     // end of its frame's handling (the store's work included), at most, since
-    // start. With the trace on it is also logged once a minute.
+    // start. With the trace on, the worst of every 20 s is logged too.
     double worstLatenessMs() const { return worstLateMs_; }
     int wakes() const { return wakes_; }
     bool isPolling() const;
@@ -215,9 +217,9 @@ private:
     int catchUps_ = 0;
     double newestDelivered_ = 0; // local stamp of the newest fill of the last delivery
     double worstLateMs_ = 0;
-    double minuteLateMs_ = 0;
-    qint64 minuteFrames_ = 0;
-    std::optional<double> minuteStart_;
+    double windowLateMs_ = 0;
+    qint64 windowFrames_ = 0;
+    std::optional<double> windowStart_;
     QHash<QString, TwTrader> traders_;
     QHash<QString, TwToken> tokens_;
     std::optional<double> enrichmentFetchedAt_;

@@ -255,8 +255,9 @@ bool save(const Preferences &prefs, QSettings &settings)
         return true;
     }
     if (!failing)
-        Log::warning(lcApp(), QStringLiteral("settings could not be saved to ") + settings.fileName() +
-                                  QStringLiteral(" (disk full or read-only?); the change holds until Larkpin quits"));
+        Log::warning(lcApp(),
+                     QStringLiteral("settings could not be saved to ") + settings.fileName() +
+                         QStringLiteral(" (disk full or read-only?); the change holds until Larkpin quits"));
     failing = true;
     return false;
 }

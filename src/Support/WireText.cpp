@@ -26,8 +26,8 @@ Keep judge(char32_t c)
         return Keep::drop;
     // Invisible, yet not of the format class: the combining grapheme joiner,
     // the Hangul fillers and the variation selectors.
-    if (c == 0x034F || c == 0x115F || c == 0x1160 || c == 0x3164 || c == 0xFFA0 || (c >= 0xFE00 && c <= 0xFE0F) ||
-        (c >= 0xE0100 && c <= 0xE01EF))
+    if (c == 0x034F || c == 0x115F || c == 0x1160 || c == 0x3164 || c == 0xFFA0 ||
+        (c >= 0xFE00 && c <= 0xFE0F) || (c >= 0xE0100 && c <= 0xE01EF))
         return Keep::drop;
     // Zero-width space and joiners, soft hyphen, word joiner, BOM, tags, ...
     if (QChar::category(c) == QChar::Other_Format)
@@ -73,7 +73,8 @@ bool isClean(const QString &text)
 QString clean(QString text)
 {
     // Plain ASCII (nearly all wire text) needs no decoding into code points.
-    if (std::all_of(text.cbegin(), text.cend(), [](QChar c) { return c.unicode() >= 0x20 && c.unicode() < 0x7F; }))
+    if (std::all_of(text.cbegin(), text.cend(),
+                    [](QChar c) { return c.unicode() >= 0x20 && c.unicode() < 0x7F; }))
         return text;
     const QList<uint> points = QStringView(text).toUcs4();
     QString out;

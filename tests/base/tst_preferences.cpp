@@ -6,9 +6,9 @@
 #include "Table.h"
 
 #include <QDir>
-#include <QRegularExpression>
 #include <QFile>
 #include <QFileInfo>
+#include <QRegularExpression>
 #include <QSettings>
 #include <QTemporaryDir>
 
@@ -17,9 +17,9 @@
 
 #include <csignal>
 
+#include <limits>
 #include <sys/resource.h>
 #include <unistd.h>
-#include <limits>
 
 namespace {
 using namespace Qt::StringLiterals;
@@ -132,11 +132,11 @@ class PreferencesTest : public QObject {
         static QStringList *seen = nullptr;
         QStringList caught;
         seen = &caught;
-        const QtMessageHandler previous = qInstallMessageHandler([](QtMsgType type, const QMessageLogContext &c,
-                                                                    const QString &message) {
-            if (type == QtWarningMsg && c.category && QByteArray(c.category) == "larkpin.app")
-                seen->append(message);
-        });
+        const QtMessageHandler previous =
+            qInstallMessageHandler([](QtMsgType type, const QMessageLogContext &c, const QString &message) {
+                if (type == QtWarningMsg && c.category && QByteArray(c.category) == "larkpin.app")
+                    seen->append(message);
+            });
         body();
         qInstallMessageHandler(previous);
         seen = nullptr;
@@ -163,8 +163,9 @@ private Q_SLOTS:
         }
         const QStringList told = warningsDuring([] { QCOMPARE(PreferencesStore::load(), P::defaults()); });
         QCOMPARE(told.size(), 1);
-        QVERIFY2(QRegularExpression(u"^\\[Larkpin\\] settings file .*Larkpin.conf is \\d+ bytes, over the limit of "
-                                    u"1048576; set aside as .*Larkpin.conf.too-large, the defaults apply$"_s)
+        QVERIFY2(QRegularExpression(
+                     u"^\\[Larkpin\\] settings file .*Larkpin.conf is \\d+ bytes, over the limit of "
+                     u"1048576; set aside as .*Larkpin.conf.too-large, the defaults apply$"_s)
                      .match(told.first())
                      .hasMatch(),
                  qPrintable(told.first()));
@@ -226,7 +227,8 @@ private Q_SLOTS:
         });
         QVERIFY(!saved);
         QCOMPARE(told.size(), 1);
-        QVERIFY2(told.first().startsWith(u"[Larkpin] settings could not be saved to "_s + path), qPrintable(told.first()));
+        QVERIFY2(told.first().startsWith(u"[Larkpin] settings could not be saved to "_s + path),
+                 qPrintable(told.first()));
         QFile after(path);
         QVERIFY(after.open(QIODevice::ReadOnly));
         QCOMPARE(after.readAll(), kept);

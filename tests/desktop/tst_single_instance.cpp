@@ -8,10 +8,10 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QRegularExpression>
 #include <QLocalServer>
 #include <QLocalSocket>
 #include <QProcessEnvironment>
+#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -98,7 +98,8 @@ private Q_SLOTS:
         QVERIFY(QDir().mkpath(ownFolder()));
         QVERIFY(::chmod(QFile::encodeName(ownFolder()).constData(), 0777) == 0);
         SingleInstance instance(env());
-        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(u"no private folder for the instance socket"_s));
+        QTest::ignoreMessage(QtWarningMsg,
+                             QRegularExpression(u"no private folder for the instance socket"_s));
         QVERIFY(instance.claim());
         QCOMPARE(instance.transport(), u"none"_s);
         QVERIFY(!SingleInstance(env()).send(SingleInstance::Request::Open));

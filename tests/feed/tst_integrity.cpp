@@ -90,7 +90,8 @@ class IntegrityTest : public QObject {
     {
         client_->start();
         QVERIFY(until([&] { return client_->socketOpenedOnce() && !delivered_.isEmpty(); }));
-        QVERIFY(until([&] { return client_->enrichmentFetchedAt().has_value() && sim_->openSockets() == 1; }));
+        QVERIFY(
+            until([&] { return client_->enrichmentFetchedAt().has_value() && sim_->openSockets() == 1; }));
     }
 
 private Q_SLOTS:
@@ -259,8 +260,8 @@ private Q_SLOTS:
             QVERIFY2(waited >= base - 0.01 && waited < base + 4, qPrintable(QString::number(waited)));
             QVERIFY(std::abs(waited - client_->lastReconnectDelay()) < 0.01);
             jitters << waited - base;
-            QVERIFY(until([&] { return sim_->handshakesCompleted() > handshakes && sim_->openSockets() == 1; },
-                          20000));
+            QVERIFY(until(
+                [&] { return sim_->handshakesCompleted() > handshakes && sim_->openSockets() == 1; }, 20000));
         }
         std::ranges::sort(jitters);
         QVERIFY2(jitters.last() - jitters.first() > 0.01, "every wait drew the same jitter");

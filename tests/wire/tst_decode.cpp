@@ -1,7 +1,7 @@
 // Decoding what the service sends: booleans, defaults, wrong types, bounds, exact ids, lists and frames.
 
-#include "Wire/TarnwickModels.h"
 #include "Support/WireText.h"
+#include "Wire/TarnwickModels.h"
 
 #include "Table.h"
 

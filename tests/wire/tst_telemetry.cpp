@@ -76,6 +76,22 @@ private Q_SLOTS:
         QCOMPARE(t.rail.size(), 48);
         QCOMPARE(t.rail.first().level, std::log10(3.0));
     }
+
+    // Whatever the rate, the window holds a bounded number of ticks; the
+    // oldest go first, counted, and the newest still make the rail.
+    void boundedUnderAFlood()
+    {
+        TelemetryWindow w;
+        const qsizetype flood = qsizetype(TelemetryWindow::maxTicks) * 3;
+        for (qsizetype i = 0; i < flood; ++i)
+            w.append(Now, i == flood - 1 ? 1e6 : 10, true);
+        QVERIFY(size_t(w.tickCount()) <= TelemetryWindow::maxTicks);
+        QVERIFY(size_t(w.tickCount()) >= TelemetryWindow::maxTicks * 3 / 4);
+        QCOMPARE(w.ticksDropped() + w.tickCount(), qint64(flood));
+        const Telemetry t = w.snapshot(Now, 0, 0);
+        QCOMPARE(t.rail.last().level, 1.0);
+        QCOMPARE(t.fillsPerMinute, w.tickCount() / 5.0);
+    }
 };
 
 QTEST_APPLESS_MAIN(TelemetryTest)

@@ -179,9 +179,11 @@ QJsonObject Market::floodFill(double ts)
     o.insert(QStringLiteral("side"), floodSerial_ % 3 ? QStringLiteral("buy") : QStringLiteral("sell"));
     o.insert(QStringLiteral("usd"), 2000 + double(floodSerial_ % 97) * 1000);
     o.insert(QStringLiteral("price"), 0.0004);
-    const QString token = QStringLiteral("FLt") + serial.rightJustified(37, QLatin1Char('x')) + QStringLiteral("pump");
+    const QString token =
+        QStringLiteral("FLt") + serial.rightJustified(37, QLatin1Char('x')) + QStringLiteral("pump");
     o.insert(QStringLiteral("handle"), QString(QStringLiteral("flood_") + serial));
-    o.insert(QStringLiteral("wallet"), QString(QStringLiteral("FLw") + serial.rightJustified(41, QLatin1Char('x'))));
+    o.insert(QStringLiteral("wallet"),
+             QString(QStringLiteral("FLw") + serial.rightJustified(41, QLatin1Char('x'))));
     o.insert(QStringLiteral("token"), token);
     o.insert(QStringLiteral("symbol"), QString(QStringLiteral("F") + serial));
     o.insert(QStringLiteral("name"), QString(QStringLiteral("Flood ") + serial));
@@ -274,6 +276,20 @@ QJsonObject Market::nextFill(double ts)
     }
 
     QJsonObject fill = fillJson(id, ts + stampShift_, ti, ki, buy, usd, flags, newPosition);
+    if (lookAlikesLeft_ > 0) {
+        --lookAlikesLeft_;
+        QString symbol = fill.value(QStringLiteral("symbol")).toString();
+        // A, B, E, K, M, O, P, X: the Cyrillic letters drawn the same.
+        static const QHash<QChar, QChar> cyrillic{
+            {u'A', QChar(0x0410)}, {u'B', QChar(0x0412)}, {u'E', QChar(0x0415)}, {u'K', QChar(0x041A)},
+            {u'M', QChar(0x041C)}, {u'O', QChar(0x041E)}, {u'P', QChar(0x0420)}, {u'X', QChar(0x0425)}};
+        for (QChar &c : symbol)
+            if (const auto it = cyrillic.constFind(c); it != cyrillic.cend()) {
+                c = *it;
+                break; // one letter is enough to fool the eye
+            }
+        fill.insert(QStringLiteral("symbol"), symbol);
+    }
     fills_.push_back(fill);
     while (fills_.size() > historyLimit)
         fills_.pop_front();

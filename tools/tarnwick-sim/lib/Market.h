@@ -40,6 +40,10 @@ public:
     // Stamps of fills and pile-ins run `seconds` off the service's clock
     // (10 years ahead, or 1e300).
     void setStampShift(double seconds) { stampShift_ = seconds; }
+    // The next `count` fills carry a copy of their token's symbol in which
+    // Latin letters are swapped for Cyrillic look-alikes ("PEPE" with a
+    // Cyrillic "Е"), as a scam token would.
+    void setLookAlikes(int count) { lookAlikesLeft_ = count; }
     // A fill of a wallet and a token never seen before (a flood). Kept in the
     // tape like any other.
     QJsonObject floodFill(double ts);
@@ -89,6 +93,7 @@ private:
     std::optional<qint64> injectedId_;
     double stampShift_ = 0;
     qint64 floodSerial_ = 0;
+    int lookAlikesLeft_ = 0;
 };
 
 } // namespace tarnwick

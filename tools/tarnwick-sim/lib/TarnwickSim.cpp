@@ -400,6 +400,11 @@ void SimServer::injectFillId(qint64 id)
     market_->injectId(id);
 }
 
+void SimServer::sendLookAlikes(int count)
+{
+    market_->setLookAlikes(count);
+}
+
 void SimServer::setStampShift(double seconds)
 {
     market_->setStampShift(seconds);
@@ -579,6 +584,8 @@ void SimServer::applyStep(const QJsonObject &step)
                              qint64(step.value(QStringLiteral("frame_bytes")).toDouble(0)));
     else if (fault == QLatin1String("restart_lower_ids"))
         restartTape(qint64(step.value(QStringLiteral("first_id")).toDouble(1000)));
+    else if (fault == QLatin1String("look_alikes"))
+        sendLookAlikes(step.value(QStringLiteral("count")).toInt(20));
     else if (fault == QLatin1String("absurd_id"))
         injectFillId(std::numeric_limits<qint64>::max());
     else if (fault == QLatin1String("stamps_ahead"))

@@ -101,6 +101,8 @@ public:
     // The service's own bookkeeping going wrong. A redeploy: every socket
     // drops and the tape begins again, ids from `firstId` (below what was sent).
     void restartTape(qint64 firstId = 1000);
+    // The next `count` fills copy their symbol with a Cyrillic look-alike letter.
+    void sendLookAlikes(int count);
     // The next fill emitted carries this id (2^63-1, say); ids then go on as before.
     void injectFillId(qint64 id);
     // Fill and pile-in stamps run this far ahead of the service's clock.
