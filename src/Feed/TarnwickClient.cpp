@@ -45,10 +45,12 @@ TarnwickClient::TarnwickClient(QObject *parent)
 
 TarnwickClient::TarnwickClient(QString httpBase, QString socketURL, TarnwickTiming timing, Clock now,
                                QObject *parent)
-    : QObject(parent), tls_(TlsTrust::forApp()), httpBase_(std::move(httpBase)),
-      socketURL_(std::move(socketURL)), timing_(timing), now_(std::move(now)),
-      verbose_(Log::enabledByEnvironment())
+    : QObject(parent), httpBase_(std::move(httpBase)), socketURL_(std::move(socketURL)), timing_(timing),
+      now_(std::move(now)), verbose_(Log::enabledByEnvironment())
 {
+    // Only a service that speaks TLS loads the TLS library.
+    if (httpBase_.startsWith(QLatin1String("https:")) || socketURL_.startsWith(QLatin1String("wss:")))
+        tls_ = TlsTrust::forApp();
     rest_ = new QNetworkAccessManager(this);
     rest_->setCookieJar(new NoCookies(rest_));
     rest_->setTransferTimeout(timing_.requestTimeoutMs);
@@ -120,7 +122,8 @@ void TarnwickClient::fetch(const QString &path, QObject *context, BodyCallback d
     QNetworkRequest request(QUrl(httpBase_ + path));
     request.setHeader(QNetworkRequest::UserAgentHeader, Tarnwick::userAgent());
     request.setTransferTimeout(timing_.requestTimeoutMs);
-    request.setSslConfiguration(tls_);
+    if (!tls_.isNull())
+        request.setSslConfiguration(tls_);
     QElapsedTimer clock;
     clock.start();
     QNetworkReply *reply = rest_->get(request);
@@ -508,7 +511,8 @@ void TarnwickClient::connectSocket()
     // Qt reads a frame only once all of it is buffered: room for the largest
     // allowed frame and its header, and no more.
     s->setReadBufferSize(limits_.maxMessageBytes + 1024);
-    s->setSslConfiguration(tls_);
+    if (!tls_.isNull())
+        s->setSslConfiguration(tls_);
     auto tlsErrors = std::make_shared<QList<QSslError>>();
     connect(s, &QWebSocket::sslErrors, this,
             [tlsErrors](const QList<QSslError> &errors) { *tlsErrors = errors; });
