@@ -17,6 +17,6 @@ struct LinkTrouble {
 };
 
 namespace LinkStates {
-QString caseName(LinkState state); // "connecting", "live", "polling", "down"
+QString caseName(LinkState state);           // "connecting", "live", "polling", "down"
 QString troubleName(LinkTrouble::Kind kind); // "none", "unreachable", "unverified"
 } // namespace LinkStates

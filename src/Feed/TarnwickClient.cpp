@@ -47,9 +47,12 @@ TarnwickClient::TarnwickClient(QObject *parent)
 
 TarnwickClient::TarnwickClient(QString httpBase, QString socketURL, TarnwickTiming timing, Clock now,
                                QObject *parent)
-    : QObject(parent), tls_(TlsTrust::forApp()), httpBase_(std::move(httpBase)), socketURL_(std::move(socketURL)), timing_(timing),
+    : QObject(parent), httpBase_(std::move(httpBase)), socketURL_(std::move(socketURL)), timing_(timing),
       now_(std::move(now)), verbose_(Log::enabledByEnvironment())
 {
+    // Only a service that speaks TLS loads the TLS library.
+    if (httpBase_.startsWith(QLatin1String("https:")) || socketURL_.startsWith(QLatin1String("wss:")))
+        tls_ = TlsTrust::forApp();
     rest_ = new QNetworkAccessManager(this);
     rest_->setCookieJar(new NoCookies(rest_));
     rest_->setTransferTimeout(timing_.requestTimeoutMs);
@@ -116,7 +119,8 @@ void TarnwickClient::fetch(const QString &path, QObject *context, BodyCallback d
     QNetworkRequest request(QUrl(httpBase_ + path));
     request.setHeader(QNetworkRequest::UserAgentHeader, Tarnwick::userAgent());
     request.setTransferTimeout(timing_.requestTimeoutMs);
-    request.setSslConfiguration(tls_);
+    if (!tls_.isNull())
+        request.setSslConfiguration(tls_);
     QElapsedTimer clock;
     clock.start();
     QNetworkReply *reply = rest_->get(request);
@@ -667,9 +671,11 @@ void TarnwickClient::connectSocket()
     // Qt reads a frame only once all of it is buffered: room for the largest
     // allowed frame and its header, and no more.
     s->setReadBufferSize(limits_.maxMessageBytes + 1024);
-    s->setSslConfiguration(tls_);
+    if (!tls_.isNull())
+        s->setSslConfiguration(tls_);
     auto tlsErrors = std::make_shared<QList<QSslError>>();
-    connect(s, &QWebSocket::sslErrors, this, [tlsErrors](const QList<QSslError> &errors) { *tlsErrors = errors; });
+    connect(s, &QWebSocket::sslErrors, this,
+            [tlsErrors](const QList<QSslError> &errors) { *tlsErrors = errors; });
 
     // Qt checks each frame's announced size, but it gathers the frames of one
     // message without a bound: the frames are counted here as they come, and
@@ -927,13 +933,15 @@ void TarnwickClient::classifyReply(QNetworkReply *reply, const QList<QSslError> 
     }
 }
 
-void TarnwickClient::classifySocketError(int error, const QString &errorString, const QList<QSslError> &tlsErrors)
+void TarnwickClient::classifySocketError(int error, const QString &errorString,
+                                         const QList<QSslError> &tlsErrors)
 {
     if (stopped_)
         return;
     switch (QAbstractSocket::SocketError(error)) {
     case QAbstractSocket::SslHandshakeFailedError:
-        unverified(tlsErrors.isEmpty() ? TlsTrust::describeHandshake(errorString) : TlsTrust::describe(tlsErrors),
+        unverified(tlsErrors.isEmpty() ? TlsTrust::describeHandshake(errorString)
+                                       : TlsTrust::describe(tlsErrors),
                    errorString);
         break;
     case QAbstractSocket::ConnectionRefusedError:
@@ -958,9 +966,11 @@ void TarnwickClient::setTrouble(const LinkTrouble &trouble, const QString &detai
     QString line;
     switch (trouble.kind) {
     case LinkTrouble::unverified:
-        line = QStringLiteral("TLS FAILED at ") + trouble.where + QStringLiteral(": ") + trouble.why +
-               (detail.isEmpty() || detail == trouble.why ? QString() : QStringLiteral(" (") + detail + QLatin1Char(')')) +
-               QStringLiteral("; the service is refused");
+        line =
+            QStringLiteral("TLS FAILED at ") + trouble.where + QStringLiteral(": ") + trouble.why +
+            (detail.isEmpty() || detail == trouble.why ? QString()
+                                                       : QStringLiteral(" (") + detail + QLatin1Char(')')) +
+            QStringLiteral("; the service is refused");
         break;
     case LinkTrouble::unreachable:
         line = QStringLiteral("connect FAILED: nothing answers at ") + trouble.where +
@@ -1016,17 +1026,23 @@ void TarnwickClient::diagnose()
                    QStringLiteral("no connection within ") + QString::number(timing_.handshakeTimeoutMs) +
                        QStringLiteral(" ms"));
     });
-    connect(probe, &QAbstractSocket::errorOccurred, this, [probe, state, finish, where](QAbstractSocket::SocketError e) {
-        if (e == QAbstractSocket::SslHandshakeFailedError)
-            finish(LinkTrouble{LinkTrouble::unverified, where,
-                               state->tlsErrors.isEmpty() ? TlsTrust::describeHandshake(probe->errorString())
-                                                          : TlsTrust::describe(state->tlsErrors)},
-                   probe->errorString());
-        else if (!state->connected)
-            finish(LinkTrouble{LinkTrouble::unreachable, where, {}}, probe->errorString());
-        else
-            finish(std::nullopt, {}); // it hung up after connecting: nothing certain
-    });
+    connect(probe, &QAbstractSocket::errorOccurred, this,
+            [probe, state, finish, where, secure](QAbstractSocket::SocketError e) {
+                if (e == QAbstractSocket::SslHandshakeFailedError)
+                    finish(LinkTrouble{LinkTrouble::unverified, where,
+                                       state->tlsErrors.isEmpty()
+                                           ? TlsTrust::describeHandshake(probe->errorString())
+                                           : TlsTrust::describe(state->tlsErrors)},
+                           probe->errorString());
+                else if (!state->connected)
+                    finish(LinkTrouble{LinkTrouble::unreachable, where, {}}, probe->errorString());
+                else if (secure)
+                    finish(LinkTrouble{LinkTrouble::unverified, where,
+                                       QStringLiteral("it broke off the TLS handshake")},
+                           probe->errorString());
+                else
+                    finish(std::nullopt, {}); // it hung up after connecting: nothing certain
+            });
     connect(probe, &QAbstractSocket::connected, this, [state, finish, secure] {
         state->connected = true;
         if (!secure)

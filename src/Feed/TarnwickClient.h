@@ -82,8 +82,8 @@ public:
     // The cause of the failures, when known; `none` again once the service answers.
     std::function<void(const LinkTrouble &)> onTrouble;
 
-    // What TLS trusts; set before start(). The app's client trusts the
-    // system's authorities and LARKPIN_CA_FILE's.
+    // What TLS trusts; set before start(). A client of an https/wss service
+    // trusts the system's authorities and LARKPIN_CA_FILE's.
     void setTlsConfiguration(const QSslConfiguration &configuration) { tls_ = configuration; }
     const QSslConfiguration &tlsConfiguration() const { return tls_; }
     const LinkTrouble &trouble() const { return trouble_; }

@@ -52,13 +52,17 @@ QString describe(const QList<QSslError> &errors)
         switch (e.error()) {
         case QSslError::CertificateExpired: text = QStringLiteral("certificate expired"); break;
         case QSslError::CertificateNotYetValid: text = QStringLiteral("certificate not yet valid"); break;
-        case QSslError::HostNameMismatch: text = QStringLiteral("certificate is for another host name"); break;
+        case QSslError::HostNameMismatch:
+            text = QStringLiteral("certificate is for another host name");
+            break;
         case QSslError::SelfSignedCertificate:
         case QSslError::SelfSignedCertificateInChain: text = QStringLiteral("self-signed certificate"); break;
         case QSslError::UnableToGetLocalIssuerCertificate:
         case QSslError::UnableToGetIssuerCertificate:
         case QSslError::UnableToVerifyFirstCertificate:
-        case QSslError::CertificateUntrusted: text = QStringLiteral("certificate from an unknown authority"); break;
+        case QSslError::CertificateUntrusted:
+            text = QStringLiteral("certificate from an unknown authority");
+            break;
         case QSslError::CertificateRevoked: text = QStringLiteral("certificate revoked"); break;
         default: text = e.errorString(); break;
         }

@@ -198,7 +198,8 @@ QString PanelModel::emptySymbol() const
     if (!store_)
         return {};
     return PanelText::emptyState(store_->visibleSignals().isEmpty(), store_->link(), store_->trouble(),
-                                 bundledService()).symbol;
+                                 bundledService())
+        .symbol;
 }
 
 QString PanelModel::emptyMessage() const
@@ -206,7 +207,8 @@ QString PanelModel::emptyMessage() const
     if (!store_)
         return {};
     return PanelText::emptyState(store_->visibleSignals().isEmpty(), store_->link(), store_->trouble(),
-                                 bundledService()).message;
+                                 bundledService())
+        .message;
 }
 
 QString PanelModel::flowText() const

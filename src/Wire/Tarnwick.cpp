@@ -23,7 +23,8 @@ Service parseService(const QString &value)
         const bool secure = scheme == QLatin1String("https");
         if (!url.isValid() || (!secure && scheme != QLatin1String("http")) ||
             !hostShape.match(url.host()).hasMatch() || !url.userInfo().isEmpty() ||
-            !(url.path().isEmpty() || url.path() == QLatin1String("/")) || url.hasQuery() || url.hasFragment())
+            !(url.path().isEmpty() || url.path() == QLatin1String("/")) || url.hasQuery() ||
+            url.hasFragment())
             return {};
         const int port = url.port(secure ? 443 : 80);
         if (port <= 0 || port > 65535)
@@ -31,7 +32,8 @@ Service parseService(const QString &value)
         const QString authority = url.host() + QLatin1Char(':') + QString::number(port);
         return {(secure ? QStringLiteral("https://") : QStringLiteral("http://")) + authority +
                     QStringLiteral("/api"),
-                (secure ? QStringLiteral("wss://") : QStringLiteral("ws://")) + authority + QStringLiteral("/ws")};
+                (secure ? QStringLiteral("wss://") : QStringLiteral("ws://")) + authority +
+                    QStringLiteral("/ws")};
     }
     const qsizetype colon = raw.lastIndexOf(QLatin1Char(':'));
     bool ok = false;

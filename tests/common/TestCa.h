@@ -12,7 +12,8 @@ public:
     // False, with the script's output in `error`, when the files could not be made.
     bool make(QString *error)
     {
-        const QString script = qEnvironmentVariable("LARKPIN_TEST_SOURCE_DIR") + QStringLiteral("/scripts/make-test-ca");
+        const QString script =
+            qEnvironmentVariable("LARKPIN_TEST_SOURCE_DIR") + QStringLiteral("/scripts/make-test-ca");
         QProcess p;
         p.setProcessChannelMode(QProcess::MergedChannels);
         p.start(script, {dir_.path()});

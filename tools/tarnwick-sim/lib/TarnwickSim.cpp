@@ -159,14 +159,14 @@ quint16 SimServer::port() const
 
 QString SimServer::httpBase() const
 {
-    return (secure() ? QStringLiteral("https://") : QStringLiteral("http://")) + options_.host + QLatin1Char(':') + QString::number(boundPort_) +
-           QStringLiteral("/api");
+    return (secure() ? QStringLiteral("https://") : QStringLiteral("http://")) + options_.host +
+           QLatin1Char(':') + QString::number(boundPort_) + QStringLiteral("/api");
 }
 
 QString SimServer::socketURL() const
 {
-    return (secure() ? QStringLiteral("wss://") : QStringLiteral("ws://")) + options_.host + QLatin1Char(':') + QString::number(boundPort_) +
-           QStringLiteral("/ws");
+    return (secure() ? QStringLiteral("wss://") : QStringLiteral("ws://")) + options_.host +
+           QLatin1Char(':') + QString::number(boundPort_) + QStringLiteral("/ws");
 }
 
 qint64 SimServer::lastFillId() const

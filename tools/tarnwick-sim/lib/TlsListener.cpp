@@ -98,7 +98,8 @@ void TlsListener::incomingConnection(qintptr descriptor)
             return; // the HTTP side sees it
         if (log)
             log(QStringLiteral("tls handshake failed: ") + socket->errorString());
-        socket->abort();
+        // Nothing more: the backend closes the connection itself, after the
+        // alert that tells the peer why (aborting here would drop the alert).
     });
     socket->setSslConfiguration(configuration_);
     socket->startServerEncryption();
