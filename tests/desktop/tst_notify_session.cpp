@@ -41,7 +41,8 @@ class NotifySession : public QObject {
             if (!o.isEmpty())
                 events_ << o;
         }
-        appLog_ += QString::fromUtf8(app_.readAllStandardError());
+        if (app_.state() != QProcess::NotRunning)
+            appLog_ += QString::fromUtf8(app_.readAllStandardError());
     }
 
     QList<QJsonObject> notifies()
