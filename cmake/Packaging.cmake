@@ -77,6 +77,8 @@ if(TARGET larkpin)
   install(FILES ${PROJECT_BINARY_DIR}/data/larkpin.1.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
   install(FILES ${PROJECT_BINARY_DIR}/data/changelog.Debian.gz ${PROJECT_SOURCE_DIR}/data/copyright
           DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/larkpin)
+  install(FILES ${PROJECT_SOURCE_DIR}/data/lintian-overrides
+          DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides RENAME larkpin)
 endif()
 if(TARGET tarnwick-sim)
   install(TARGETS tarnwick-sim RUNTIME DESTINATION ${CMAKE_INSTALL_LIBEXECDIR}/larkpin)

@@ -11,6 +11,7 @@
 #include <QCoreApplication>
 #include <QDesktopServices>
 #include <QEventLoop>
+#include <QProcess>
 #include <QStandardPaths>
 #include <QTimer>
 
@@ -68,7 +69,12 @@ bool AppDelegate::start()
             // see a takeover that notifies.
             if (!notifications_) {
                 notifications_ = std::make_unique<FreedesktopNotifications>();
-                notifications_->openUrl = [](const QUrl &url) { QDesktopServices::openUrl(url); };
+                notifications_->openUrl = [](const QUrl &url) {
+                    // A platform without a URL handler of its own (offscreen,
+                    // some minimal ones) still has the desktop's opener.
+                    if (!QDesktopServices::openUrl(url))
+                        QProcess::startDetached(QStringLiteral("xdg-open"), {url.toString(QUrl::FullyEncoded)});
+                };
                 notifications_->openSignal = [this](const QString &id) {
                     if (panel_ && statusItem_)
                         panel_->showSignal(statusItem_->anchorRect(), id);

@@ -124,9 +124,8 @@ void TakeoverNotifier::publish(const Signal &signal, quint64 bubble)
 {
     DesktopNotification n = compose(signal, link_ ? link_(signal.id) : std::nullopt);
     n.bubble = bubble;
-    if (bubble != 0 && bubble == burst_.bubble && burst_.count > 1)
-    {
-        std::optional<SignalKind> kind;
+    if (bubble != 0 && bubble == burst_.bubble && burst_.count > 1) {
+        std::optional<SignalKind> kind; // of all the others, when they share one
         for (SignalKind k : SignalKinds::allCases)
             if (burst_.kinds == 1u << unsigned(k))
                 kind = k;

@@ -16,6 +16,7 @@ name is owned.
 
 import argparse
 import json
+import os
 import sys
 import time
 
@@ -105,16 +106,24 @@ def main():
         return 1
     loop = GLib.MainLoop()
 
+    pending = bytearray()
+
+    # Read what is there, not a line: a buffered readline would keep a second
+    # command that came with the first until more input woke the watch.
     def command(channel, condition):
-        line = sys.stdin.readline()
-        if not line:
+        data = os.read(sys.stdin.fileno(), 65536)
+        if not data:
             loop.quit()
             return False
-        words = line.split()
-        if len(words) == 3 and words[0] == "invoke":
-            server.ActionInvoked(dbus.UInt32(int(words[1])), words[2])
-        elif len(words) == 2 and words[0] == "close":
-            server.close(int(words[1]), 2)
+        pending.extend(data)
+        while b"\n" in pending:
+            line, _, rest = bytes(pending).partition(b"\n")
+            pending[:] = rest
+            words = line.decode("utf-8", "replace").split()
+            if len(words) == 3 and words[0] == "invoke":
+                server.ActionInvoked(dbus.UInt32(int(words[1])), words[2])
+            elif len(words) == 2 and words[0] == "close":
+                server.close(int(words[1]), 2)
         return True
 
     GLib.io_add_watch(sys.stdin, GLib.IO_IN | GLib.IO_HUP, command)

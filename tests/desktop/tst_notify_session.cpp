@@ -41,7 +41,8 @@ class NotifySession : public QObject {
             if (!o.isEmpty())
                 events_ << o;
         }
-        appLog_ += QString::fromUtf8(app_.readAllStandardError());
+        if (app_.state() != QProcess::NotRunning)
+            appLog_ += QString::fromUtf8(app_.readAllStandardError());
     }
 
     QList<QJsonObject> notifies()
@@ -168,7 +169,12 @@ private Q_SLOTS:
                 },
                 patience / 4);
         }
-        QVERIFY2(done, qPrintable(appLog_.right(3000)));
+        QStringList said;
+        for (const QString &line : appLog_.split(QLatin1Char('\n')))
+            if (line.contains(u"panel"_s) || line.contains(u"notif"_s, Qt::CaseInsensitive))
+                said << line;
+        QVERIFY2(done, qPrintable(u"opener called: %1; the app said:\n"_s.arg(QFile::exists(openedFile)) +
+                                  said.join(QLatin1Char('\n')).right(3000)));
         for (const QJsonObject &n : notifies()) {
             QVERIFY(actionsOf(n).contains(u"default"_s));
             QCOMPARE(n.value(u"app"_s).toString(), u"Larkpin"_s);
