@@ -7,6 +7,7 @@
 #include "Menu/StatusStreamView.h"
 #include "Menu/X11Desktop.h"
 #include "Support/Log.h"
+#include "Support/StallProbe.h"
 
 #include <QAction>
 #include <QCoreApplication>
@@ -292,28 +293,19 @@ StatusItemController::StatusItemController(FeedStore *store, QObject *parent) : 
     connect(quit, &QAction::triggered, qApp, &QCoreApplication::quit, Qt::QueuedConnection);
     render(store_->preferences().paused);
 
-    // The bar's shade is looked at every few seconds (a small grab of the bar
-    // above the strip), so a light/dark switch shows within seconds. While the
-    // ticker flips, the look rides on its flips, when the process is awake
-    // anyway; the timer fires only while the ticker stands still.
-    barWatch_ = new QTimer(this);
-    barWatch_->setInterval(barLookMs + 1000);
-    barWatch_->setTimerType(Qt::CoarseTimer);
-    connect(barWatch_, &QTimer::timeout, this, [this] { followBarColour(true); });
+    // The bar's shade is looked at (a small grab of the bar above the strip)
+    // on the ticker's flips, when the process is awake anyway, so a light/dark
+    // switch shows within seconds. A ticker that stands still wakes nothing for
+    // it: the bar is looked at again on a theme, palette or placement change,
+    // and on the next flip.
     connect(view_, &StatusStreamView::flipped, this, [this] {
         if (barSampled_.elapsed() >= barLookMs - 500)
             followBarColour(true);
-        barWatch_->start();
     });
     followBarColour(true);
-    barWatch_->start();
 
-    // A tray may appear after we start, or its host may restart: keep looking.
-    trayWatch_ = new QTimer(this);
-    trayWatch_->setInterval(5000);
-    connect(trayWatch_, &QTimer::timeout, this, &StatusItemController::ensureTray);
     ensureTray();
-    trayWatch_->start();
+    StallProbe::startIfAsked(this);
 }
 
 StatusItemController::~StatusItemController()
@@ -445,10 +437,23 @@ void StatusItemController::applyFocal(const std::optional<Signal> &signal)
 
 void StatusItemController::ensureTray()
 {
+    // Asked once at the start and then only when a tray manager appears, never
+    // on a timer: each answer is costly where a StatusNotifierItem host exists
+    // (Qt opens and closes a session-bus connection for it and blocks on its
+    // calls). Once the icon is shown Qt follows the host by itself: it
+    // registers again with a StatusNotifierWatcher that restarts, and docks
+    // again in a new X11 tray manager.
     if (!QSystemTrayIcon::isSystemTrayAvailable()) {
-        // Look often at first (a tray host often starts just after us), then
-        // back off to once a minute: a desktop without a tray stays that way.
-        trayWatch_->setInterval(std::min(trayWatch_->interval() * 2, 60000));
+        // Qt decides once per process whether the D-Bus tray exists, so a
+        // tray that comes later can only be an X11 one: its manager announces
+        // itself on the root window, and the xcb plugin passes that on.
+        if (!trayWatched_ && QGuiApplication::platformName() == QLatin1String("xcb")) {
+            // The native interface is a plain QObject underneath (single
+            // inheritance), and its header is not public.
+            auto *native = reinterpret_cast<QObject *>(QGuiApplication::platformNativeInterface());
+            trayWatched_ = native && bool(connect(native, SIGNAL(systemTrayWindowChanged(QScreen *)), this,
+                                                  SLOT(trayManagerChanged())));
+        }
         return;
     }
     if (!tray_) {
@@ -462,13 +467,20 @@ void StatusItemController::ensureTray()
         });
         tray_->setContextMenu(trayMenu_);
         tray_->setToolTip(tooltip(*store_));
+        Log::write("Larkpin", QStringLiteral("tray → shown"));
         if (positionsIgnored_ && strip_->isVisible())
             Log::write("Larkpin", QStringLiteral("a tray appeared; running from the tray"));
         applyStripMode();
     }
     if (!tray_->isVisible())
         tray_->show();
-    trayWatch_->setInterval(30000);
+}
+
+void StatusItemController::trayManagerChanged()
+{
+    if (tray_)
+        return; // Qt re-docks the icon it shows
+    ensureTray();
 }
 
 void StatusItemController::refreshTrayMenu()
