@@ -22,6 +22,10 @@
 #include <QSystemTrayIcon>
 #include <QTimer>
 
+#include <xcb/xcb.h>
+
+#include <cstdlib>
+
 // The strip itself: owns the clicks (the stream view is transparent to them).
 // Its place is the desktop's to decide, so it is not dragged around.
 class TickerStrip : public QWidget {
@@ -101,6 +105,47 @@ QColor markInk(bool dark)
 {
     return dark ? QColor(237, 241, 244) : QColor(20, 22, 28);
 }
+
+// The mean colour of a part of the X11 root window, read with one GetImage.
+// Qt's grabWindow() adds a pixmap and a copy into it, whose NoExposure event
+// wakes the event thread and then the main thread again: at a look every few
+// seconds that was most of the strip's wake-ups at rest. None off X11, or
+// for a pixel format other than 32 bits per pixel.
+std::optional<QColor> meanOfRoot(const QRect &device)
+{
+    auto *x11 = qGuiApp ? qGuiApp->nativeInterface<QNativeInterface::QX11Application>() : nullptr;
+    xcb_connection_t *c = x11 ? x11->connection() : nullptr;
+    if (!c || device.isEmpty())
+        return std::nullopt;
+    const xcb_screen_t *root = xcb_setup_roots_iterator(xcb_get_setup(c)).data;
+    if (!root || (root->root_depth != 24 && root->root_depth != 32))
+        return std::nullopt;
+    const QRect r = device.intersected(QRect(0, 0, root->width_in_pixels, root->height_in_pixels));
+    if (r.isEmpty())
+        return std::nullopt;
+    xcb_get_image_reply_t *reply = xcb_get_image_reply(
+        c,
+        xcb_get_image(c, XCB_IMAGE_FORMAT_Z_PIXMAP, root->root, int16_t(r.x()), int16_t(r.y()),
+                      uint16_t(r.width()), uint16_t(r.height()), ~0u),
+        nullptr);
+    if (!reply)
+        return std::nullopt;
+    std::optional<QColor> mean;
+    const int bytes = xcb_get_image_data_length(reply);
+    if (bytes == r.width() * r.height() * 4) {
+        const uint8_t *px = xcb_get_image_data(reply);
+        quint64 sum[3] = {0, 0, 0};
+        for (int i = 0; i < bytes; i += 4) { // B, G, R, pad on every little-endian server
+            sum[0] += px[i + 2];
+            sum[1] += px[i + 1];
+            sum[2] += px[i];
+        }
+        const quint64 n = quint64(bytes / 4);
+        mean = QColor(int(sum[0] / n), int(sum[1] / n), int(sum[2] / n));
+    }
+    free(reply);
+    return mean;
+}
 } // namespace
 
 int StatusItemController::topInset(const QRect &screen, const QRect &available, const QRect &reserved)
@@ -152,6 +197,14 @@ std::optional<QColor> StatusItemController::sampleBarColour(QScreen *screen, con
 {
     if (!screen || region.isEmpty())
         return std::nullopt;
+    if (QGuiApplication::platformName() == QLatin1String("xcb")) {
+        // Device pixels: X11 knows nothing of Qt's scaling.
+        const qreal dpr = screen->devicePixelRatio();
+        const QRect device(QPoint(qRound(region.x() * dpr), qRound(region.y() * dpr)),
+                           QSize(std::max(1, qRound(region.width() * dpr)), std::max(1, qRound(region.height() * dpr))));
+        if (const std::optional<QColor> mean = meanOfRoot(device))
+            return mean;
+    }
     const QRect g = screen->geometry();
     const QImage shot =
         screen->grabWindow(0, region.x() - g.x(), region.y() - g.y(), region.width(), region.height())
@@ -293,16 +346,24 @@ StatusItemController::StatusItemController(FeedStore *store, QObject *parent) : 
     connect(quit, &QAction::triggered, qApp, &QCoreApplication::quit, Qt::QueuedConnection);
     render(store_->preferences().paused);
 
-    // The bar's shade is looked at (a small grab of the bar above the strip)
+    // The bar's shade is looked at (a small read of the bar above the strip)
     // on the ticker's flips, when the process is awake anyway, so a light/dark
-    // switch shows within seconds. A ticker that stands still wakes nothing for
-    // it: the bar is looked at again on a theme, palette or placement change,
-    // and on the next flip.
+    // switch shows within seconds. When the flips stop (a takeover holds the
+    // strip, the ticker is paused or down to one row) it is looked at once
+    // more, and then only on a theme, palette or placement change and at the
+    // next flip: a ticker at rest wakes nothing for it.
+    barWatch_ = new QTimer(this);
+    barWatch_->setSingleShot(true);
+    barWatch_->setInterval(barLookMs + 1000);
+    barWatch_->setTimerType(Qt::CoarseTimer);
+    connect(barWatch_, &QTimer::timeout, this, [this] { followBarColour(true); });
     connect(view_, &StatusStreamView::flipped, this, [this] {
         if (barSampled_.elapsed() >= barLookMs - 500)
             followBarColour(true);
+        barWatch_->start();
     });
     followBarColour(true);
+    barWatch_->start();
 
     ensureTray();
     StallProbe::startIfAsked(this);
@@ -416,6 +477,7 @@ void StatusItemController::followBarColour(bool now)
         screen ? sampleBarColour(screen, barSample(screen->geometry(), screen->availableGeometry(), strip))
                : std::nullopt;
     if (bar && *bar != strip_->bar) {
+        Log::write("Larkpin", QStringLiteral("bar → ") + bar->name());
         strip_->bar = *bar;
         strip_->update();
     }

@@ -133,6 +133,7 @@ private:
     QAction *trayStatus_ = nullptr;
     QAction *trayPause_ = nullptr;
     QTimer *placeTask_ = nullptr;
+    QTimer *barWatch_ = nullptr; // one look after the ticker stops flipping
     QRect asked_;    // where the strip was last put
     QRect reserved_; // the strip's reservation in effect
     bool positionsIgnored_ = false;
