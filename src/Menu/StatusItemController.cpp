@@ -7,6 +7,7 @@
 #include "Menu/StatusStreamView.h"
 #include "Menu/X11Desktop.h"
 #include "Support/Log.h"
+#include "Support/StallProbe.h"
 
 #include <QAction>
 #include <QCoreApplication>
@@ -20,6 +21,10 @@
 #include <QSettings>
 #include <QSystemTrayIcon>
 #include <QTimer>
+
+#include <xcb/xcb.h>
+
+#include <cstdlib>
 
 // The strip itself: owns the clicks (the stream view is transparent to them).
 // Its place is the desktop's to decide, so it is not dragged around.
@@ -100,6 +105,47 @@ QColor markInk(bool dark)
 {
     return dark ? QColor(237, 241, 244) : QColor(20, 22, 28);
 }
+
+// The mean colour of a part of the X11 root window, read with one GetImage.
+// Qt's grabWindow() adds a pixmap and a copy into it, whose NoExposure event
+// wakes the event thread and then the main thread again: at a look every few
+// seconds that was most of the strip's wake-ups at rest. None off X11, or
+// for a pixel format other than 32 bits per pixel.
+std::optional<QColor> meanOfRoot(const QRect &device)
+{
+    auto *x11 = qGuiApp ? qGuiApp->nativeInterface<QNativeInterface::QX11Application>() : nullptr;
+    xcb_connection_t *c = x11 ? x11->connection() : nullptr;
+    if (!c || device.isEmpty())
+        return std::nullopt;
+    const xcb_screen_t *root = xcb_setup_roots_iterator(xcb_get_setup(c)).data;
+    if (!root || (root->root_depth != 24 && root->root_depth != 32))
+        return std::nullopt;
+    const QRect r = device.intersected(QRect(0, 0, root->width_in_pixels, root->height_in_pixels));
+    if (r.isEmpty())
+        return std::nullopt;
+    xcb_get_image_reply_t *reply = xcb_get_image_reply(
+        c,
+        xcb_get_image(c, XCB_IMAGE_FORMAT_Z_PIXMAP, root->root, int16_t(r.x()), int16_t(r.y()),
+                      uint16_t(r.width()), uint16_t(r.height()), ~0u),
+        nullptr);
+    if (!reply)
+        return std::nullopt;
+    std::optional<QColor> mean;
+    const int bytes = xcb_get_image_data_length(reply);
+    if (bytes == r.width() * r.height() * 4) {
+        const uint8_t *px = xcb_get_image_data(reply);
+        quint64 sum[3] = {0, 0, 0};
+        for (int i = 0; i < bytes; i += 4) { // B, G, R, pad on every little-endian server
+            sum[0] += px[i + 2];
+            sum[1] += px[i + 1];
+            sum[2] += px[i];
+        }
+        const quint64 n = quint64(bytes / 4);
+        mean = QColor(int(sum[0] / n), int(sum[1] / n), int(sum[2] / n));
+    }
+    free(reply);
+    return mean;
+}
 } // namespace
 
 int StatusItemController::topInset(const QRect &screen, const QRect &available, const QRect &reserved)
@@ -151,6 +197,14 @@ std::optional<QColor> StatusItemController::sampleBarColour(QScreen *screen, con
 {
     if (!screen || region.isEmpty())
         return std::nullopt;
+    if (QGuiApplication::platformName() == QLatin1String("xcb")) {
+        // Device pixels: X11 knows nothing of Qt's scaling.
+        const qreal dpr = screen->devicePixelRatio();
+        const QRect device(QPoint(qRound(region.x() * dpr), qRound(region.y() * dpr)),
+                           QSize(std::max(1, qRound(region.width() * dpr)), std::max(1, qRound(region.height() * dpr))));
+        if (const std::optional<QColor> mean = meanOfRoot(device))
+            return mean;
+    }
     const QRect g = screen->geometry();
     const QImage shot =
         screen->grabWindow(0, region.x() - g.x(), region.y() - g.y(), region.width(), region.height())
@@ -298,11 +352,14 @@ StatusItemController::StatusItemController(FeedStore *store, QObject *parent) : 
     connect(quit, &QAction::triggered, qApp, &QCoreApplication::quit, Qt::QueuedConnection);
     render(store_->preferences().paused);
 
-    // The bar's shade is looked at every few seconds (a small grab of the bar
-    // above the strip), so a light/dark switch shows within seconds. While the
-    // ticker flips, the look rides on its flips, when the process is awake
-    // anyway; the timer fires only while the ticker stands still.
+    // The bar's shade is looked at (a small read of the bar above the strip)
+    // on the ticker's flips, when the process is awake anyway, so a light/dark
+    // switch shows within seconds. When the flips stop (a takeover holds the
+    // strip, the ticker is paused or down to one row) it is looked at once
+    // more, and then only on a theme, palette or placement change and at the
+    // next flip: a ticker at rest wakes nothing for it.
     barWatch_ = new QTimer(this);
+    barWatch_->setSingleShot(true);
     barWatch_->setInterval(barLookMs + 1000);
     barWatch_->setTimerType(Qt::CoarseTimer);
     connect(barWatch_, &QTimer::timeout, this, [this] { followBarColour(true); });
@@ -314,12 +371,8 @@ StatusItemController::StatusItemController(FeedStore *store, QObject *parent) : 
     followBarColour(true);
     barWatch_->start();
 
-    // A tray may appear after we start, or its host may restart: keep looking.
-    trayWatch_ = new QTimer(this);
-    trayWatch_->setInterval(5000);
-    connect(trayWatch_, &QTimer::timeout, this, &StatusItemController::ensureTray);
     ensureTray();
-    trayWatch_->start();
+    StallProbe::startIfAsked(this);
 }
 
 StatusItemController::~StatusItemController()
@@ -430,6 +483,7 @@ void StatusItemController::followBarColour(bool now)
         screen ? sampleBarColour(screen, barSample(screen->geometry(), screen->availableGeometry(), strip))
                : std::nullopt;
     if (bar && *bar != strip_->bar) {
+        Log::write("Larkpin", QStringLiteral("bar → ") + bar->name());
         strip_->bar = *bar;
         strip_->update();
     }
@@ -451,10 +505,23 @@ void StatusItemController::applyFocal(const std::optional<Signal> &signal)
 
 void StatusItemController::ensureTray()
 {
+    // Asked once at the start and then only when a tray manager appears, never
+    // on a timer: each answer is costly where a StatusNotifierItem host exists
+    // (Qt opens and closes a session-bus connection for it and blocks on its
+    // calls). Once the icon is shown Qt follows the host by itself: it
+    // registers again with a StatusNotifierWatcher that restarts, and docks
+    // again in a new X11 tray manager.
     if (!QSystemTrayIcon::isSystemTrayAvailable()) {
-        // Look often at first (a tray host often starts just after us), then
-        // back off to once a minute: a desktop without a tray stays that way.
-        trayWatch_->setInterval(std::min(trayWatch_->interval() * 2, 60000));
+        // Qt decides once per process whether the D-Bus tray exists, so a
+        // tray that comes later can only be an X11 one: its manager announces
+        // itself on the root window, and the xcb plugin passes that on.
+        if (!trayWatched_ && QGuiApplication::platformName() == QLatin1String("xcb")) {
+            // The native interface is a plain QObject underneath (single
+            // inheritance), and its header is not public.
+            auto *native = reinterpret_cast<QObject *>(QGuiApplication::platformNativeInterface());
+            trayWatched_ = native && bool(connect(native, SIGNAL(systemTrayWindowChanged(QScreen *)), this,
+                                                  SLOT(trayManagerChanged())));
+        }
         return;
     }
     if (!tray_) {
@@ -468,13 +535,20 @@ void StatusItemController::ensureTray()
         });
         tray_->setContextMenu(trayMenu_);
         tray_->setToolTip(tooltip(*store_));
+        Log::write("Larkpin", QStringLiteral("tray → shown"));
         if (positionsIgnored_ && strip_->isVisible())
             Log::write("Larkpin", QStringLiteral("a tray appeared; running from the tray"));
         applyStripMode();
     }
     if (!tray_->isVisible())
         tray_->show();
-    trayWatch_->setInterval(30000);
+}
+
+void StatusItemController::trayManagerChanged()
+{
+    if (tray_)
+        return; // Qt re-docks the icon it shows
+    ensureTray();
 }
 
 void StatusItemController::refreshTrayMenu()

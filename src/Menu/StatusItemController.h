@@ -108,6 +108,10 @@ public:
     // The tray's monochrome mark, light on a dark panel and dark on a light one.
     static QImage trayMark(bool darkPanel, int size = 32);
 
+private Q_SLOTS:
+    // The X11 tray manager came, went or changed hands.
+    void trayManagerChanged();
+
 private:
     friend class TickerStrip;
     void ensureTray();
@@ -126,12 +130,12 @@ private:
     QElapsedTimer barSampled_;
     std::optional<bool> trayDark_; // the panel shade the tray icon was drawn for
     QPointer<QSystemTrayIcon> tray_;
-    QTimer *trayWatch_ = nullptr;
+    bool trayWatched_ = false; // listening for a tray manager to appear
     QMenu *trayMenu_ = nullptr;
     QAction *trayStatus_ = nullptr;
     QAction *trayPause_ = nullptr;
     QTimer *placeTask_ = nullptr;
-    QTimer *barWatch_ = nullptr;
+    QTimer *barWatch_ = nullptr; // one look after the ticker stops flipping
     QRect asked_;    // where the strip was last put
     QRect reserved_; // the strip's reservation in effect
     bool positionsIgnored_ = false;
