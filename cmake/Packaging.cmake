@@ -41,7 +41,7 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 # dpkg-shlibdeps sees the linked Qt libraries only. What Qt loads at run time
 # is named here: the QML modules the panel imports (and the ones QtQuick and
 # its Controls pull in themselves), the X11 and Wayland platform plugins, the
-# SVG image plugin for the glyphs.
+# SVG image plugin for the glyphs, the SQLite driver of Qt SQL for the history.
 set(LARKPIN_RUNTIME_DEPENDS
   qml6-module-qtqml
   qml6-module-qtqml-workerscript
@@ -53,7 +53,8 @@ set(LARKPIN_RUNTIME_DEPENDS
   qml6-module-qtquick-shapes
   qt6-qpa-plugins
   qt6-wayland
-  libqt6svg6)
+  libqt6svg6
+  libqt6sql6-sqlite)
 list(JOIN LARKPIN_RUNTIME_DEPENDS ", " CPACK_DEBIAN_PACKAGE_DEPENDS)
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "fonts-inter, fonts-jetbrains-mono")
 include(CPack)

@@ -116,6 +116,8 @@ void FreedesktopNotifications::send(const DesktopNotification &n)
     QStringList actions;
     if (!n.link.isEmpty())
         actions << QLatin1String(openChartKey) << QStringLiteral("Open chart");
+    if (!n.activation.isEmpty())
+        actions << QStringLiteral("default") << QStringLiteral("Show");
     QVariantMap hints;
     hints.insert(QStringLiteral("desktop-entry"), QStringLiteral("larkpin"));
     hints.insert(QStringLiteral("category"), QStringLiteral("x-larkpin.focus"));
@@ -125,8 +127,14 @@ void FreedesktopNotifications::send(const DesktopNotification &n)
     // No service, or a slow one: the notification is simply not shown.
     auto *watcher = new QDBusPendingCallWatcher(bus_.asyncCall(call, 3000), this);
     const QUrl link = n.link;
-    connect(watcher, &QDBusPendingCallWatcher::finished, this, [this, link](QDBusPendingCallWatcher *w) {
+    const QString activation = n.activation;
+    connect(watcher, &QDBusPendingCallWatcher::finished, this, [this, link, activation](QDBusPendingCallWatcher *w) {
         QDBusPendingReply<uint> reply = *w;
+        if (reply.isValid() && !activation.isEmpty()) {
+            if (activations_.size() >= 64)
+                activations_.erase(activations_.begin());
+            activations_.insert(reply.value(), activation);
+        }
         if (reply.isValid()) {
             if (!link.isEmpty()) {
                 // A server that never reports closing must not grow this forever.
@@ -144,6 +152,12 @@ void FreedesktopNotifications::send(const DesktopNotification &n)
 void FreedesktopNotifications::actionInvoked(uint id, const QString &actionKey)
 {
     // Every application's notifications raise this signal: only our ids count.
+    if (actionKey == QLatin1String("default")) {
+        const QString activation = activations_.take(id);
+        if (!activation.isEmpty() && onActivate)
+            onActivate(activation);
+        return;
+    }
     const auto it = links_.constFind(id);
     if (it == links_.constEnd() || actionKey != QLatin1String(openChartKey))
         return;
@@ -156,4 +170,5 @@ void FreedesktopNotifications::actionInvoked(uint id, const QString &actionKey)
 void FreedesktopNotifications::notificationClosed(uint id, uint)
 {
     links_.remove(id);
+    activations_.remove(id);
 }

@@ -24,6 +24,7 @@ struct DesktopNotification {
     QString summary; // what: "WHALE · BONK"
     QString body;    // how big: "bought by 0x12…ef · $48.2K"
     QUrl link;       // http(s) only; empty means no "Open chart" action
+    QString activation; // non-empty: a click on the notification hands it to onActivate
     bool operator==(const DesktopNotification &) const = default;
 };
 
@@ -71,6 +72,8 @@ public:
     // Opens the chart of an "Open chart" click; the app passes the desktop's
     // URL handler, tests their own.
     std::function<void(const QUrl &)> openUrl;
+    // A click on a notification that carries an activation.
+    std::function<void(const QString &)> onActivate;
 
     // Texts go out plain: when the server renders markup, <, > and & in wire
     // text are escaped so they show as typed.
@@ -90,4 +93,5 @@ private:
     bool markup_ = true;
     QList<DesktopNotification> waiting_;
     QHash<uint, QUrl> links_;
+    QHash<uint, QString> activations_;
 };
