@@ -483,7 +483,10 @@ HistoryPage HistoryDb::search(const HistoryQuery &query, const std::optional<His
         binds << query.handle.toLower();
     }
     if (query.kind) {
-        where << QStringLiteral("kind = ?");
+        // With a token or a handle their index is the narrow one: the unary
+        // plus keeps SQLite from walking every row of a kind instead.
+        where << (query.symbol.isEmpty() && query.handle.isEmpty() ? QStringLiteral("kind = ?")
+                                                                   : QStringLiteral("+kind = ?"));
         binds << SignalKinds::rawValue(*query.kind);
     }
     if (query.minUsd > 0) {
