@@ -107,7 +107,8 @@ QString helpText()
            QStringLiteral("\nEnvironment:\n"
                           "  LARKPIN_SNAPSHOT=<dir>   same as --snapshot <dir>\n"
                           "  LARKPIN_LOG=1            log the link and the store in detail\n"
-                          "  LARKPIN_REDUCE_MOTION=1  flip and fade instead of sliding\n");
+                          "  LARKPIN_REDUCE_MOTION=1  flip and fade instead of sliding\n"
+                          "  LARKPIN_HISTORY=0        keep no history of signals\n");
 }
 
 QString versionText()
