@@ -131,6 +131,7 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 # its Controls pull in themselves) and the X11 platform plugin. The SVG image
 # plugin comes with libqt6svg6, which dpkg-shlibdeps names already (naming it
 # here too would list it twice).
+# The SQLite driver of Qt SQL keeps the history.
 set(LARKPIN_RUNTIME_DEPENDS
   qml6-module-qtqml
   qml6-module-qtqml-workerscript
@@ -140,7 +141,8 @@ set(LARKPIN_RUNTIME_DEPENDS
   qml6-module-qtquick-templates
   qml6-module-qtquick-layouts
   qml6-module-qtquick-shapes
-  qt6-qpa-plugins)
+  qt6-qpa-plugins
+  libqt6sql6-sqlite)
 list(JOIN LARKPIN_RUNTIME_DEPENDS ", " CPACK_DEBIAN_PACKAGE_DEPENDS)
 # Wayland sessions run the app through XWayland when the Wayland plugin is
 # missing; links open through xdg-open.

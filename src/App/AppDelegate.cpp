@@ -1,7 +1,9 @@
 #include "App/AppDelegate.h"
 
+#include "Desktop/AwayWatch.h"
 #include "Desktop/Notifier.h"
 #include "Feed/FeedStore.h"
+#include "History/HistoryStore.h"
 #include "Menu/StatusItemController.h"
 #include "Panel/PanelController.h"
 #include "Panel/PanelModel.h" // the controller's inline accessors need it whole
@@ -23,6 +25,10 @@ AppDelegate::~AppDelegate()
     shutdown();
     // The views observe the store: they go first.
     statusItem_.reset();
+    awayNotifier_.reset();
+    away_.reset();
+    panel_.reset();
+    history_.reset();
     notifier_.reset();
     notifications_.reset();
     panel_.reset();
@@ -63,36 +69,95 @@ bool AppDelegate::start()
             const auto it = store->details().constFind(id);
             return it == store->details().constEnd() ? std::nullopt : it->links.chart;
         },
-        [this](const DesktopNotification &n) {
-            // Met on the first takeover, not at start-up: asking the bus for
-            // the notification service may start one, and most sessions never
-            // see a takeover that notifies.
-            if (!notifications_) {
-                notifications_ = std::make_unique<FreedesktopNotifications>();
-                notifications_->openUrl = [](const QUrl &url) {
-                    // A platform without a URL handler of its own (offscreen,
-                    // some minimal ones) still has the desktop's opener.
-                    if (!QDesktopServices::openUrl(url))
-                        QProcess::startDetached(QStringLiteral("xdg-open"), {url.toString(QUrl::FullyEncoded)});
-                };
-                notifications_->openSignal = [this](const QString &id) {
-                    if (panel_ && statusItem_)
-                        panel_->showSignal(statusItem_->anchorRect(), id);
-                };
-                notifications_->onClosed = [this](quint64 bubble) { notifier_->bubbleClosed(bubble); };
-                // The installed icon as a file, for servers that show an image
-                // rather than look the name up in the icon theme.
-                const QString icon = QStandardPaths::locate(
-                    QStandardPaths::GenericDataLocation, QStringLiteral("icons/hicolor/128x128/apps/larkpin.png"));
-                if (!icon.isEmpty())
-                    notifications_->icon = icon;
-            }
-            notifications_->show(n);
-        });
+        [this](const DesktopNotification &n) { notify(n); });
     notifier_->isWatched = [store](const Signal &s) { return store->isWatched(s); };
     statusItem_->onTakeover = [this](const Signal &s) { notifier_->takeover(s); };
+    startHistory();
     store_->start();
     return true;
+}
+
+void AppDelegate::notify(const DesktopNotification &n)
+{
+    // Met on the first notification, not at start-up: asking the bus for
+    // the notification service may start one, and most sessions never
+    // see a takeover that notifies.
+    if (!notifications_) {
+        notifications_ = std::make_unique<FreedesktopNotifications>();
+        notifications_->openUrl = [](const QUrl &url) {
+            // A platform without a URL handler of its own (offscreen,
+            // some minimal ones) still has the desktop's opener.
+            if (!QDesktopServices::openUrl(url))
+                QProcess::startDetached(QStringLiteral("xdg-open"), {url.toString(QUrl::FullyEncoded)});
+        };
+        notifications_->openSignal = [this](const QString &id) {
+            if (panel_ && statusItem_)
+                panel_->showSignal(statusItem_->anchorRect(), id);
+        };
+        notifications_->onActivate = [this](const QString &activation) { activate(activation); };
+        notifications_->onClosed = [this](quint64 bubble) { notifier_->bubbleClosed(bubble); };
+        // The installed icon as a file, for servers that show an image
+        // rather than look the name up in the icon theme.
+        const QString icon = QStandardPaths::locate(QStandardPaths::GenericDataLocation,
+                                                    QStringLiteral("icons/hicolor/128x128/apps/larkpin.png"));
+        if (!icon.isEmpty())
+            notifications_->icon = icon;
+    }
+    notifications_->show(n);
+}
+
+void AppDelegate::activate(const QString &activation)
+{
+    // "history:<since>:<until>": open History at that time.
+    const QStringList parts = activation.split(QLatin1Char(':'));
+    if (parts.size() != 3 || parts.first() != QLatin1String("history") || !history_)
+        return;
+    history_->requestShow(parts.at(1).toDouble(), parts.at(2).toDouble());
+    openPanel();
+}
+
+void AppDelegate::startHistory()
+{
+    // LARKPIN_HISTORY=0 keeps nothing (and measures the app without it).
+    if (qEnvironmentVariable("LARKPIN_HISTORY") == QLatin1String("0"))
+        return;
+    // Opens nothing yet: the first batch waits out the start-up.
+    history_ = std::make_unique<HistoryStore>();
+    FeedStore *store = store_.get();
+    HistoryStore *history = history_.get();
+    connect(store, &FeedStore::signalsChanged, history, [store, history] { history->notePublished(store->signalList()); });
+    connect(store, &FeedStore::detailsChanged, history, [store, history] {
+        for (auto it = store->details().cbegin(); it != store->details().cend(); ++it)
+            history->noteLinks(it.key(), it->links.chart, it->links.profile);
+    });
+    if (panel_)
+        panel_->setHistory(history);
+
+    // While you were away: what history kept at or above the focus size, once
+    // per return, as a banner and one notification.
+    away_ = std::make_unique<AwayWatch>();
+    awayNotifier_ = std::make_unique<AwayNotifier>(
+        away_.get(),
+        [store] {
+            HistoryQuery q;
+            q.minUsd = store->preferences().focalUsd;
+            q.mutedSymbols = store->preferences().mutedTokens;
+            q.mutedHandles = store->preferences().mutedWallets;
+            return q;
+        },
+        [history](const HistoryQuery &q, std::function<void(const QList<HistoryEntry> &)> done) {
+            history->search(q, std::nullopt, 1000, history,
+                            [done](const HistoryPage &page) { done(page.entries); });
+        },
+        [this, history](const AwayNotifier::Summary &s) {
+            history->setAway({s.since, s.until, s.text});
+            DesktopNotification n;
+            n.summary = QStringLiteral("While you were away");
+            n.body = s.body;
+            n.activation = QStringLiteral("history:") + QString::number(s.since, 'f', 3) + QLatin1Char(':') +
+                           QString::number(s.until + 60, 'f', 3);
+            notify(n);
+        });
 }
 
 void AppDelegate::togglePanel()

@@ -12,6 +12,10 @@ class PanelController;
 class StatusItemController;
 class TakeoverNotifier;
 class FreedesktopNotifications;
+class HistoryStore;
+class AwayWatch;
+class AwayNotifier;
+struct DesktopNotification;
 
 class AppDelegate : public QObject {
     Q_OBJECT
@@ -42,10 +46,17 @@ public:
     }
 
 private:
+    void startHistory();
+    void notify(const DesktopNotification &n);
+    void activate(const QString &activation);
+
     std::unique_ptr<FeedStore> store_;
     std::unique_ptr<StatusItemController> statusItem_;
     std::unique_ptr<PanelController> panel_;
     std::unique_ptr<FreedesktopNotifications> notifications_;
     std::unique_ptr<TakeoverNotifier> notifier_;
+    std::unique_ptr<HistoryStore> history_;
+    std::unique_ptr<AwayWatch> away_;
+    std::unique_ptr<AwayNotifier> awayNotifier_;
     bool terminated_ = false;
 };

@@ -8,6 +8,8 @@
 #include "BuildConfig.h"
 #include "Desktop/CommandLine.h"
 #include "Desktop/SingleInstance.h"
+#include "App/HistoryCommand.h"
+#include "History/HistoryStore.h"
 #include "Support/Log.h"
 #include "Menu/StatusItemController.h"
 
@@ -109,6 +111,13 @@ int main(int argc, char *argv[])
     }
     case CommandLine::Options::Action::Version: printLine(stdout, CommandLine::versionText()); return 0;
     case CommandLine::Options::Action::Run: break;
+    }
+
+    if (options.history) {
+        // The data folder is named by the application, as the app itself sees it.
+        QCoreApplication core(argc, argv);
+        describeApplication();
+        return HistoryCommand::run(options, HistoryStore::defaultPath(), stdout, stderr);
     }
 
     const bool snapshotMode = options.snapshot;

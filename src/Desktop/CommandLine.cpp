@@ -1,6 +1,7 @@
 #include "Desktop/CommandLine.h"
 
 #include "BuildConfig.h"
+#include "History/HistoryText.h"
 
 #include <QCommandLineParser>
 
@@ -21,13 +22,22 @@ struct Parser {
         QStringLiteral("open"),
         QStringLiteral("Open the panel of the running instance (starting one if none runs).")};
     QCommandLineOption quit{QStringLiteral("quit"), QStringLiteral("Ask the running instance to quit.")};
+    QCommandLineOption history{QStringLiteral("history"),
+                               QStringLiteral("Print the kept history of signals, newest first, one a line, "
+                                              "and exit (needs no display; never waits for the running app).")};
+    QCommandLineOption since{QStringLiteral("since"),
+                             QStringLiteral("With --history: only what happened in the last <duration> "
+                                            "(90s, 45m, 12h, 7d, 2w, 1d12h)."),
+                             QStringLiteral("duration")};
+    QCommandLineOption json{QStringLiteral("json"),
+                            QStringLiteral("With --history: one JSON object a line.")};
 
     Parser()
     {
         parser.setApplicationDescription(
             QStringLiteral("Watch a live tape of trades from the top bar and the tray."));
         parser.setSingleDashWordOptionMode(QCommandLineParser::ParseAsLongOptions);
-        parser.addOptions({help, version, snapshot, open, quit});
+        parser.addOptions({help, version, snapshot, open, quit, history, since, json});
     }
 };
 
@@ -56,19 +66,36 @@ Options parse(const QStringList &arguments, const QProcessEnvironment &env)
         o.action = Options::Action::Version;
         return o;
     }
+    o.history = p.parser.isSet(p.history);
+    o.json = p.parser.isSet(p.json);
+    if ((p.parser.isSet(p.since) || o.json) && !o.history) {
+        o.action = Options::Action::Error;
+        o.error = QStringLiteral("--since and --json go with --history.");
+        return o;
+    }
+    if (p.parser.isSet(p.since)) {
+        const auto seconds = HistoryText::parseDuration(p.parser.value(p.since));
+        if (!seconds) {
+            o.action = Options::Action::Error;
+            o.error = QStringLiteral("Cannot read the duration '%1' (try 90s, 45m, 12h, 7d or 1d12h).")
+                          .arg(p.parser.value(p.since).left(40));
+            return o;
+        }
+        o.sinceSeconds = *seconds;
+    }
     o.open = p.parser.isSet(p.open);
     o.quit = p.parser.isSet(p.quit);
     if (p.parser.isSet(p.snapshot)) {
         o.snapshot = true;
         o.snapshotDir = p.parser.value(p.snapshot);
-    } else if (env.contains(QStringLiteral("LARKPIN_SNAPSHOT"))) {
+    } else if (env.contains(QStringLiteral("LARKPIN_SNAPSHOT")) && !o.history) {
         o.snapshot = true;
         o.snapshotDir = env.value(QStringLiteral("LARKPIN_SNAPSHOT"));
     }
-    const int modes = int(o.open) + int(o.quit) + int(o.snapshot);
+    const int modes = int(o.open) + int(o.quit) + int(o.snapshot) + int(o.history);
     if (modes > 1) {
         o.action = Options::Action::Error;
-        o.error = QStringLiteral("--snapshot, --open and --quit cannot be combined.");
+        o.error = QStringLiteral("--snapshot, --open, --quit and --history cannot be combined.");
     }
     return o;
 }
@@ -80,7 +107,8 @@ QString helpText()
            QStringLiteral("\nEnvironment:\n"
                           "  LARKPIN_SNAPSHOT=<dir>   same as --snapshot <dir>\n"
                           "  LARKPIN_LOG=1            log the link and the store in detail\n"
-                          "  LARKPIN_REDUCE_MOTION=1  flip and fade instead of sliding\n");
+                          "  LARKPIN_REDUCE_MOTION=1  flip and fade instead of sliding\n"
+                          "  LARKPIN_HISTORY=0        keep no history of signals\n");
 }
 
 QString versionText()

@@ -16,6 +16,11 @@ struct Options {
     QString snapshotDir;
     bool open = false; // ask the running instance (or this one) to open its panel
     bool quit = false; // ask the running instance to quit
+    // --history [--since DURATION] [--json]: print the kept history, read-only,
+    // without a display or the running instance.
+    bool history = false;
+    double sinceSeconds = 0; // 0: all of it
+    bool json = false;
     QString error;     // set with Action::Error
 };
 

@@ -284,7 +284,7 @@ void FreedesktopNotifications::sent(const DesktopNotification &n, std::optional<
             order_.pop_front();
         }
     }
-    shown_.insert(*serverId, Shown{n.signalId, n.link, n.bubble});
+    shown_.insert(*serverId, Shown{n.signalId, n.link, n.bubble, n.activation});
     if (n.bubble != 0) {
         serverIds_.insert(n.bubble, *serverId);
         if (heldUpdates_.contains(n.bubble))
@@ -299,8 +299,12 @@ void FreedesktopNotifications::actionInvoked(uint id, const QString &actionKey)
     if (it == shown_.constEnd())
         return;
     if (actionKey == QLatin1String(defaultKey)) {
-        if (openSignal && !it->signalId.isEmpty())
+        if (!it->activation.isEmpty()) {
+            if (onActivate)
+                onActivate(it->activation);
+        } else if (openSignal && !it->signalId.isEmpty()) {
             openSignal(it->signalId);
+        }
     } else if (actionKey == QLatin1String(openChartKey)) {
         if (openUrl && isWebLink(it->link))
             openUrl(it->link);

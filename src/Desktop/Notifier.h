@@ -34,6 +34,9 @@ struct DesktopNotification {
     // The notifier's own number for the bubble: a number sent before updates
     // that bubble in place; 0 is a bubble of its own that is never updated.
     quint64 bubble = 0;
+    // Non-empty: a click on the bubble hands it to onActivate instead of
+    // opening a signal (the away summary opens History at its time).
+    QString activation;
     bool operator==(const DesktopNotification &) const = default;
 };
 
@@ -129,6 +132,8 @@ public:
     // The app's icon: a name from the icon theme or an absolute file path
     // (then also sent as the image hint, for servers that show one).
     QString icon = QStringLiteral("larkpin");
+    // A click on a notification that carries an activation.
+    std::function<void(const QString &)> onActivate;
 
     // Texts go out plain: when the server renders markup, <, > and & in wire
     // text are escaped so they show as typed.
@@ -146,6 +151,7 @@ private:
         QString signalId;
         QUrl link;
         quint64 bubble = 0;
+        QString activation;
     };
 
     QDBusConnection bus_;

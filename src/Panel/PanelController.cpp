@@ -1,6 +1,7 @@
 #include "Panel/PanelController.h"
 
 #include "Feed/FeedStore.h"
+#include "History/HistoryStore.h"
 #include "Panel/PanelModel.h"
 #include "Panel/PanelQml.h"
 #include "Panel/PanelStyle.h"
@@ -369,9 +370,15 @@ double PanelController::secondsSinceClosed() const
     return double(closedAt_.nsecsElapsed()) / 1e9;
 }
 
+void PanelController::setHistory(HistoryStore *history)
+{
+    history_ = history;
+}
+
 void PanelController::build()
 {
     model_ = new PanelModel(store_, this);
+    model_->history()->setHistoryStore(history_);
     QString error;
     root_ = PanelQml::createHud(*engine_, model_, &error);
     if (!root_)

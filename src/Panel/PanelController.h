@@ -19,6 +19,7 @@
 #include <memory>
 
 class FeedStore;
+class HistoryStore;
 class PanelModel;
 class QQmlEngine;
 class QQuickItem;
@@ -52,6 +53,8 @@ public:
 
     explicit PanelController(FeedStore *store, QObject *parent = nullptr);
     ~PanelController() override;
+    // The app's history, handed to every panel built from now on.
+    void setHistory(HistoryStore *history);
 
     // The scene graph the panel draws with, asked for once before the first
     // Qt Quick window exists: the software one unless the environment names
@@ -106,6 +109,7 @@ private:
     void teardown();
 
     QPointer<FeedStore> store_;
+    QPointer<HistoryStore> history_;
     std::unique_ptr<QQmlEngine> engine_;
     std::unique_ptr<HUDWindow> window_;
     QVariantAnimation *animation_ = nullptr;

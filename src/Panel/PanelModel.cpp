@@ -18,7 +18,8 @@
 
 PanelModel::PanelModel(FeedStore *store, QObject *parent)
     : QObject(parent), store_(store), minis_(new SignalListModel(store, this)),
-      stream_(new SignalListModel(store, this)), settings_(new SettingsModel(store, this))
+      stream_(new SignalListModel(store, this)), settings_(new SettingsModel(store, this)),
+      history_(new HistoryModel(store, nullptr, this))
 {
     now_ = store ? store->now() : 0;
     if (const auto *motion = ReducedMotion::watcher())
@@ -271,7 +272,8 @@ const Signal *PanelModel::findSignal(const QString &id) const
     for (const Signal &s : stream_->signalList())
         if (s.id == id)
             return &s;
-    return nullptr;
+    // A kept signal opened in the History view.
+    return history_->find(id);
 }
 
 void PanelModel::toggle(const QString &id)

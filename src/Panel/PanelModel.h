@@ -10,6 +10,7 @@
 #include "Look/ReducedMotion.h"
 #include "Model/Clock.h"
 #include "Model/Signal.h"
+#include "Panel/HistoryModel.h"
 #include "Panel/SettingsModel.h"
 #include "Panel/SignalListModel.h"
 
@@ -69,6 +70,8 @@ class PanelModel : public QObject {
     // The settings page and the muted and watched lists.
     Q_PROPERTY(SettingsModel *settings READ settings CONSTANT)
     Q_PROPERTY(QString siteText READ siteText CONSTANT)
+    // The kept history and the "while you were away" banner.
+    Q_PROPERTY(HistoryModel *history READ history CONSTANT)
 
 public:
     explicit PanelModel(FeedStore *store, QObject *parent = nullptr);
@@ -117,6 +120,7 @@ public:
     int detailRevision() const { return detailRevision_; }
     SettingsModel *settings() const { return settings_; }
     QString siteText() const { return QStringLiteral("LARKPIN.APP"); }
+    HistoryModel *history() const { return history_; }
 
     // Actions the QML calls.
     Q_INVOKABLE void toggle(const QString &id);
@@ -188,4 +192,5 @@ private:
     SignalListModel *stream_;
     SettingsModel *settings_;
     int openMenus_ = 0;
+    HistoryModel *history_;
 };

@@ -73,6 +73,7 @@ const QStringList &glyphNames()
         QStringLiteral("pause.fill"),
         QStringLiteral("arrow.clockwise"),
         QStringLiteral("slider.horizontal.3"),
+        QStringLiteral("clock.arrow.circlepath"),
         QStringLiteral("antenna.radiowaves.left.and.right"),
         QStringLiteral("antenna.radiowaves.left.and.right.slash"),
         QStringLiteral("wave.3.right"),

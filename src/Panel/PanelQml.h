@@ -3,6 +3,7 @@
 // (its views compiled ahead of time, the Hud style singleton), the glyphs and
 // the "glyph" image provider.
 
+#include "Panel/HistoryModel.h"
 #include "Panel/PanelModel.h"
 #include "Panel/SettingsModel.h"
 #include "Panel/SignalListModel.h"
@@ -33,6 +34,12 @@ struct SignalListModelForeign {
     QML_FOREIGN(SignalListModel)
     QML_NAMED_ELEMENT(SignalListModel)
     QML_UNCREATABLE("a panel's lists are made by its model")
+};
+struct HistoryModelForeign {
+    Q_GADGET
+    QML_FOREIGN(HistoryModel)
+    QML_NAMED_ELEMENT(HistoryModel)
+    QML_UNCREATABLE("a panel's history comes with its model")
 };
 
 namespace PanelQml {

@@ -4,11 +4,18 @@
 
 #include "BuildConfig.h"
 #include "Desktop/CommandLine.h"
+#include "History/HistoryDb.h"
 #include "Table.h"
 #include "TarnwickSim.h"
 
 #include <QDir>
+#include <QDateTime>
+#include <QFileInfo>
 #include <QImage>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QSqlDatabase>
+#include <QSqlQuery>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QTest>
@@ -43,7 +50,11 @@ const Parse parses[] = {
     {"neither", "", "", Act::Run, ""}, {"-v", "-v", "", Act::Version, ""},
     {"stray argument", "chart", "", Act::Error, "Unexpected argument 'chart'"},
     {"--snapshot without dir", "--snapshot", "", Act::Error, "Missing value after '--snapshot'"},
-    {"two modes", "--open --quit", "", Act::Error, "cannot be combined"}};
+    {"two modes", "--open --quit", "", Act::Error, "cannot be combined"},
+    {"history and snapshot", "--history --snapshot /tmp/a", "", Act::Error, "cannot be combined"},
+    {"history leaves the environment's snapshot", "--history", "/tmp/e", Act::Run, ""},
+    {"--since alone", "--since 2h", "", Act::Error, "go with --history"},
+    {"--since unreadable", "--history --since soon", "", Act::Error, "Cannot read the duration 'soon'"}};
 
 struct Display { const char *name, *vars; bool has; };
 const Display displays[] = {
@@ -123,6 +134,62 @@ private Q_SLOTS:
 
     // Against the tape service on an ephemeral port: seven pictures of live
     // data, the trace's lines, and a clean socket close on the way out.
+    // --history on a bare terminal: newest first, one a line, --since and
+    // --json, nothing kept yet, and a writer in the middle of a transaction
+    // (the running app) that does not hold the reader up.
+    void history()
+    {
+        QTemporaryDir data;
+        const QString path = data.filePath(QStringLiteral("larkpin/history.sqlite"));
+        const QStringList env{QStringLiteral("XDG_DATA_HOME=") + data.path()};
+        QProcess p;
+        QVERIFY(run(p, {QStringLiteral("--history")}, env));
+        QCOMPARE(p.exitCode(), 0);
+        QCOMPARE(p.readAllStandardOutput(), QByteArray());
+        QVERIFY(!QFileInfo::exists(path)); // a reader creates nothing
+
+        const double now = double(QDateTime::currentMSecsSinceEpoch()) / 1000.0;
+        {
+            HistoryDb db;
+            QVERIFY(db.open(path, {}));
+            QList<HistoryEntry> kept;
+            for (int i = 0; i < 3; ++i) {
+                HistoryEntry e;
+                e.signal.id = QStringLiteral("tw-fill-%1").arg(i);
+                e.signal.line = Headline{QStringLiteral("$DOGO"), QStringLiteral("@ana bought"), QStringLiteral("$1.2M"), std::nullopt};
+                e.signal.createdAt = now - (2 - i) * 3 * 3600.0; // 6 h, 3 h and 0 h ago
+                e.signal.asset = AssetRef{QStringLiteral("DOGO"), std::nullopt, false};
+                e.signal.notionalUsd = 1.2e6;
+                kept << e;
+            }
+            QVERIFY(db.write(kept, now));
+        }
+        QSqlDatabase writer = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QStringLiteral("writer"));
+        writer.setDatabaseName(path);
+        QVERIFY(writer.open());
+        QVERIFY(QSqlQuery(writer).exec(QStringLiteral("BEGIN IMMEDIATE")));
+        QVERIFY(QSqlQuery(writer).exec(QStringLiteral("DELETE FROM signals")));
+
+        QVERIFY(run(p, {QStringLiteral("--history")}, env));
+        QCOMPARE(p.exitCode(), 0);
+        const QStringList lines = QString::fromUtf8(p.readAllStandardOutput()).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+        QCOMPARE(lines.size(), 3);
+        QVERIFY(lines.first().endsWith(QStringLiteral("WHALE  $DOGO · @ana bought  $1.2M  tw-fill-2")));
+        QVERIFY(lines.last().endsWith(QStringLiteral("tw-fill-0")));
+
+        QVERIFY(run(p, {QStringLiteral("--history"), QStringLiteral("--since"), QStringLiteral("4h"), QStringLiteral("--json")}, env));
+        QCOMPARE(p.exitCode(), 0);
+        const QList<QByteArray> json = p.readAllStandardOutput().split('\n');
+        QCOMPARE(json.size(), 3); // two objects and the last line break
+        QCOMPARE(QJsonDocument::fromJson(json.at(1)).object().value(QStringLiteral("id")).toString(), QStringLiteral("tw-fill-1"));
+        QCOMPARE(QJsonDocument::fromJson(json.at(0)).object().value(QStringLiteral("usd")).toDouble(), 1.2e6);
+
+        QSqlQuery(writer).exec(QStringLiteral("ROLLBACK"));
+        writer.close();
+        writer = QSqlDatabase();
+        QSqlDatabase::removeDatabase(QStringLiteral("writer"));
+    }
+
     void snapshotOfLiveData()
     {
         tarnwick::SimServer sim({.port = 0, .ratePerMinute = 240, .seed = 11});

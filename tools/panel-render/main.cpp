@@ -5,6 +5,7 @@
 
 #include "Feed/FeedStore.h"
 #include "Feed/TarnwickClient.h"
+#include "History/HistoryStore.h"
 #include "Model/Preferences.h"
 #include "Panel/PanelModel.h"
 #include "Panel/PanelSnapshots.h"
@@ -12,6 +13,7 @@
 
 #include <QDeadlineTimer>
 #include <QDir>
+#include <QTemporaryDir>
 #include <QGuiApplication>
 #include <QQuickItem>
 #include <QQuickWindow>
@@ -75,6 +77,67 @@ std::optional<Signal> richest(const QList<Signal> &signals, const FeedStore &sto
         if (!unloaded || !store.details().contains(s.id))
             return s;
     return std::nullopt;
+}
+
+bool settled(const FeedStore &store, const QString &id);
+
+// The History view over a scratch history: today's live signals and the same
+// again a day and two days back, the away banner on the main view, a range
+// applied, and a kept row opened into its evidence.
+void historyScenes(OffscreenPanel &panel, FeedStore &live)
+{
+    QTemporaryDir scratch;
+    HistoryStore::Options options;
+    options.path = scratch.filePath(QStringLiteral("history.sqlite"));
+    options.startDelayMs = 0;
+    options.batchIntervalMs = 10;
+    HistoryStore history(options);
+    QList<Signal> kept;
+    for (int day = 2; day >= 0; --day)
+        for (Signal s : live.signalList()) {
+            s.id += QStringLiteral("-d%1").arg(day);
+            s.createdAt -= day * 86400.0 + (day ? 3 * 3600.0 : 0.0);
+            kept.prepend(s);
+        }
+    std::stable_sort(kept.begin(), kept.end(), [](const Signal &a, const Signal &b) { return a.createdAt > b.createdAt; });
+    history.notePublished(kept);
+    history.flush();
+    waitFor([&] { return history.rowsWritten() >= kept.size(); }, 8000);
+    const double now = live.now();
+    history.setAway({now - 3 * 3600, now - 60, QStringLiteral("While you were away: 4 whales, largest $1.2M on $DOGO")});
+
+    PanelModel *model = panel.open();
+    model->history()->setHistoryStore(&history);
+    pause(200);
+    save(panel, QStringLiteral("away-banner.png"));
+
+    model = panel.open();
+    model->history()->setHistoryStore(&history);
+    model->history()->setShown(true);
+    waitFor([&] { return !model->history()->loading() && model->history()->count() > 0; }, 5000);
+    pause(PanelSnapshots::settleMs);
+    repaintAll(panel);
+    save(panel, QStringLiteral("history.png"));
+
+    // Found by a search, then opened into its evidence.
+    model->history()->setQueryText(QStringLiteral("whale"));
+    waitFor([&] { return !model->history()->loading() && model->history()->count() > 0; }, 5000);
+    const QVariant first = model->history()->data(model->history()->index(0), HistoryModel::IdRole);
+    if (first.isValid()) {
+        model->toggle(first.toString());
+        waitFor([&] { return settled(live, first.toString()); }, PanelSnapshots::detailWaitMs);
+        pause(PanelSnapshots::settleMs);
+        repaintAll(panel);
+        save(panel, QStringLiteral("history-open.png"));
+        model->toggle(first.toString());
+    }
+    model->history()->setQueryText(QString());
+    model->history()->openAway();
+    waitFor([&] { return !model->history()->loading(); }, 5000);
+    pause(PanelSnapshots::settleMs);
+    repaintAll(panel);
+    save(panel, QStringLiteral("history-away.png"));
+    panel.closeTree();
 }
 
 bool settled(const FeedStore &store, const QString &id)
@@ -336,6 +399,7 @@ int main(int argc, char **argv)
                      qUtf8Printable(error));
         ++failures;
     }
+    historyScenes(panel, live);
     live.stop();
     return failures == 0 ? 0 : 1;
 }

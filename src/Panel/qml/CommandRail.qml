@@ -5,6 +5,7 @@ Item {
     id: rail
     required property PanelModel panel
     signal settingsRequested()
+    signal historyRequested()
     implicitHeight: 46
 
     Row {
@@ -48,6 +49,13 @@ Item {
             systemName: "arrow.clockwise"
             help: "Refresh"
             onClicked: rail.panel.refresh()
+        }
+        HUDIconButton {
+            panel: rail.panel
+            objectName: "historyButton"
+            systemName: "clock.arrow.circlepath"
+            help: "History"
+            onClicked: rail.historyRequested()
         }
         HUDIconButton {
             panel: rail.panel

@@ -54,6 +54,7 @@ Item {
             panel: hudView.panel
             Layout.fillWidth: true
             onSettingsRequested: hudView.panel.showSettings = true
+            onHistoryRequested: hudView.panel.history.shown = true
         }
         // A layout rounds its items' heights up to whole points, which at 2x
         // would make the rule two device pixels: the layout gets a point
@@ -63,6 +64,12 @@ Item {
             Layout.fillWidth: true
             Layout.preferredHeight: 1
             Hairline { width: parent.width }
+        }
+        AwayBanner {
+            panel: hudView.panel
+            objectName: "awayBanner"
+            Layout.fillWidth: true
+            Layout.preferredHeight: implicitHeight
         }
 
         // Hero layer
@@ -349,6 +356,24 @@ Item {
         color: "transparent"
         border.width: Hud.hairlineWidth
         border.color: Hud.hairlineHot
+    }
+
+    HistoryView {
+        panel: hudView.panel
+        objectName: "historyView"
+        width: parent.width
+        height: parent.height
+        visible: hudView.panel.history.shown || historyFade.running
+        opacity: hudView.panel.history.shown ? 1 : 0
+        onBack: hudView.panel.history.shown = false
+        Behavior on opacity { enabled: hudView.panel.animated; NumberAnimation { id: historyFade; duration: Hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: Hud.glideCurve } }
+        Rectangle {
+            anchors.fill: parent
+            radius: 14
+            color: "transparent"
+            border.width: Hud.hairlineWidth
+            border.color: Hud.hairlineHot
+        }
     }
 
     SettingsView {
