@@ -11,6 +11,8 @@ class FeedStore;
 class PanelController;
 class StatusItemController;
 class TakeoverNotifier;
+class TickerBus;
+class QRect;
 class FreedesktopNotifications;
 
 class AppDelegate : public QObject {
@@ -31,6 +33,9 @@ public:
     // taking focus away does not reopen it.
     void togglePanel();
     void openPanel();
+    // The same, hanging from a rectangle a bar piece gave (screen coordinates).
+    void togglePanelAt(const QRect &anchor);
+    void openPanelAt(const QRect &anchor);
 
     FeedStore &store() { return *store_; }
 
@@ -47,5 +52,6 @@ private:
     std::unique_ptr<PanelController> panel_;
     std::unique_ptr<FreedesktopNotifications> notifications_;
     std::unique_ptr<TakeoverNotifier> notifier_;
+    std::unique_ptr<TickerBus> tickerBus_;
     bool terminated_ = false;
 };
