@@ -79,6 +79,7 @@ bool AppDelegate::start()
     tickerBus_->follow(statusItem_.get(), store_.get());
     tickerBus_->onTogglePanel = [this](const QRect &anchor) { togglePanelAt(anchor); };
     tickerBus_->onOpenPanel = [this](const QRect &anchor) { openPanelAt(anchor); };
+    tickerBus_->onQuit = [] { QMetaObject::invokeMethod(qApp, &QCoreApplication::quit, Qt::QueuedConnection); };
     tickerBus_->publish();
     store_->start();
     return true;

@@ -112,6 +112,11 @@ public Q_SLOTS:
         if (owner_->onSetPaused)
             owner_->onSetPaused(paused);
     }
+    void Quit()
+    {
+        if (owner_->onQuit)
+            owner_->onQuit();
+    }
     // While the calling connection lives (or until Detach), the strip stays hidden.
     void Attach(const QDBusMessage &message) { owner_->attach(message.service()); }
     void Detach(const QDBusMessage &message) { owner_->detach(message.service()); }

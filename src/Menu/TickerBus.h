@@ -5,7 +5,8 @@
 // the takeover and how long it has left, the link, the counts, paused, and the
 // accents to draw with. Each change goes out once, as PropertiesChanged with
 // only what changed; the pieces animate on their own. They ask back: toggle or
-// open the panel at a rectangle, show the menu at a point, pause.
+// open the panel at a rectangle, show the menu at a point, pause, quit (a
+// piece that draws the menu itself).
 //
 // A piece calls Attach() while it is on screen; the app then hides the strip
 // and gives its row back. The attachment lives as long as the caller's bus
@@ -86,6 +87,7 @@ public:
     std::function<void(const QRect &)> onOpenPanel;
     std::function<void(const QPoint &)> onShowMenu;
     std::function<void(bool)> onSetPaused;
+    std::function<void()> onQuit;
 
     int attachedCount() const { return int(pieces_.size()); }
 

@@ -45,6 +45,7 @@ const Request requests[] = {
     {"open at a bottom panel's applet", "OpenPanel", {1500, 860, 120, 40}, "open 1500,860 120x40"},
     {"menu at the pointer", "ShowMenu", {1400, 16}, "menu 1400,16"},
     {"pause", "SetPaused", {true}, "paused 1"}, {"resume", "SetPaused", {false}, "paused 0"},
+    {"quit from a piece's own menu", "Quit", {}, "quit"},
     {"nowhere on any screen", "TogglePanel", {1 << 30, 0, 10, 10}, ""},
     {"negative size", "OpenPanel", {0, 0, -5, 10}, ""}, {"menu far away", "ShowMenu", {0, -(1 << 29)}, ""}};
 // clang-format on
@@ -209,6 +210,7 @@ private Q_SLOTS:
         bus.onOpenPanel = [&](const QRect &r) { heard << u"open "_s + rect(r); };
         bus.onShowMenu = [&](const QPoint &at) { heard << u"menu %1,%2"_s.arg(at.x()).arg(at.y()); };
         bus.onSetPaused = [&](bool paused) { heard << u"paused %1"_s.arg(int(paused)); };
+        bus.onQuit = [&] { heard << u"quit"_s; };
         QDBusConnection p = piece(u"asker"_s);
         QCOMPARE(call(p, QLatin1String(method), args).type(), QDBusMessage::ReplyMessage);
         QCOMPARE(heard, *done ? QStringList{QLatin1String(done)} : QStringList{});
