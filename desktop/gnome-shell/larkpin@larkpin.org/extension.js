@@ -12,7 +12,7 @@
 // The shell's modules. GNOME 45 turns these into ES module imports and the
 // init()/enable()/disable() functions at the bottom into a class: both ends of
 // this file are all that changes.
-const {Clutter, Gio, GObject, Pango, St} = imports.gi;
+const {Clutter, Gio, GLib, GObject, Pango, St} = imports.gi;
 const Main = imports.ui.main;
 const PanelMenu = imports.ui.panelMenu;
 const PopupMenu = imports.ui.popupMenu;
@@ -61,8 +61,38 @@ function keepWhole(label) {
     label.clutter_text.ellipsize = Pango.EllipsizeMode.NONE;
 }
 
+// The desktop's wish for less motion: St's enable-animations (which the shell
+// also turns off when it renders in software). LARKPIN_REDUCE_MOTION=1 or 0 in
+// the shell's environment overrides it, as it does for the app.
 function animationsOn() {
+    const override = GLib.getenv('LARKPIN_REDUCE_MOTION');
+    if (override === '1' || override === '0')
+        return override === '0';
     return St.Settings.get().enable_animations;
+}
+
+// Eases `props` over `ms`: through the shell's ease() where the shell
+// animates, through Clutter's own easing where only the override asks for
+// motion (ease() would cut it to nothing). 0 ms sets them at once.
+function tween(actor, props, ms, mode, done) {
+    const settings = St.Settings.get();
+    if (ms > 0 && settings.enable_animations) {
+        actor.ease({...props, duration: ms, mode, onStopped: done});
+        return;
+    }
+    actor.save_easing_state();
+    actor.set_easing_duration(ms > 0 ? Math.round(ms * settings.slow_down_factor) : 0);
+    actor.set_easing_mode(mode);
+    for (const [key, value] of Object.entries(props))
+        actor[key] = value;
+    actor.restore_easing_state();
+    if (!done)
+        return;
+    const transition = actor.get_transition(Object.keys(props)[0].replace(/_/g, '-'));
+    if (transition)
+        transition.connect('stopped', () => done());
+    else
+        done();
 }
 
 // A figure on its way to `target`, printed the way the app printed the final one.
@@ -248,11 +278,11 @@ class TickerButton extends PanelMenu.Button {
             return;
         }
         incoming.translation_y = travel;
-        incoming.ease({translation_y: 0, duration: FLIP_MS, mode: Clutter.AnimationMode.EASE_OUT_CUBIC});
+        tween(incoming, {translation_y: 0}, FLIP_MS, Clutter.AnimationMode.EASE_OUT_CUBIC);
         for (const old of outgoing) {
             old.remove_all_transitions();
-            old.ease({translation_y: -travel, opacity: 0, duration: FLIP_MS,
-                mode: Clutter.AnimationMode.EASE_OUT_CUBIC, onStopped: () => old.destroy()});
+            tween(old, {translation_y: -travel, opacity: 0}, FLIP_MS, Clutter.AnimationMode.EASE_OUT_CUBIC,
+                () => old.destroy());
         }
     }
 
@@ -270,9 +300,11 @@ class TickerButton extends PanelMenu.Button {
         const motion = animate && animationsOn();
         if (!key) {
             this._focal.remove_all_transitions();
-            this._focal.ease({opacity: 0, duration: motion ? 180 : 0,
-                onStopped: () => { if (!this._takeoverKey) this._focal.hide(); }});
-            this._rows.ease({opacity: 255, duration: motion ? ENTER_MS : 0});
+            tween(this._focal, {opacity: 0}, motion ? 180 : 0, Clutter.AnimationMode.EASE_OUT_QUAD, () => {
+                if (!this._takeoverKey)
+                    this._focal.hide();
+            });
+            tween(this._rows, {opacity: 255}, motion ? ENTER_MS : 0, Clutter.AnimationMode.EASE_OUT_QUAD);
             return;
         }
         const accent = this._accent(t.kind);
@@ -281,19 +313,18 @@ class TickerButton extends PanelMenu.Button {
         this._focalRow.set_style(`box-shadow: 0 0 6px 0 ${accent}b3; background-color: ${accent}26;`);
         this._focalAmount.set_style(`color: ${accent};`);
         this._hold.set_style(`background-color: ${accent};`);
-        this._rows.ease({opacity: DIMMED, duration: motion ? ENTER_MS : 0});
+        tween(this._rows, {opacity: DIMMED}, motion ? ENTER_MS : 0, Clutter.AnimationMode.EASE_OUT_QUAD);
 
         this._focal.show();
         this._focal.remove_all_transitions();
         this._focal.set_pivot_point(0.5, 0.5);
         if (motion && wasShowing) {
             this._focal.translation_y = 5;
-            this._focal.ease({translation_y: 0, duration: 200, mode: Clutter.AnimationMode.EASE_OUT_CUBIC});
+            tween(this._focal, {translation_y: 0}, 200, Clutter.AnimationMode.EASE_OUT_CUBIC);
         } else if (motion) {
             this._focal.set_scale(0.93, 0.93);
             this._focal.opacity = 0;
-            this._focal.ease({scale_x: 1, scale_y: 1, opacity: 255, duration: 320,
-                mode: Clutter.AnimationMode.EASE_OUT_BACK});
+            tween(this._focal, {scale_x: 1, scale_y: 1, opacity: 255}, 320, Clutter.AnimationMode.EASE_OUT_BACK);
         } else {
             this._focal.set_scale(1, 1);
             this._focal.translation_y = 0;
@@ -311,7 +342,12 @@ class TickerButton extends PanelMenu.Button {
         const full = Math.max(this._lane.width - 4, 40);
         this._hold.remove_all_transitions();
         this._hold.width = Math.round(full * Math.min(1, left / hold));
-        this._hold.ease({width: 0, duration: left, mode: Clutter.AnimationMode.LINEAR});
+        // A clock more than a motion: it runs down with or without animations.
+        this._hold.save_easing_state();
+        this._hold.set_easing_duration(left);
+        this._hold.set_easing_mode(Clutter.AnimationMode.LINEAR);
+        this._hold.width = 0;
+        this._hold.restore_easing_state();
     }
 
     // The figure rolls from nothing to the trade's size, on the stage's frames.
