@@ -72,40 +72,42 @@ function animationsOn() {
 }
 
 // Eases `props` over `ms`: through the shell's ease() where the shell
-// animates, through Clutter's own easing where only the override asks for
-// motion (ease() would cut it to nothing). 0 ms sets them at once.
+// animates; where only the override asks for motion, on a timeline of our own
+// (the shell cuts its ease() and Clutter's implicit easing to nothing then).
+// 0 ms sets them at once.
 function tween(actor, props, ms, mode, done) {
     const settings = St.Settings.get();
+    actor._larkpinTween?.stop();
     if (ms > 0 && settings.enable_animations) {
         actor.ease({...props, duration: ms, mode, onStopped: done});
         return;
     }
-    actor.save_easing_state();
-    actor.set_easing_duration(ms > 0 ? Math.round(ms * settings.slow_down_factor) : 0);
-    actor.set_easing_mode(mode);
-    for (const [key, value] of Object.entries(props))
-        actor[key] = value;
-    actor.restore_easing_state();
-    if (!done)
+    const finish = () => {
+        actor._larkpinTween = null;
+        Object.assign(actor, props);
+        done?.();
+    };
+    const duration = Math.round(ms * settings.slow_down_factor);
+    if (duration <= 0) {
+        finish();
         return;
-    const transition = actor.get_transition(Object.keys(props)[0].replace(/_/g, '-'));
-    if (transition)
-        transition.connect('stopped', () => done());
-    else
-        done();
-}
-
-// A figure on its way to `target`, printed the way the app printed the final one.
-function shapedLike(value, final) {
-    const m = /^([^0-9]*)([0-9][0-9,]*)(\.([0-9]+))?([KMB]?)(.*)$/.exec(final);
-    if (!m)
-        return final;
-    const scale = {K: 1e3, M: 1e6, B: 1e9}[m[5]] || 1;
-    const decimals = m[4] ? m[4].length : 0;
-    let digits = (value / scale).toFixed(decimals);
-    if (m[2].includes(','))
-        digits = digits.replace(/\B(?=(\d{3})+(?!\d))/g, ',');
-    return `${m[1]}${digits}${m[5]}${m[6]}`;
+    }
+    const from = {};
+    for (const key of Object.keys(props))
+        from[key] = actor[key];
+    const timeline = new Clutter.Timeline({actor, duration, progress_mode: mode});
+    timeline.connect('new-frame', () => {
+        const k = timeline.get_progress();
+        for (const [key, to] of Object.entries(props)) {
+            const v = from[key] + (to - from[key]) * k;
+            actor[key] = key === 'opacity' ? Math.max(0, Math.min(255, Math.round(v))) : v;
+        }
+    });
+    timeline.connect('completed', finish);
+    const destroyId = actor.connect('destroy', () => timeline.stop());
+    timeline.connect('stopped', () => actor.disconnect(destroyId));
+    actor._larkpinTween = timeline;
+    timeline.start();
 }
 
 const TickerButton = GObject.registerClass(
