@@ -1,6 +1,7 @@
 # What `cmake --install` puts on a machine and how `cpack -G DEB` wraps it.
 # The tape simulator is a developer's tool: it goes to libexec, off PATH.
 include(GNUInstallDirs)
+include(${CMAKE_CURRENT_LIST_DIR}/DesktopPieces.cmake)
 
 # Debian's hardening flags (fortified libc calls, stack protector, read-only
 # relocations bound at start) on everything the app and the simulator are

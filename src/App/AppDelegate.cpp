@@ -5,6 +5,7 @@
 #include "Feed/FeedStore.h"
 #include "History/HistoryStore.h"
 #include "Menu/StatusItemController.h"
+#include "Menu/TickerBus.h"
 #include "Panel/PanelController.h"
 #include "Panel/PanelModel.h" // the controller's inline accessors need it whole
 #include "App/Snapshot.h"
@@ -24,6 +25,7 @@ AppDelegate::~AppDelegate()
 {
     shutdown();
     // The views observe the store: they go first.
+    tickerBus_.reset();
     statusItem_.reset();
     awayNotifier_.reset();
     away_.reset();
@@ -73,6 +75,13 @@ bool AppDelegate::start()
     notifier_->isWatched = [store](const Signal &s) { return store->isWatched(s); };
     statusItem_->onTakeover = [this](const Signal &s) { notifier_->takeover(s); };
     startHistory();
+    // The ticker on the session bus, for a piece of the desktop's own bar.
+    tickerBus_ = std::make_unique<TickerBus>();
+    tickerBus_->follow(statusItem_.get(), store_.get());
+    tickerBus_->onTogglePanel = [this](const QRect &anchor) { togglePanelAt(anchor); };
+    tickerBus_->onOpenPanel = [this](const QRect &anchor) { openPanelAt(anchor); };
+    tickerBus_->onQuit = [] { QMetaObject::invokeMethod(qApp, &QCoreApplication::quit, Qt::QueuedConnection); };
+    tickerBus_->publish();
     store_->start();
     return true;
 }
@@ -162,20 +171,32 @@ void AppDelegate::startHistory()
 
 void AppDelegate::togglePanel()
 {
-    if (!panel_ || !statusItem_)
+    if (statusItem_)
+        togglePanelAt(statusItem_->anchorRect());
+}
+
+void AppDelegate::openPanel()
+{
+    if (statusItem_)
+        openPanelAt(statusItem_->anchorRect());
+}
+
+void AppDelegate::togglePanelAt(const QRect &anchor)
+{
+    if (!panel_)
         return;
     if (panel_->isVisible()) {
         panel_->close();
         return;
     }
     if (shouldOpen(false, panel_->secondsSinceClosed()))
-        panel_->show(statusItem_->anchorRect());
+        panel_->show(anchor);
 }
 
-void AppDelegate::openPanel()
+void AppDelegate::openPanelAt(const QRect &anchor)
 {
-    if (panel_ && statusItem_ && !panel_->isVisible())
-        panel_->show(statusItem_->anchorRect());
+    if (panel_ && !panel_->isVisible())
+        panel_->show(anchor);
 }
 
 void AppDelegate::shutdown()

@@ -11,6 +11,8 @@ class FeedStore;
 class PanelController;
 class StatusItemController;
 class TakeoverNotifier;
+class TickerBus;
+class QRect;
 class FreedesktopNotifications;
 class HistoryStore;
 class AwayWatch;
@@ -35,6 +37,9 @@ public:
     // taking focus away does not reopen it.
     void togglePanel();
     void openPanel();
+    // The same, hanging from a rectangle a bar piece gave (screen coordinates).
+    void togglePanelAt(const QRect &anchor);
+    void openPanelAt(const QRect &anchor);
 
     FeedStore &store() { return *store_; }
 
@@ -58,5 +63,6 @@ private:
     std::unique_ptr<HistoryStore> history_;
     std::unique_ptr<AwayWatch> away_;
     std::unique_ptr<AwayNotifier> awayNotifier_;
+    std::unique_ptr<TickerBus> tickerBus_;
     bool terminated_ = false;
 };

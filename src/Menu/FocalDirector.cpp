@@ -17,6 +17,11 @@ bool FocalDirector::releasePending() const
     return releaseTask_->isActive();
 }
 
+int FocalDirector::remainingMs() const
+{
+    return current_ && releaseTask_->isActive() ? std::max(0, releaseTask_->remainingTime()) : 0;
+}
+
 void FocalDirector::consider(const QList<Signal> &list, double threshold, const QSet<QString> &watched)
 {
     QSet<QString> ids;

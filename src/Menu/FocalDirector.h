@@ -38,6 +38,8 @@ public:
     void holdWarmUp() { warmUpHeld_ = true; }
     void releaseWarmUp() { warmUpHeld_ = false; }
     bool releasePending() const;
+    // What is left of the current takeover's hold, in ms (0 without one).
+    int remainingMs() const;
 
     // Called with the new focal signal, or with none when the takeover ends.
     std::function<void(const std::optional<Signal> &)> onChange;

@@ -11,6 +11,7 @@
 
 #include <QAction>
 #include <QCoreApplication>
+#include <QCursor>
 #include <QGuiApplication>
 #include <QKeySequence>
 #include <QMenu>
@@ -332,6 +333,7 @@ StatusItemController::StatusItemController(FeedStore *store, QObject *parent) : 
         applyFocal(s);
         if (s && onTakeover)
             onTakeover(*s);
+        Q_EMIT focalChanged();
     };
     // No look at the (still empty) list here: the director's first look must be
     // the initial fetch, whose trades never take the strip over.
@@ -393,7 +395,15 @@ bool StatusItemController::stripShown() const
 
 bool StatusItemController::stripWanted() const
 {
-    return !store_->preferences().trayOnly && !(positionsIgnored_ && tray_);
+    return !store_->preferences().trayOnly && !(positionsIgnored_ && tray_) && !barPieceAttached_;
+}
+
+void StatusItemController::setBarPieceAttached(bool attached)
+{
+    if (barPieceAttached_ == attached)
+        return;
+    barPieceAttached_ = attached;
+    applyStripMode();
 }
 
 void StatusItemController::applyStripMode()
@@ -413,7 +423,7 @@ void StatusItemController::applyStripMode()
         X11Desktop::reserve(strip_->windowHandle(), QRect()); // give the row back
         reserved_ = QRect();
     }
-    if (!tray_)
+    if (!tray_ && !barPieceAttached_)
         Log::write("Larkpin",
                    QStringLiteral("no strip and no tray yet: launch Larkpin again to open its panel"));
 }
@@ -669,12 +679,29 @@ void StatusItemController::togglePause()
     store_->updatePreferences(p);
 }
 
+QRect StatusItemController::trayAnchor(const QRect &icon, const std::optional<QPoint> &pointer,
+                                       const QRect &available)
+{
+    if (!icon.isEmpty())
+        return icon;
+    if (pointer)
+        return QRect(*pointer, QSize(1, 1));
+    // A rectangle whose right end puts the panel's middle at the screen's.
+    constexpr int span = 380;
+    return QRect(available.center().x() + 1 - span / 2, available.top(), span, 1);
+}
+
 QRect StatusItemController::anchorRect() const
 {
     if (trayClicked_ && tray_ && tray_->isVisible()) {
-        const QRect icon = tray_->geometry(); // empty when the host does not say
-        if (!icon.isEmpty())
-            return icon;
+        // A StatusNotifierItem host (KDE, Xfce, tint2) never says where the
+        // icon is; the pointer that just clicked it does, except on Wayland.
+        const bool wayland = QGuiApplication::platformName().startsWith(QLatin1String("wayland"));
+        QScreen *screen = QGuiApplication::screenAt(QCursor::pos());
+        if (!screen || wayland)
+            screen = QGuiApplication::primaryScreen();
+        return trayAnchor(tray_->geometry(), wayland ? std::nullopt : std::optional<QPoint>(QCursor::pos()),
+                          screen ? screen->availableGeometry() : QRect());
     }
     if (stripShown())
         return QRect(strip_->mapToGlobal(QPoint(0, 0)), strip_->size());

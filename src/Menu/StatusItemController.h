@@ -61,6 +61,10 @@ public:
     QRect anchorRect() const;
     // False in tray-only mode.
     bool stripShown() const;
+    // A piece of the desktop's own bar draws the ticker: no strip, no reserved
+    // row, until it goes away.
+    void setBarPieceAttached(bool attached);
+    bool barPieceAttached() const { return barPieceAttached_; }
     StatusStreamView *view() const { return view_; }
     FocalDirector *focalDirector() const { return focalDirector_; }
     QWidget *strip() const;
@@ -98,6 +102,11 @@ public:
     // The panel's anchor when nothing on screen says where Larkpin is: the
     // top-right corner of the work area.
     static QRect cornerAnchor(const QRect &available);
+    // The panel's anchor after a click on the tray icon: the icon when the
+    // host says where it is; otherwise the pointer, which is on the icon
+    // (X11); otherwise (native Wayland tells no one where the pointer is)
+    // centred under the top of the work area.
+    static QRect trayAnchor(const QRect &icon, const std::optional<QPoint> &pointer, const QRect &available);
     // The bar's colour read off the screen; none where the screen cannot be read.
     static std::optional<QColor> sampleBarColour(QScreen *screen, const QRect &region);
     static bool isDarkColour(const QColor &colour);
@@ -107,6 +116,10 @@ public:
     static void paintStrip(QPainter &p, const QSizeF &size, const QColor &bar, bool rounded = true);
     // The tray's monochrome mark, light on a dark panel and dark on a light one.
     static QImage trayMark(bool darkPanel, int size = 32);
+
+Q_SIGNALS:
+    // The takeover began, changed hands or ended.
+    void focalChanged();
 
 private Q_SLOTS:
     // The X11 tray manager came, went or changed hands.
@@ -140,4 +153,5 @@ private:
     QRect reserved_; // the strip's reservation in effect
     bool positionsIgnored_ = false;
     bool trayClicked_ = false; // the last click came from the tray icon
+    bool barPieceAttached_ = false;
 };
