@@ -269,9 +269,13 @@ void TarnwickClient::noteClock(const QByteArray &dateHeader)
     if (!date.isValid())
         return;
     // The header has whole seconds and the answer took its time: only a
-    // difference well past both is a skew.
+    // difference well past both is a skew. Estimates of one skew differ by a
+    // second or so; the offset moves only when the clocks really moved, or
+    // every stamp would shift a little with each answer (and a fill seen
+    // before could read as newer than the newest taken).
     const double offset = double(date.toSecsSinceEpoch()) - now_();
-    clockOffset_ = std::fabs(offset) > skewThreshold ? offset : 0;
+    if (std::fabs(offset - clockOffset_) > offsetSettle)
+        clockOffset_ = std::fabs(offset) > skewThreshold ? offset : 0;
     if (clockOffset_ != 0 && !skewLogged_) {
         skewLogged_ = true;
         notice(QStringLiteral("clock skew: the tape service's clock is ") +
@@ -307,10 +311,14 @@ bool TarnwickClient::readStamp(double &ts, const char *what)
 
 void TarnwickClient::deliver(QList<TwFill> fills, bool gated)
 {
+    // Malformed stamps drop their fill here; the rest keep the service's own
+    // stamp until they are handed on. The mark compares those: read in local
+    // time (offset, clamped to now) one fill would read differently from one
+    // answer to the next.
     const qsizetype before = fills.size();
     qsizetype good = 0;
     for (qsizetype i = 0; i < fills.size(); ++i)
-        if (readStamp(fills[i].ts, "a fill"))
+        if (double local = fills[i].ts; readStamp(local, "a fill"))
             fills[good++] = std::move(fills[i]);
     fills.resize(good);
     fillsDropped_ += before - good;
@@ -383,6 +391,8 @@ void TarnwickClient::deliver(QList<TwFill> fills, bool gated)
     }
     if (kept.isEmpty())
         return;
+    for (TwFill &f : kept)
+        readStamp(f.ts, "a fill"); // in range: only read in local time
     newestDelivered_ = std::ranges::max(kept, {}, &TwFill::ts).ts;
     ensureEnrichment();
     if (onFills)

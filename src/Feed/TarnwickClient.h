@@ -120,6 +120,7 @@ public:
     // Date headers further apart from the local clock than this are a skew
     // (logged once), and the stamps are read in local time.
     static constexpr double skewThreshold = 90;
+    static constexpr double offsetSettle = 5; // a new estimate within this of the last changes nothing
 
     // State, for tests and the measuring scripts.
     bool isStopped() const { return stopped_; }
@@ -206,7 +207,7 @@ private:
     int socketFailures_ = 0;
     bool stopped_ = true;
     qint64 lastFillId_ = 0;
-    double markTs_ = 0;                   // newest stamp delivered under the current numbering
+    double markTs_ = 0;                   // newest stamp delivered under the current numbering (the service's clock)
     std::optional<qint64> leapCandidate_; // a fill far above the mark, waiting for a second
     int restarts_ = 0;
     double clockOffset_ = 0;
