@@ -81,7 +81,9 @@ EmptyState emptyState(bool visibleSignalsEmpty, LinkState link, const LinkTroubl
     case LinkTrouble::unreachable:
         state.symbol = linkSymbol(LinkState::down);
         state.message = QStringLiteral("Can't reach the tape service at ") + trouble.where + QLatin1Char('.');
-        if (!bundledService.isEmpty())
+        // Starting the bundled service helps only when the app looks for one on this machine.
+        if (!bundledService.isEmpty() && (trouble.where.startsWith(QLatin1String("127.")) ||
+                                          trouble.where.startsWith(QLatin1String("localhost:"))))
             state.message += QStringLiteral("\nStart the bundled one: ") + bundledService;
         break;
     case LinkTrouble::unverified:

@@ -36,7 +36,8 @@ EmptyState emptyState(bool visibleSignalsEmpty, LinkState link);
 // The same, where a known cause of the failures (nothing answers at the
 // address; the service cannot prove who it is) takes the place of the link's
 // message while nothing is shown. `bundledService` is the path of the
-// bundled tape service when it is installed, otherwise empty.
+// bundled tape service when it is installed, otherwise empty; it is offered
+// only for an address on this machine.
 EmptyState emptyState(bool visibleSignalsEmpty, LinkState link, const LinkTrouble &trouble,
                       const QString &bundledService = {});
 inline constexpr char bundledServicePath[] = "/usr/libexec/larkpin/tarnwick-sim";

@@ -2,7 +2,8 @@
 // The service's listening socket when it speaks TLS: every connection is
 // handed on only once its handshake is done, as a QSslSocket that the HTTP
 // and WebSocket code read and write like any TCP socket. A handshake not done
-// in 10 s is dropped, so a silent peer holds nothing for long.
+// in 10 s is dropped (a stalled one, in 60 s), so a silent peer holds nothing
+// for long.
 
 #include <QSslConfiguration>
 #include <QString>
