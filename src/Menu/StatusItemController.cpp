@@ -119,7 +119,8 @@ std::optional<QColor> meanOfRoot(const QRect &device)
     if (!c || device.isEmpty())
         return std::nullopt;
     const xcb_screen_t *root = xcb_setup_roots_iterator(xcb_get_setup(c)).data;
-    if (!root || (root->root_depth != 24 && root->root_depth != 32))
+    if (!root || (root->root_depth != 24 && root->root_depth != 32) ||
+        xcb_get_setup(c)->image_byte_order != XCB_IMAGE_ORDER_LSB_FIRST)
         return std::nullopt;
     const QRect r = device.intersected(QRect(0, 0, root->width_in_pixels, root->height_in_pixels));
     if (r.isEmpty())
@@ -136,7 +137,7 @@ std::optional<QColor> meanOfRoot(const QRect &device)
     if (bytes == r.width() * r.height() * 4) {
         const uint8_t *px = xcb_get_image_data(reply);
         quint64 sum[3] = {0, 0, 0};
-        for (int i = 0; i < bytes; i += 4) { // B, G, R, pad on every little-endian server
+        for (int i = 0; i < bytes; i += 4) { // B, G, R, pad in LSB-first order
             sum[0] += px[i + 2];
             sum[1] += px[i + 1];
             sum[2] += px[i];
