@@ -3,12 +3,14 @@
 // notification service on a private session bus.
 
 #include "Desktop/Notifier.h"
+#include "PrivateBus.h"
 #include "Table.h"
 
 #include <QDBusAbstractAdaptor>
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QProcess>
+#include <QTemporaryDir>
 #include <QTest>
 
 using namespace Qt::StringLiterals;
@@ -132,7 +134,8 @@ private Q_SLOTS:
     void overTheSessionBus()
     {
         QProcess daemon;
-        daemon.start(QStringLiteral("dbus-daemon"), L("--session --nofork --print-address"));
+        QTemporaryDir busDir;
+        startPrivateBus(daemon, busDir);
         if (!daemon.waitForStarted(5000))
             QSKIP("dbus-daemon is not installed");
         QVERIFY(QTest::qWaitFor([&] { return daemon.canReadLine(); }, 5000));
