@@ -27,6 +27,12 @@ shell_ext() { # a method of the shell's extension service
 }
 extension_state() { shell_ext GetExtensionInfo "$uuid" | grep -q "'state': <$1.0>"; } # 1 enabled, 2 disabled
 attached() { ticker_prop Attached | grep -q 'uint32 1'; }
+overview_left() {
+  gdbus call --session --dest org.gnome.Shell --object-path /org/gnome/Shell \
+    --method org.freedesktop.DBus.Properties.Set org.gnome.Shell OverviewActive '<false>' >/dev/null 2>&1
+  gdbus call --session --dest org.gnome.Shell --object-path /org/gnome/Shell \
+    --method org.freedesktop.DBus.Properties.Get org.gnome.Shell OverviewActive 2>/dev/null | grep -q false
+}
 paused() { ticker_prop Paused | grep -q true; }
 not_in_takeover() { ! in_takeover; }
 ticker_call() {
@@ -80,15 +86,16 @@ gnome_inner() { # monitors (1 or 2); runs inside the private session
     fail "a row is still reserved: work area $wa"
 
   wait_for 60 has_rows || fail "no ticker rows published"
-  # Input through the shell's own path; Escape leaves the overview it starts in.
+  # Input through the shell's own path.
   mkfifo "$gwork/input"
   local width=1600
   [ "$1" = 2 ] && width=2880
   gjs "$here_gnome/gnome-input.js" "$width" <"$gwork/input" >>"$out/log.txt" 2>&1 &
   pids+=($!)
   exec 7>"$gwork/input"
-  echo "key 65307" >&7
-  sleep 2
+  # The shell starts in the overview, which hides every window: leave it.
+  wait_for 20 overview_left || fail "the overview stays"
+  sleep 1
   if [ "$1" = 1 ]; then
     # Slowed animations (GNOME_SHELL_SLOWDOWN_FACTOR) make a flip last over a
     # second: one screenshot right after the row changes lands in it.
@@ -121,11 +128,13 @@ gnome_inner() { # monitors (1 or 2); runs inside the private session
     pass "ticker drawn in the top bar at x=$dot"
   else
     pass "ticker drawn in the top bar at x=$dot"
+    wait_for 10 overview_left
     echo "move $((dot + 60)) 16" >&7
     echo "click" >&7
     if wait_for 10 panel_open; then
       local id x y w h; read -r id x y w h < <(app_windows | awk '$4 >= 400' | head -1)
       sleep 1.5
+      wait_for 10 overview_left
       gshot "$out/$tag-panel.png"
       # Right under the button: its top just below the bar, its span over the click.
       if ((y < 120 && x <= dot + 60 && x + w >= dot)); then

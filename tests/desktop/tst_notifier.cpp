@@ -4,12 +4,14 @@
 // service on a private session bus.
 
 #include "Desktop/Notifier.h"
+#include "PrivateBus.h"
 #include "Table.h"
 
 #include <QDBusAbstractAdaptor>
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QProcess>
+#include <QTemporaryDir>
 #include <QTest>
 
 using namespace Qt::StringLiterals;
@@ -249,7 +251,8 @@ private Q_SLOTS:
     {
         constexpr int patience = 60000;
         QProcess daemon;
-        daemon.start(QStringLiteral("dbus-daemon"), L("--session --nofork --print-address"));
+        QTemporaryDir busDir;
+        startPrivateBus(daemon, busDir);
         if (!daemon.waitForStarted(patience))
             QSKIP("dbus-daemon is not installed");
         QVERIFY(QTest::qWaitFor([&] { return daemon.canReadLine(); }, patience));

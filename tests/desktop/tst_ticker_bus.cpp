@@ -4,6 +4,7 @@
 // piece's connection goes.
 
 #include "IsolatedSettings.h"
+#include "PrivateBus.h"
 #include "Table.h"
 
 #include "Feed/FeedStore.h"
@@ -18,6 +19,7 @@
 #include <QDBusPendingCall>
 #include <QDBusVariant>
 #include <QProcess>
+#include <QTemporaryDir>
 #include <QTest>
 
 using namespace Qt::StringLiterals;
@@ -71,6 +73,7 @@ public Q_SLOTS:
 class TickerBusTest : public QObject {
     Q_OBJECT
 
+    QTemporaryDir busDir_;
     QProcess daemon_;
     QString address_;
     double clock_ = 1'700'000'000;
@@ -116,7 +119,7 @@ private Q_SLOTS:
     void initTestCase()
     {
         isolateSettings();
-        daemon_.start(u"dbus-daemon"_s, {u"--session"_s, u"--nofork"_s, u"--print-address"_s});
+        startPrivateBus(daemon_, busDir_);
         if (!daemon_.waitForStarted(5000))
             QSKIP("dbus-daemon is not installed");
         QVERIFY(QTest::qWaitFor([&] { return daemon_.canReadLine(); }, 10000));

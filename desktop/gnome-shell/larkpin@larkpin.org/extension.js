@@ -104,10 +104,30 @@ function tween(actor, props, ms, mode, done) {
         }
     });
     timeline.connect('completed', finish);
-    const destroyId = actor.connect('destroy', () => timeline.stop());
-    timeline.connect('stopped', () => actor.disconnect(destroyId));
+    let destroyed = false;
+    const destroyId = actor.connect('destroy', () => {
+        destroyed = true;
+        timeline.stop();
+    });
+    timeline.connect('stopped', () => {
+        if (!destroyed)
+            actor.disconnect(destroyId);
+    });
     actor._larkpinTween = timeline;
     timeline.start();
+}
+
+// A figure on its way to `target`, printed the way the app printed the final one.
+function shapedLike(value, final) {
+    const m = /^([^0-9]*)([0-9][0-9,]*)(\.([0-9]+))?([KMB]?)(.*)$/.exec(final);
+    if (!m)
+        return final;
+    const scale = {K: 1e3, M: 1e6, B: 1e9}[m[5]] || 1;
+    const decimals = m[4] ? m[4].length : 0;
+    let digits = (value / scale).toFixed(decimals);
+    if (m[2].includes(','))
+        digits = digits.replace(/\B(?=(\d{3})+(?!\d))/g, ',');
+    return `${m[1]}${digits}${m[5]}${m[6]}`;
 }
 
 const TickerButton = GObject.registerClass(

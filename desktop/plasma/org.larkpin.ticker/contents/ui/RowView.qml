@@ -23,7 +23,7 @@ Item {
                 font.pixelSize: 12
                 textFormat: Text.PlainText
                 font.bold: true
-                color: ticker.source.accents["ink"] || "#06070a"
+                color: ticker.badgeInk
             }
         }
         Text {

@@ -21,6 +21,9 @@ Item {
     readonly property color barColour: PlasmaCore.Theme.backgroundColor
     readonly property bool darkBar: (0.2126 * barColour.r + 0.7152 * barColour.g + 0.0722 * barColour.b) < 0.5
     readonly property var arrows: ({ buy: " \u25B2", sell: " \u25BC" })
+    // The badge's writing: the app's ink on the bright accents of a dark bar,
+    // white on the deeper ones of a light bar.
+    readonly property color badgeInk: darkBar ? (source.accents["ink"] || "#06070a") : "#ffffff"
 
     function accent(kind) {
         const a = source.accents
@@ -191,12 +194,12 @@ Item {
                             Text {
                                 id: focalBadge
                                 anchors.centerIn: parent
-                                text: (taking.t.kind || "").toUpperCase() + "  " + (taking.t.symbol || "")
+                                text: (taking.t.symbol || "")
                                       + (root.arrows[taking.t.direction] || "")
                                 font.pixelSize: 12
                                 textFormat: Text.PlainText
                                 font.bold: true
-                                color: source.accents["ink"] || "#06070a"
+                                color: root.badgeInk
                             }
                         }
                         Text {
