@@ -490,7 +490,12 @@ def check_menu_stays(s, strip):
         (None, [])
     if not check(f"{s.scenario}: the stream lists rows", len(rows) >= 2, f"{len(rows)} rows"):
         return
-    row = rows[len(rows) // 2]
+    # A row in plain sight: a reader reports rows the list clips as showing too.
+    lx, ly, lw, lh = extents(lst)
+    seen = [r for r in rows if ly + 4 <= centre(r)[1] <= ly + lh - 30]
+    if not check(f"{s.scenario}: a row is in plain sight", bool(seen), f"list {lw}x{lh}+{lx}+{ly}"):
+        return
+    row = seen[len(seen) // 2]
     before = [r.name for r in rows]
     click(*centre(row), button=3)
     menu = wait_for("the menu", lambda: find(lambda a: role(a) in ("menu", "popup menu") and showing(a)), 10)
@@ -556,6 +561,9 @@ def check_keyboard(s, strip):
     """Tab walks rail, heroes, chips, stream rows and band in that order with focus
     drawn; arrows move through the stream."""
     open_panel(s, strip)
+    # Keys go to the window that has the keyboard: wait until the panel has it.
+    wait_for("the panel to take the keyboard", lambda: find(
+        lambda a: a.name == "Larkpin" and role(a) == "frame" and a.getState().contains(pyatspi.STATE_ACTIVE)), 20)
     order = []
     last = None
     for _ in range(40):
@@ -564,6 +572,9 @@ def check_keyboard(s, strip):
                                                (f.name, role(f), extents(f)) != last else None)(focused()), 5)
         if f is None:
             break
+        if role(f) == "list":  # the list hands the focus on to its current row
+            f = wait_for("the current row", lambda: (lambda g: g if g is not None and role(g) == "list item"
+                                                     else None)(focused()), 3) or f
         last = (f.name, role(f), extents(f))
         order.append((role(f), f.name))
         if len(order) > 2 and order[-1] == order[0]:
@@ -573,9 +584,9 @@ def check_keyboard(s, strip):
     def first(pred):
         return next((i for i, (r, n) in enumerate(order) if pred(r, n)), None)
     chip = first(lambda r, n: r == "radio button")
-    row = first(lambda r, n: r == "list item")
+    row = first(lambda r, n: r == "list item" or (r == "list" and n == "Stream"))
     band = first(lambda r, n: "telemetry" in n.lower() or "band" in n.lower())
-    check(f"{s.scenario}: Tab reaches the chips, then a stream row, then the band",
+    check(f"{s.scenario}: Tab reaches the chips, then the stream, then the band",
           chip is not None and row is not None and band is not None and chip < row < band,
           f"chip {chip}, row {row}, band {band}")
     # Escape steps back a level at a time and closes the panel last.
@@ -587,6 +598,56 @@ def check_keyboard(s, strip):
         while panel_window() and time.monotonic() < end:
             time.sleep(0.2)
     check(f"{s.scenario}: Escape steps back to a closed panel", panel_window() is None)
+
+
+def check_settings(s, strip):
+    """The settings page read and walked alone: named groups, buttons that say
+    what they act on, Tab only through the page with each field in view, and
+    Escape back to the main view."""
+    panel = open_panel(s, strip)
+    button = wait_for("the settings button", lambda: find(lambda a: role(a) == "push button" and
+                                                         a.name == "Settings" and showing(a)), 20)
+    if not check(f"{s.scenario}: the settings button is there", button is not None):
+        return
+    click(*centre(button))
+    back = wait_for("the settings page", lambda: find(lambda a: a.name == "Back" and showing(a)), 20)
+    if not check(f"{s.scenario}: the settings page opens", back is not None):
+        return
+    groups = [a.name for a in find_all(lambda a: a.name in ("Minimum size", "Focus alert") and showing(a))]
+    check(f"{s.scenario}: the chip rows are named groups", sorted(groups) == ["Focus alert", "Minimum size"],
+          str(groups))
+    # Below the fold a reader still lists them (not "showing", but there).
+    bare = [a.name for a in find_all(lambda a: role(a) == "push button" and
+                                     a.name.strip() in ("Unmute", "Stop watching"))]
+    named = [a.name for a in find_all(lambda a: role(a) == "push button" and
+                                      re.match(r"^(Unmute|Stop watching) \S", a.name))]
+    check(f"{s.scenario}: each remove button names its entry", not bare and len(named) >= 1,
+          f"named {named}, bare {bare}")
+    plate = find(lambda a: a.name == "Larkpin" and role(a) == "panel" and showing(a))
+    px, py, pw, ph = extents(plate) if plate else (panel["x"], panel["y"], panel["w"], panel["h"])
+    rail = ("Pause ticker", "Resume ticker", "Refresh", "Settings")
+    strays, hidden, last, walked = [], [], None, 0
+    for _ in range(24):
+        key("Tab")
+        f = wait_for("focus to move", lambda: (lambda f: f if f is not None and
+                                               (f.name, extents(f)) != last else None)(focused()), 5)
+        if f is None:
+            break
+        last = (f.name, extents(f))
+        walked += 1
+        fx, fy, fw, fh = extents(f)
+        if (role(f) == "push button" and f.name in rail) or role(f) in ("list", "list item") or \
+                f.name == "Telemetry" or (role(f) == "radio button" and re.match(r"^(ALL|WHALE|SPIKE|STOCK)", f.name)):
+            strays.append(f.name)
+        elif fy < py or fy + fh > py + ph + 2:
+            hidden.append(f"{f.name} at y {fy}")
+    check(f"{s.scenario}: Tab walks the settings page alone, each field scrolled into view",
+          walked >= 8 and not strays and not hidden,
+          f"{walked} stops; main-view controls {strays}; out of view {hidden}")
+    key("Escape")
+    gone = wait_for("the main view again", lambda: find(lambda a: a.name == "Back" and showing(a)) is None, 10)
+    check(f"{s.scenario}: Escape leaves the settings page for the main view, panel open",
+          bool(gone) and panel_window() is not None)
 
 
 def scenario_1x():
@@ -604,6 +665,7 @@ def scenario_1x():
         check_hero_click(s, strip)
         check_keyboard(s, strip)
         check_menu_stays(s, strip)
+        check_settings(s, strip)
         check_shadow_passes_clicks(s, strip)
     finally:
         s.down()

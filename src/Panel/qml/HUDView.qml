@@ -76,7 +76,8 @@ Item {
             objectName: "heroLayer"
             visible: hudView.panel.hasHero
             Layout.fillWidth: true
-            Layout.preferredHeight: visible ? Math.min(heroColumn.implicitHeight + 26, hudView.height * 0.6) : 0
+            // A panel shortened to fit its screen keeps room for the stream.
+            Layout.preferredHeight: visible ? Math.min(heroColumn.implicitHeight + 26, hudView.height * (hudView.height < 560 ? 0.45 : 0.6)) : 0
             clip: true
 
             Flickable {
@@ -260,7 +261,14 @@ Item {
                 Accessible.name: "Stream"
                 // The row the keyboard is on stays in view as it moves.
                 onCurrentIndexChanged: if (activeFocus && currentIndex >= 0) positionViewAtIndex(currentIndex, ListView.Contain)
-                onActiveFocusChanged: if (activeFocus && currentIndex < 0 && count > 0) currentIndex = indexAt(width / 2, contentY + 1)
+                onActiveFocusChanged: {
+                    if (!activeFocus)
+                        return
+                    if (currentIndex < 0 && count > 0)
+                        currentIndex = Math.max(0, indexAt(width / 2, contentY + 1))
+                    if (currentItem && !currentItem.activeFocus)
+                        currentItem.forceActiveFocus(Qt.TabFocusReason)
+                }
                 Keys.onPressed: (event) => {
                     if ((event.key === Qt.Key_Return || event.key === Qt.Key_Enter || event.key === Qt.Key_Space)
                             && currentItem) {
