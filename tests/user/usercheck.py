@@ -257,6 +257,7 @@ class Session:
         self.width, self.height = width, height
         self.scale = scale
         self.monitors = monitors  # list of (name, x, y, w, h), the first primary
+        self.bar_monitor = None
         self.config = tempfile.mkdtemp(prefix="larkpin-user-")
         self.log = open(os.path.join(OUT, scenario + ".log"), "w")
         self.app = None
@@ -277,11 +278,13 @@ class Session:
         # A compositor: the panel then casts its shadow into a transparent band.
         start("xcompmgr", log=self.log)
         wait_for("openbox", lambda: "_NET_SUPPORTING_WM_CHECK(WINDOW)" in xprop_root("_NET_SUPPORTING_WM_CHECK"))
-        mon = self.monitors[0] if self.monitors else ("", 0, 0, self.width, self.height)
+        # The bar on the monitor named for it (the first, the primary, unless told).
+        mon = self.bar_monitor or (self.monitors[0] if self.monitors else ("", 0, 0, self.width, self.height))
         self.bar = start(os.path.join(BIN, "user-topbar"), str(mon[1]), str(mon[2]), str(mon[3]), str(BAR_H),
                          log=self.log)
-        wait_for("the top bar's strut in the work area",
-                 lambda: cardinals("-root", "_NET_WORKAREA")[1:2] == [BAR_H])
+        wait_for("the top bar's strut", lambda: self.bar.poll() is None and
+                 cardinals(run("xdotool", "search", "--name", "^user-topbar$").split()[0],
+                           "_NET_WM_STRUT_PARTIAL")[2:3] == [mon[2] + BAR_H], 20)
         self.sim_port = free_port()
         start(os.path.join(BIN, "tarnwick-sim"), "--port", str(self.sim_port), "--rate", "60", "--quiet",
               log=self.log)
@@ -690,18 +693,21 @@ def scenario_two_monitors():
     left = ("L", 0, 0, 1280, 800)
     right = ("R", 1280, 0, 1280, 800)
     s = Session("two-monitors", 2560, 800, monitors=[left, right])
+    # The top bar on the second monitor, not the primary: the strip goes where the bar is.
+    s.bar_monitor = right
     try:
         s.up()
-        strip = check_strip_place(s, left)
+        strip = check_strip_place(s, right)
         p = open_panel(s, strip)
         shot("two-monitors-panel")
-        check_panel_fits(s, p, left)
+        check_panel_fits(s, p, right)
         check_shadow_passes_clicks(s, strip)
-        # The monitors change: one wide monitor, the bar across it.
+        # The second monitor goes, and its bar with it; the bar comes back on
+        # the one that is left: the strip follows.
         stop(s.bar)
-        s.set_monitors([("W", 0, 0, 2560, 800)])
-        s.bar = start(os.path.join(BIN, "user-topbar"), "0", "0", "2560", str(BAR_H), log=s.log)
-        check_strip_place(s, ("W", 0, 0, 2560, 800))
+        s.set_monitors([left])
+        s.bar = start(os.path.join(BIN, "user-topbar"), "0", "0", "1280", str(BAR_H), log=s.log)
+        check_strip_place(s, left)
         shot("two-monitors-joined")
     finally:
         s.down()
