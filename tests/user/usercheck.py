@@ -708,7 +708,7 @@ def scenario_two_monitors():
         s.set_monitors([left])
         s.bar = start(os.path.join(BIN, "user-topbar"), "0", "0", "1280", str(BAR_H), log=s.log)
         check_strip_place(s, left)
-        shot("two-monitors-joined")
+        shot("two-monitors-second-gone")
     finally:
         s.down()
 
