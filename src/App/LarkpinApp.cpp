@@ -131,6 +131,7 @@ int main(int argc, char *argv[])
         if (options.quit || !CommandLine::hasDisplay(env))
             return talkToRunningInstance(argc, argv, options, env);
         StatusItemController::preferXcbOnWayland();
+        StatusItemController::trustWorkArea();
         // The strip is a few thousand pixels redrawn a dozen times per flip.
         // Through shared memory every frame ends in a round trip to the X
         // server that wakes two threads; plain requests cost less for an

@@ -706,7 +706,10 @@ void FeedStore::loadDetail(const Signal &signal)
             return;
         }
         const QString handle = wallet->label->mid(1);
-        client_->traderDetail(handle, this,
+        // Asked for as sent: the cleaned label of a handle that held a line
+        // break names no trader the service knows.
+        const QString asked = wallet->handleSent.isEmpty() ? handle : wallet->handleSent;
+        client_->traderDetail(asked, this,
                               [this, handle, fail, finish](std::optional<TwTraderDetail> detail, QString) {
                                   if (!detail)
                                       return fail();

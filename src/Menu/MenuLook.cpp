@@ -5,6 +5,7 @@
 
 #include <QMenu>
 #include <QPalette>
+#include <QToolTip>
 
 namespace {
 QString css(const Theme::Rgba &c)
@@ -45,6 +46,16 @@ void apply(QMenu *menu)
                        "QMenu::separator { height: 1px; background: %6; margin: 4px 10px; }")
             .arg(css(Theme::raised), css(Theme::ink), css(Theme::hairlineHot), css(Theme::float_),
                  css(Theme::ink3), css(Theme::hairline)));
+}
+
+void applyToolTips()
+{
+    QPalette pal = QToolTip::palette();
+    pal.setColor(QPalette::ToolTipBase, toQColor(Theme::raised));
+    pal.setColor(QPalette::ToolTipText, toQColor(Theme::ink));
+    pal.setColor(QPalette::Window, toQColor(Theme::raised));
+    pal.setColor(QPalette::WindowText, toQColor(Theme::ink));
+    QToolTip::setPalette(pal);
 }
 
 } // namespace MenuLook

@@ -7,4 +7,7 @@ class QMenu;
 
 namespace MenuLook {
 void apply(QMenu *menu);
+// Widget tooltips (the strip's) dark like the panel's: light text on the
+// raised plate with the panel's edge. Process-wide; the panel draws its own.
+void applyToolTips();
 } // namespace MenuLook

@@ -9,6 +9,8 @@
 #include "Support/Log.h"
 #include "Support/StallProbe.h"
 
+#include <QAccessible>
+#include <QAccessibleWidget>
 #include <QAction>
 #include <QCoreApplication>
 #include <QCursor>
@@ -27,6 +29,46 @@
 
 #include <cstdlib>
 
+namespace {
+// The strip for a screen reader: a button named for what it is, described by
+// what it shows (its tooltip, the ticker's first signal), that opens the panel
+// or its menu as a click does.
+class StripAccessible : public QAccessibleWidget {
+public:
+    StripAccessible(QWidget *strip, StatusItemController *owner)
+        : QAccessibleWidget(strip, QAccessible::Button), owner_(owner)
+    {
+    }
+    QStringList actionNames() const override { return {pressAction(), showMenuAction()}; }
+    QString localizedActionDescription(const QString &name) const override
+    {
+        if (name == pressAction())
+            return QStringLiteral("Open or close the Larkpin panel");
+        if (name == showMenuAction())
+            return QStringLiteral("Show the Larkpin menu");
+        return QAccessibleWidget::localizedActionDescription(name);
+    }
+    void doAction(const QString &name) override
+    {
+        const QRect r(widget()->mapToGlobal(QPoint(0, 0)), widget()->size());
+        if (name == pressAction())
+            owner_->openPanel();
+        else if (name == showMenuAction())
+            owner_->handleClick(Qt::RightButton, r.bottomLeft());
+    }
+    QAccessible::State state() const override
+    {
+        QAccessible::State s = QAccessibleWidget::state();
+        s.focusable = false; // it never takes the focus from the user's window
+        return s;
+    }
+
+private:
+    StatusItemController *owner_;
+};
+
+} // namespace
+
 // The strip itself: owns the clicks (the stream view is transparent to them).
 // Its place is the desktop's to decide, so it is not dragged around.
 class TickerStrip : public QWidget {
@@ -43,6 +85,25 @@ public:
         // shows it no tooltip at all.
         setAttribute(Qt::WA_AlwaysShowToolTips);
         setFixedSize(StatusItemController::itemWidth, StatusItemController::defaultBarHeight);
+        setAccessibleName(QStringLiteral("Larkpin ticker"));
+        static const bool factory = [] {
+            QAccessible::installFactory([](const QString &, QObject *o) -> QAccessibleInterface * {
+                auto *strip = dynamic_cast<TickerStrip *>(o);
+                return strip ? new StripAccessible(strip, strip->owner_) : nullptr;
+            });
+            return true;
+        }();
+        Q_UNUSED(factory);
+        // With a reader running, QWidget's own constructor (and the name just
+        // set) already made a plain interface for it, when it was no
+        // TickerStrip yet: replace it with ours.
+        QAccessibleInterface *made = QAccessible::queryAccessibleInterface(this);
+        if (made && !dynamic_cast<StripAccessible *>(made)) {
+            QAccessible::deleteAccessibleInterface(QAccessible::uniqueId(made));
+            made = QAccessible::queryAccessibleInterface(this);
+            if (!dynamic_cast<StripAccessible *>(made))
+                Log::write("Larkpin", QStringLiteral("the strip has no accessible interface of its own"));
+        }
     }
 
     QColor bar{24, 25, 29}; // the desktop bar's colour, when it could be read
@@ -185,6 +246,57 @@ QRect StatusItemController::barSample(const QRect &screen, const QRect &availabl
     return {};
 }
 
+QRect StatusItemController::stripOnMonitors(const QList<QRect> &monitors, const QRect &workArea,
+                                            const QList<QRect> &topBars, const QRect &reserved, double scale)
+{
+    if (monitors.isEmpty())
+        return {};
+    // A bar counts for a monitor when it covers some of its columns and ends
+    // in its upper half, below its top edge.
+    qsizetype chosen = -1;
+    int inset = 0;
+    for (qsizetype i = 0; i < monitors.size() && chosen < 0; ++i) {
+        const QRect &m = monitors.at(i);
+        for (const QRect &bar : topBars) {
+            if (bar.left() > m.right() || bar.right() < m.left() || bar.bottom() < m.top() ||
+                bar.bottom() >= m.top() + m.height() / 2)
+                continue;
+            chosen = i;
+            inset = std::max(inset, bar.bottom() + 1 - m.top());
+        }
+    }
+    const QRect m = monitors.at(std::max<qsizetype>(chosen, 0));
+    QRect available = workArea.isEmpty() ? m : (m & workArea);
+    if (available.isEmpty())
+        available = m;
+    if (chosen < 0)
+        inset = topInset(m, available, reserved);
+    const int width = int(std::lround(itemWidth * scale));
+    const int height = inset >= 17 * scale && inset <= 64 * scale ? inset : int(std::lround(defaultBarHeight * scale));
+    const int right = std::min(m.right(), available.right());
+    return QRect(right + 1 - width, m.top() + inset, width, height);
+}
+
+QPoint StatusItemController::logicalFromDevice(const QPoint &device)
+{
+    for (QScreen *s : QGuiApplication::screens()) {
+        const QRect g = s->geometry();
+        const double dpr = s->devicePixelRatio();
+        const QRect native(g.topLeft(), QSize(int(std::lround(g.width() * dpr)), int(std::lround(g.height() * dpr))));
+        if (native.contains(device))
+            return g.topLeft() + QPoint(int(std::lround((device.x() - g.x()) / dpr)),
+                                        int(std::lround((device.y() - g.y()) / dpr)));
+    }
+    const double dpr = qGuiApp ? qGuiApp->devicePixelRatio() : 1.0;
+    return QPoint(int(std::lround(device.x() / dpr)), int(std::lround(device.y() / dpr)));
+}
+
+void StatusItemController::trustWorkArea()
+{
+    if (!qEnvironmentVariableIsSet("QT_RELY_ON_NET_WORKAREA_ATOM"))
+        qputenv("QT_RELY_ON_NET_WORKAREA_ATOM", "1");
+}
+
 bool StatusItemController::placedAsAsked(const QRect &asked, const QRect &landed)
 {
     return (asked.topLeft() - landed.topLeft()).manhattanLength() <= 4;
@@ -261,6 +373,7 @@ void StatusItemController::preferXcbOnWayland()
 StatusItemController::StatusItemController(FeedStore *store, QObject *parent) : QObject(parent), store_(store)
 {
     strip_ = new TickerStrip(this);
+    MenuLook::applyToolTips();
     view_ = new StatusStreamView(strip_);
     // The director ages trades on the store's clock, the one their times were taken on.
     focalDirector_ = new FocalDirector([store] { return store->now(); }, FocalDirector::holdMs, this);
@@ -293,6 +406,9 @@ StatusItemController::StatusItemController(FeedStore *store, QObject *parent) : 
     });
     connect(qGuiApp, &QGuiApplication::screenRemoved, placeTask_, qOverload<>(&QTimer::start));
     connect(qGuiApp, &QGuiApplication::primaryScreenChanged, placeTask_, qOverload<>(&QTimer::start));
+    // Qt does not tell of every change X knows (a bar's strut on a second
+    // monitor, monitors redrawn by RandR): listen to X as well.
+    X11Desktop::watchLayout(this, [this] { placeTask_->start(); });
 
     strip_->winId(); // the native window, so the dock hints are there before it is mapped
     X11Desktop::markDock(strip_->windowHandle());
@@ -414,6 +530,7 @@ void StatusItemController::applyStripMode()
         return;
     if (wanted) {
         asked_ = QRect(); // placed afresh: the work area may have changed meanwhile
+        askedDevice_ = QRect();
         place();
         strip_->show();
         X11Desktop::reassertDock(strip_->windowHandle());
@@ -429,10 +546,45 @@ void StatusItemController::applyStripMode()
                    QStringLiteral("no strip and no tray yet: launch Larkpin again to open its panel"));
 }
 
+bool StatusItemController::placeOnX11()
+{
+    const std::optional<X11Desktop::Layout> layout = X11Desktop::readLayout(strip_->windowHandle());
+    if (!layout)
+        return false;
+    QScreen *primary = QGuiApplication::primaryScreen();
+    const double scale = primary ? primary->devicePixelRatio() : 1.0;
+    const QRect device = stripOnMonitors(layout->monitors, layout->workArea, layout->topBars, reserved_, scale);
+    if (device.isEmpty())
+        return false;
+    const bool rounded = X11Desktop::compositorRunning();
+    if (strip_->rounded != rounded) {
+        strip_->rounded = rounded;
+        strip_->update();
+    }
+    if (device == askedDevice_)
+        return true;
+    askedDevice_ = device;
+    const QPoint at = logicalFromDevice(device.topLeft());
+    const QSize size(itemWidth, int(std::lround(device.height() / scale)));
+    asked_ = QRect(at, size);
+    strip_->setFixedSize(size);
+    view_->setGeometry(4 + markWidth + 5, 0, itemWidth - (4 + markWidth + 5) - 4, size.height());
+    strip_->move(at);
+    if (!positionsIgnored_) {
+        // Struts are counted in the root window's pixels, whatever Qt's scale.
+        reserved_ = device;
+        X11Desktop::reserve(strip_->windowHandle(), device);
+    }
+    followBarColour(true); // it may sit under another bar now
+    return true;
+}
+
 void StatusItemController::place()
 {
     QScreen *screen = QGuiApplication::primaryScreen();
     if (!screen || !strip_ || !stripWanted())
+        return;
+    if (X11Desktop::active() && placeOnX11())
         return;
     const QRect reserved = screen->geometry().contains(reserved_.topLeft()) ? reserved_ : QRect();
     const QRect place = stripGeometry(screen->geometry(), screen->availableGeometry(), reserved);
@@ -464,6 +616,17 @@ void StatusItemController::checkPlacement()
     const bool wayland = QGuiApplication::platformName().startsWith(QLatin1String("wayland"));
     if (!wayland && placedAsAsked(asked_, landed))
         return;
+    // On a busy machine the window manager may not have placed a fresh
+    // window yet: look again a few times before deciding it ignores us.
+    if (!wayland && ++placementLooks_ < 5) {
+        QTimer::singleShot(1000, this, &StatusItemController::checkPlacement);
+        return;
+    }
+    const auto text = [](const QRect &r) {
+        return QStringLiteral("%1x%2+%3+%4").arg(r.width()).arg(r.height()).arg(r.x()).arg(r.y());
+    };
+    Log::write("Larkpin", QStringLiteral("the strip landed at ") + text(landed) + QStringLiteral(", asked for ") +
+                              text(asked_));
     positionsIgnored_ = true;
     X11Desktop::reserve(strip_->windowHandle(),
                         QRect()); // reserving a row where we are not would only waste it
@@ -585,8 +748,10 @@ void StatusItemController::render(bool paused)
         rows.append(StreamSegment{s.kind, s.line});
     view_->update(rows, paused);
     const QString tip = tooltip(*store_);
-    if (strip_->toolTip() != tip)
+    if (strip_->toolTip() != tip) {
         strip_->setToolTip(tip);
+        strip_->setAccessibleDescription(tip); // announced as it changes
+    }
     if (tray_ && tray_->toolTip() != tip)
         tray_->setToolTip(tip);
     refreshTrayMenu();

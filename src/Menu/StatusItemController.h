@@ -93,6 +93,19 @@ public:
     static int topInset(const QRect &screen, const QRect &available, const QRect &reserved = {});
     static int barHeight(const QRect &screen, const QRect &available, const QRect &reserved = {});
     static QRect stripGeometry(const QRect &screen, const QRect &available, const QRect &reserved = {});
+    // The same on X11, in device pixels, from what X says: the strip goes to
+    // the monitor holding a top bar (the primary when it does), right under
+    // the lowest bar there, at the right of that monitor's work area. Without
+    // a bar it is the primary monitor and its work area. `scale` is the
+    // device pixels per point.
+    static QRect stripOnMonitors(const QList<QRect> &monitors, const QRect &workArea, const QList<QRect> &topBars,
+                                 const QRect &reserved, double scale);
+    // Device pixels (root coordinates) to Qt's logical ones: each screen
+    // keeps its native top-left and scales from there.
+    static QPoint logicalFromDevice(const QPoint &device);
+    // Qt's X11 backend drops the work area as soon as there are two monitors
+    // unless told to trust it. Call before the application object exists.
+    static void trustWorkArea();
     // The part of the screen the bar colour is read from: the top bar above the
     // strip, or a bottom bar at the same columns; empty without a bar.
     static QRect barSample(const QRect &screen, const QRect &available, const QRect &strip);
@@ -131,6 +144,7 @@ private:
     bool stripWanted() const;
     void applyStripMode(); // shows or hides the strip as the settings and the desktop allow
     void place();
+    bool placeOnX11(); // false where X says too little
     void checkPlacement();
     void refreshTrayMenu();
     // Re-reads the bar's colour; without `now`, at most every two minutes.
@@ -149,9 +163,11 @@ private:
     QAction *trayPause_ = nullptr;
     QTimer *placeTask_ = nullptr;
     QTimer *barWatch_ = nullptr; // one look after the ticker stops flipping
-    QRect asked_;    // where the strip was last put
-    QRect reserved_; // the strip's reservation in effect
+    QRect asked_;       // where the strip was last put
+    QRect askedDevice_; // the same in device pixels, where X placed it
+    QRect reserved_;    // the strip's reservation in effect (device pixels on X11)
     bool positionsIgnored_ = false;
+    int placementLooks_ = 0; // how often the strip's landing place was looked at
     bool trayClicked_ = false; // the last click came from the tray icon
     bool barPieceAttached_ = false;
 };

@@ -68,6 +68,9 @@ struct WalletRef {
     QString address;
     std::optional<QString> label;
     std::optional<double> winRate;
+    // The handle as the service sent it, when that differs from the label's
+    // cleaned text: what a lookup of the wallet must ask for.
+    QString handleSent;
     bool operator==(const WalletRef &) const = default;
 };
 

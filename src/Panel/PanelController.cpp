@@ -2,6 +2,7 @@
 
 #include "Feed/FeedStore.h"
 #include "History/HistoryStore.h"
+#include "Menu/X11Desktop.h"
 #include "Panel/PanelModel.h"
 #include "Panel/PanelQml.h"
 #include "Panel/PanelStyle.h"
@@ -15,11 +16,14 @@
 #include <QKeyEvent>
 #include <QQmlEngine>
 #include <QQuickItem>
+#include <QRegion>
 #include <QSGRendererInterface>
 #include <QScreen>
 #include <QTimer>
 #include <QVariantAnimation>
 
+#include <algorithm>
+#include <cmath>
 #include <limits>
 
 #ifdef __GLIBC__
@@ -186,14 +190,11 @@ void PanelController::create()
     // transparent margin its soft shadow falls into.
     margin_ = PanelStyle::compositorRunning() ? PanelStyle::shadowMarginWanted : 0;
     PanelQml::configureEngine(*engine_, window_->devicePixelRatio(), margin_);
-    const QSize outer(width + 2 * margin_, height + 2 * margin_);
-    window_->resize(outer);
-    window_->setMinimumSize(outer);
-    window_->setMaximumSize(outer);
     window_->setTitle(QStringLiteral("Larkpin"));
     window_->onEscape = [this] {
-        // An open context menu takes the Escape; the panel stays.
-        if (model_ && model_->dismissMenus())
+        // Escape steps back one level (a menu, the settings, an open card);
+        // only with nothing left to step back from does the panel close.
+        if (model_ && model_->stepBack())
             return;
         // Leave the key handler before the tree can go.
         QTimer::singleShot(0, this, [this] { close(); });
@@ -250,8 +251,17 @@ void PanelController::release()
     });
 }
 
-QPoint PanelController::placement(const QRect &anchor, const QRect &available)
+int PanelController::fittedHeight(const QRect &anchor, const QRect &available)
 {
+    const bool below = anchor.center().y() < available.center().y();
+    const int room = below ? available.y() + available.height() - (anchor.y() + anchor.height() + 6) - 8
+                           : anchor.y() - 6 - available.top() - 8;
+    return std::clamp(room, std::min(minHeight, int(height)), int(height));
+}
+
+QPoint PanelController::placement(const QRect &anchor, const QRect &available, int panelHeight)
+{
+    const int height = panelHeight;
     int x = anchor.x() + anchor.width() - width + 10;
     x = std::max(x, available.left() + 8);
     x = std::min(x, available.x() + available.width() - width - 8); // the right margin wins
@@ -272,7 +282,8 @@ void PanelController::show(const QRect &requested)
     if (!screen)
         screen = QGuiApplication::primaryScreen();
     const QRect available = screen ? screen->availableGeometry() : QRect(0, 0, width, height);
-    target_ = placement(anchor, available);
+    panelHeight_ = fittedHeight(anchor, available);
+    target_ = placement(anchor, available, panelHeight_);
 
     openedAt_.start();
     releaseTimer_.stop();
@@ -286,15 +297,32 @@ void PanelController::show(const QRect &requested)
         create();
         createMs_ = double(openedAt_.nsecsElapsed()) / 1e6;
     }
+    const QSize outer(width + 2 * margin_, panelHeight_ + 2 * margin_);
+    window_->setMinimumSize(outer);
+    window_->setMaximumSize(outer);
     build();
     buildMs_ = double(openedAt_.nsecsElapsed()) / 1e6 - createMs_;
 
     animation_->stop();
     animation_->disconnect(this);
     window_->setGeometry(target_.x() - margin_, target_.y() - margin_ - slideDistance, width + 2 * margin_,
-                         height + 2 * margin_);
+                         panelHeight_ + 2 * margin_);
     setWindowOpacity(window_.get(), 0);
     window_->show();
+    // The shadow's band is only drawn: clicks there reach what lies beneath
+    // (the strip, another window), as if the panel ended at its edge.
+    if (margin_ > 0) {
+        const QRect plate(margin_, margin_, width, panelHeight_);
+        if (X11Desktop::active()) {
+            const double dpr = window_->devicePixelRatio();
+            X11Desktop::setInputRegion(window_.get(),
+                                       QRect(int(std::lround(plate.x() * dpr)), int(std::lround(plate.y() * dpr)),
+                                             int(std::lround(plate.width() * dpr)),
+                                             int(std::lround(plate.height() * dpr))));
+        } else {
+            window_->setMask(QRegion(plate)); // an input region where the platform has one (Wayland)
+        }
+    }
     if (fades())
         window_->raise();
     window_->requestActivate();
@@ -384,7 +412,7 @@ void PanelController::build()
     if (!root_)
         return;
     root_->setParentItem(window_->contentItem());
-    root_->setSize({double(width), double(height)});
+    root_->setSize({double(width), double(panelHeight_)});
     root_->setPosition({double(margin_), double(margin_)});
     root_->forceActiveFocus();
 }

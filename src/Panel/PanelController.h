@@ -84,7 +84,13 @@ public:
     bool isCreated() const { return window_ != nullptr; }
 
     // Top-left of the panel for an anchor inside an available screen area.
-    static QPoint placement(const QRect &anchor, const QRect &available);
+    static QPoint placement(const QRect &anchor, const QRect &available, int panelHeight = height);
+    // The panel's height for an anchor: all of it where the work area has
+    // room on the anchor's side, else what fits there (the stream scrolls),
+    // but never less than minHeight.
+    static constexpr int minHeight = 300;
+    static int fittedHeight(const QRect &anchor, const QRect &available);
+    int panelHeight() const { return panelHeight_; }
 
     // For tests.
     QQuickWindow *window() const { return window_.get(); }
@@ -126,4 +132,5 @@ private:
     bool awaitingFrame_ = false;
     QPoint target_;
     int margin_ = 0; // the shadow's band around the panel, in the window
+    int panelHeight_ = height;
 };

@@ -92,7 +92,14 @@ void PanelModel::rebuildLists()
 {
     if (!store_)
         return;
+    const bool mainWasOpen = !openId_.isEmpty() && !heroes_.isEmpty() && heroes_.first().id == openId_;
     heroes_ = store_->heroSignals();
+    // The open main hero pushed aside by a new top signal folds away: as a
+    // mini it would show its evidence on the detail card, which nobody asked for.
+    if (mainWasOpen && !openMiniId().isEmpty()) {
+        openId_.clear();
+        Q_EMIT openIdChanged();
+    }
     minis_->setSignals(heroes_.mid(1), now_);
     stream_->setSignals(store_->streamSignals(), now_);
     Q_EMIT heroChanged();
@@ -272,6 +279,8 @@ const Signal *PanelModel::findSignal(const QString &id) const
     for (const Signal &s : stream_->signalList())
         if (s.id == id)
             return &s;
+    if (menuSignal_ && menuSignal_->id == id)
+        return &*menuSignal_;
     // A kept signal opened in the History view.
     return history_->find(id);
 }
@@ -467,6 +476,34 @@ bool PanelModel::runMenuAction(const QString &id, const QString &action)
 void PanelModel::menuShown(bool shown)
 {
     openMenus_ = std::max(0, openMenus_ + (shown ? 1 : -1));
+}
+
+bool PanelModel::stepBack()
+{
+    if (dismissMenus())
+        return true;
+    if (showSettings_) {
+        setShowSettings(false);
+        return true;
+    }
+    if (!detailCardId_.isEmpty() || !openMiniId().isEmpty()) {
+        closeDetailCard();
+        return true;
+    }
+    if (!openId_.isEmpty()) {
+        toggle(openId_);
+        return true;
+    }
+    return false;
+}
+
+void PanelModel::requestMenu(const QString &id, double sceneX, double sceneY)
+{
+    const Signal *s = findSignal(id);
+    if (!s)
+        return;
+    menuSignal_ = *s;
+    Q_EMIT menuRequested(id, sceneX, sceneY);
 }
 
 bool PanelModel::dismissMenus()

@@ -22,6 +22,7 @@
 #include <QVariantMap>
 
 #include <functional>
+#include <optional>
 
 class FeedStore;
 class QTimer;
@@ -141,6 +142,16 @@ public:
     // Menus report being shown; Escape (taken by the window) closes them
     // first, and dismissMenus says whether there was one.
     Q_INVOKABLE void menuShown(bool shown);
+    // The one signal menu of the panel lives at its root, not in the row or
+    // card it was asked from (a list update may destroy those while the menu
+    // is up): a hook asks here with a point in scene coordinates, and the
+    // signal is remembered, so the menu's choice applies to it even when it
+    // has left the lists meanwhile.
+    // Escape steps back one level: the menu, then the settings page, then
+    // the detail card, then the open row or card. False when there was
+    // nothing left to step back from (the panel itself closes then).
+    bool stepBack();
+    Q_INVOKABLE void requestMenu(const QString &id, double sceneX, double sceneY);
     bool dismissMenus();
 
     // Everything the inspector shows for one signal (see Evidence::inspector).
@@ -167,6 +178,7 @@ Q_SIGNALS:
     void telemetryChanged();
     void detailRevisionChanged();
     void dismissMenusRequested();
+    void menuRequested(const QString &id, double sceneX, double sceneY);
 
 private:
     void rebuildLists();
@@ -193,4 +205,5 @@ private:
     SettingsModel *settings_;
     int openMenus_ = 0;
     HistoryModel *history_;
+    std::optional<Signal> menuSignal_; // the signal the menu was last asked for
 };

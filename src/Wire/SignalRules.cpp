@@ -154,7 +154,7 @@ std::optional<Signal> signal(const TwFill &fill, const TwTrader *trader, const T
     s.createdAt = fill.ts;
     s.expiresAt = fill.ts + 3600;
     s.asset = AssetRef{fill.symbol, fill.token, fill.isStock, WireText::isLookAlike(fill.symbol)};
-    WalletRef wallet{fill.wallet, QLatin1Char('@') + fill.handle, std::nullopt};
+    WalletRef wallet{fill.wallet, QLatin1Char('@') + fill.handle, std::nullopt, fill.handleSent};
     if (trader && trader->closedTrades && *trader->closedTrades >= 5)
         wallet.winRate = trader->winRate;
     s.wallet = wallet;

@@ -253,6 +253,8 @@ std::optional<TwFill> fill(const QJsonValue &v)
     f.usd = r.optMoney(QLatin1String("usd")).value_or(0);
     f.price = r.optMoney(QLatin1String("price"));
     f.handle = r.str(QLatin1String("handle"));
+    if (const QString sent = o.value(QLatin1String("handle")).toString(); r.ok() && sent != f.handle)
+        f.handleSent = sent;
     f.followers = r.optInteger(QLatin1String("followers"));
     f.wallet = r.str(QLatin1String("wallet"));
     f.token = r.str(QLatin1String("token"));

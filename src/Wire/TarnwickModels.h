@@ -16,6 +16,9 @@ struct TwFill {
     double usd = 0;
     std::optional<double> price;
     QString handle;
+    // The handle exactly as sent, when cleaning changed it (a control
+    // character in it): the service knows the trader by this one.
+    QString handleSent;
     std::optional<qint64> followers;
     QString wallet;
     QString token;

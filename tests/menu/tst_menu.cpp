@@ -62,6 +62,32 @@ const Placement placements[] = {
     {"reservation on another screen is not ours here", {1920, 0, 1280, 1024}, {1920, 24, 1280, 1000},
      {1724, 0, 196, 24}, {3200 - 196, 24, 196, 24}}};
 
+// The same from what X says, in device pixels: monitors (the primary first),
+// the work area, the other clients' top struts (their columns, down to their
+// bottom row), the strip's own reservation and the scale.
+struct OnMonitors { const char *name; QList<QRect> monitors; QRect workArea; QList<QRect> bars; QRect reserved;
+                    double scale; QRect strip; };
+const QRect left(0, 0, 1280, 800), right(1280, 0, 1280, 800);
+const OnMonitors onMonitors[] = {
+    {"one monitor, a 30 px bar", {hd}, {0, 30, 1920, 1050}, {{0, 0, 1920, 30}}, {}, 1, {1724, 30, 196, 30}},
+    {"scale 2: device pixels, the default height doubled under a thin bar", {hd}, {0, 30, 1920, 1050},
+     {{0, 0, 1920, 30}}, {}, 2, {1920 - 392, 30, 392, 48}},
+    {"scale 1.25", {hd}, {0, 30, 1920, 1050}, {{0, 0, 1920, 30}}, {}, 1.25, {1920 - 245, 30, 245, 30}},
+    {"scale 1.5, a 40 px bar", {hd}, {0, 40, 1920, 1040}, {{0, 0, 1920, 40}}, {}, 1.5,
+     {1920 - 294, 40, 294, 40}},
+    {"two monitors, the bar on the primary only: the work area says nothing", {left, right}, {0, 0, 2560, 800},
+     {{0, 0, 1280, 30}}, {}, 1, {1280 - 196, 30, 196, 30}},
+    {"two monitors, the bar on the second one", {left, right}, {0, 0, 2560, 800}, {{1280, 0, 1280, 28}}, {}, 1,
+     {2560 - 196, 28, 196, 28}},
+    {"bars on both: the primary's", {right, left}, {0, 32, 2560, 768}, {{0, 0, 1280, 32}, {1280, 0, 1280, 32}},
+     {}, 1, {2560 - 196, 32, 196, 32}},
+    {"a monitor below another: its bar starts at its top", {{0, 800, 1280, 800}, left}, {},
+     {{0, 0, 1280, 826}}, {}, 1, {1280 - 196, 826, 196, 26}},
+    {"no bar anywhere: the primary's work area, own reservation left out", {right, left}, {0, 24, 2560, 776}, {},
+     {2364, 0, 196, 24}, 1, {2560 - 196, 0, 196, 24}},
+    {"a bottom strut is no top bar", {hd}, {0, 0, 1920, 1040}, {}, {}, 1, {1724, 0, 196, 24}},
+    {"no monitors", {}, {}, {}, {}, 1, {}}};
+
 struct BarSample { const char *name; QRect available, strip, sample; };
 const BarSample barSamples[] = {
     {"top bar above the strip", {0, 56, 1920, 1024}, {1724, 28, 196, 28}, {1724, 0, 196, 28}},
@@ -177,6 +203,13 @@ private Q_SLOTS:
     {
         const Placement &r = row(placements);
         QCOMPARE(StatusItemController::stripGeometry(r.screen, r.available, r.reserved), r.strip);
+    }
+
+    void stripOnMonitors_data() { rows(onMonitors); }
+    void stripOnMonitors()
+    {
+        const OnMonitors &r = row(onMonitors);
+        QCOMPARE(StatusItemController::stripOnMonitors(r.monitors, r.workArea, r.bars, r.reserved, r.scale), r.strip);
     }
 
     void barSample_data() { rows(barSamples); }

@@ -150,6 +150,11 @@ private Q_SLOTS:
         QTest::keyClick(window(), Qt::Key_Return);
         QCOMPARE(model()->openId(), current->property("signalId").toString());
 
+        // Escape steps back: first the open row folds, then the panel closes.
+        QTest::keyClick(window(), Qt::Key_Escape);
+        QVERIFY(model()->openId().isEmpty());
+        QTest::qWait(50); // the panel would close on the next turn of the loop
+        QVERIFY(panel->isVisible());
         QTest::keyClick(window(), Qt::Key_Escape);
         QVERIFY(QTest::qWaitFor([&] { return !panel->isVisible(); }, 2000));
     }

@@ -188,6 +188,68 @@ private Q_SLOTS:
         QCOMPARE(bloom.count(), 2);
     }
 
+    // The open main hero pushed aside by a bigger newcomer folds away: it
+    // does not come back as a detail card nobody asked for. An opened mini
+    // still shows there.
+    void pushedAsideHeroFoldsAway()
+    {
+        feed(5);
+        PanelModel model(store.get());
+        const QString top = model.hero()[QStringLiteral("signalId")].toString();
+        model.toggle(top);
+        QCOMPARE(model.openId(), top);
+        store->ingest({whaleFill(201, clock.t, 900000, QStringLiteral("big"), QStringLiteral("BIG"))});
+        QCOMPARE(model.hero()[QStringLiteral("signalId")].toString(), QStringLiteral("tw-fill-201"));
+        QVERIFY(model.minis()->ids().contains(top));
+        QVERIFY(model.openId().isEmpty());
+        QVERIFY(model.detailCard().isEmpty());
+        model.toggle(top); // asked for: the card shows
+        QCOMPARE(model.detailCard()[QStringLiteral("signalId")].toString(), top);
+    }
+
+    // Escape steps back one level at a time: settings, detail card, open row.
+    void escapeStepsBackOneLevel()
+    {
+        feed(6);
+        PanelModel model(store.get());
+        const QString row = model.stream()->ids().first();
+        const QString mini = model.minis()->ids().first();
+        model.toggle(row);
+        model.showDetailCard(mini);
+        model.setShowSettings(true);
+        QVERIFY(model.stepBack());
+        QVERIFY(!model.showSettings());
+        QVERIFY(!model.detailCard().isEmpty());
+        QVERIFY(model.stepBack());
+        QVERIFY(model.detailCard().isEmpty());
+        QCOMPARE(model.openId(), row);
+        QVERIFY(model.stepBack());
+        QVERIFY(model.openId().isEmpty());
+        QVERIFY2(!model.stepBack(), "nothing left: the panel closes");
+    }
+
+    // The menu's choice applies to the signal it was opened on, even when
+    // that signal has left every list meanwhile.
+    void menuRemembersItsSignal()
+    {
+        feed(6);
+        PanelModel model(store.get());
+        const QString row = model.stream()->ids().first();
+        QSignalSpy asked(&model, &PanelModel::menuRequested);
+        model.requestMenu(row, 10, 20);
+        QCOMPARE(asked.count(), 1);
+        const QStringList titles = fieldOf(model.menuEntries(row), "title");
+        Preferences p = store->preferences();
+        p.streams[SignalKind::whale] = false; // every whale leaves the lists
+        QVERIFY(store->updatePreferences(p));
+        QVERIFY(!model.stream()->ids().contains(row));
+        QCOMPARE(fieldOf(model.menuEntries(row), "title"), titles);
+        QVERIFY(model.runMenuAction(row, QStringLiteral("muteToken")));
+        QCOMPARE(store->preferences().mutedTokens.size(), 1);
+        model.requestMenu(QStringLiteral("tw-fill-nothing"), 0, 0);
+        QCOMPARE(asked.count(), 1); // no menu for a signal it never saw
+    }
+
     void clockAdvancesAges()
     {
         store->ingest({whaleFill(1, clock.t - 30, 5000)});

@@ -79,6 +79,40 @@ private Q_SLOTS:
         }
     }
 
+    // The menu belongs to the signal, not to the row: rows arriving and the
+    // row itself leaving the list leave it up, and its choice applies to the
+    // signal it was opened on. A click outside dismisses it and reaches nothing.
+    void menuOutlivesItsRow()
+    {
+        feed();
+        open();
+        click(row("tw-fill-101"), Qt::RightButton);
+        QVERIFY(waitFor("signalMenu"));
+        for (int i = 0; i < 3; ++i) // newcomers at the top, as on a live tape
+            store->ingest({whaleFill(300 + i, clock.t + i, 1000 + i, QStringLiteral("n%1").arg(i),
+                                     QStringLiteral("N%1").arg(i))});
+        Preferences p = store->preferences();
+        p.mutedWallets = {QStringLiteral("w1")}; // the row itself goes
+        QVERIFY(store->updatePreferences(p));
+        QTRY_VERIFY_WITH_TIMEOUT(!row("tw-fill-101"), 1000);
+        settleFrame(window());
+        QQuickItem *menu = on("signalMenu");
+        QVERIFY2(menu, "the menu went with its row");
+        QCOMPARE(menu->property("signalId").toString(), QStringLiteral("tw-fill-101"));
+        click(on("menu-muteToken"));
+        QCOMPARE(store->preferences().mutedTokens, QStringList{QStringLiteral("T1")});
+        QTRY_VERIFY_WITH_TIMEOUT(!on("signalMenu"), 1000);
+
+        // Dismissed by a click on a row: the row does not open.
+        click(row("tw-fill-100"), Qt::RightButton);
+        QVERIFY(waitFor("signalMenu"));
+        QQuickItem *other = row("tw-fill-102");
+        QVERIFY(other);
+        QTest::mouseClick(window(), Qt::LeftButton, {}, centre(other).toPoint());
+        QTRY_VERIFY_WITH_TIMEOUT(!on("signalMenu"), 1000);
+        QVERIFY2(model()->openId().isEmpty(), "the click fell through the menu");
+    }
+
     // The undo is the first entry of any signal's menu for a few seconds, then gone.
     void undoFromTheMenu()
     {
@@ -128,7 +162,9 @@ private Q_SLOTS:
         QTRY_VERIFY_WITH_TIMEOUT(!on("signalMenu"), 1000);
         QTest::qWait(50); // the panel would close on the next turn of the loop
         QVERIFY(window()->isVisible());
-        QTest::keyClick(window(), Qt::Key_Escape); // the next one closes the panel
+        QTest::keyClick(window(), Qt::Key_Escape); // the next one folds the open row
+        QVERIFY(model()->openId().isEmpty());
+        QTest::keyClick(window(), Qt::Key_Escape); // and the next one closes the panel
         QTRY_VERIFY_WITH_TIMEOUT(!window()->isVisible(), 1000);
         QVERIFY(store->preferences().mutedTokens.isEmpty());
     }

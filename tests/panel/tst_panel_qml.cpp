@@ -38,7 +38,9 @@ QQuickItem *shownToolTip(QQuickWindow *window)
 }
 
 // clang-format off
-struct Placement { const char *name; QRect anchor, screen; QPoint topLeft; };
+// The panel keeps its full height where the work area has room below (or
+// above) the anchor, and otherwise shrinks to what fits, 8 short of the edge.
+struct Placement { const char *name; QRect anchor, screen; QPoint topLeft; int height = 620; };
 const QRect wide(0, 0, 1920, 1080);
 const Placement placements[] = {
     {"under the button, right edges 10 apart", {1500, 0, 30, 24}, wide, {1140, 30}},
@@ -47,7 +49,10 @@ const Placement placements[] = {
     {"offset screen", {1930, 30, 20, 20}, {1920, 28, 1280, 1000}, {1928, 56}},
     {"narrow screen: the right margin wins", {100, 0, 20, 24}, {0, 0, 410, 800}, {2, 30}},
     {"tray icon in a bottom bar: above it", {1800, 1052, 24, 24}, {0, 0, 1920, 1048}, {1434, 1052 - 6 - 620}},
-    {"corner anchor of a tray-only start", {1919, 0, 1, 1}, wide, {1512, 7}}};
+    {"corner anchor of a tray-only start", {1919, 0, 1, 1}, wide, {1512, 7}},
+    {"scale 2 on 1920x1080: shrinks to the work area", {764, 15, 196, 24}, {0, 39, 960, 501}, {552, 45}, 487},
+    {"a short screen: never below the minimum", {604, 0, 196, 24}, {0, 0, 800, 290}, {392, 0}, 300},
+    {"above a bottom tray on a short screen", {700, 560, 24, 24}, {0, 0, 800, 556}, {334, 8}, 546}};
 
 // The hero's figure line shrinks to fit, down to the smallest legible size,
 // then shortens the ticker; it never runs under the amount.
@@ -101,7 +106,9 @@ private Q_SLOTS:
     void placement()
     {
         const Placement &r = row(placements);
-        QCOMPARE(PanelController::placement(r.anchor, r.screen), r.topLeft);
+        const int height = PanelController::fittedHeight(r.anchor, r.screen);
+        QCOMPARE(height, r.height);
+        QCOMPARE(PanelController::placement(r.anchor, r.screen, height), r.topLeft);
     }
 
     // A frameless tool window that slides into place; closing drops the whole
@@ -128,7 +135,11 @@ private Q_SLOTS:
         QVERIFY(panel->secondsSinceClosed() < 0.2);
         QVERIFY(torn.wait(2000));
         QVERIFY(!w->isVisible());
-        QVERIFY(w->contentItem()->childItems().isEmpty());
+        // Nothing but the window's popup overlay, empty: no view survives.
+        for (QQuickItem *child : w->contentItem()->childItems())
+            QVERIFY2(QByteArray(child->metaObject()->className()).contains("Overlay") &&
+                         child->childItems().isEmpty(),
+                     child->metaObject()->className());
         QVERIFY(!model());
         panel->close(); // closing a closed panel does nothing
         QCOMPARE(torn.count(), 1);

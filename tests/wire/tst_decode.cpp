@@ -153,6 +153,19 @@ const Alike alikes[] = {
 class DecodeTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
+    // A handle is shown cleaned, but the service knows its trader by the
+    // handle as sent: that one is kept for the lookup, and only then.
+    void handleAsSent()
+    {
+        const auto broken = decodeFill("handle", R"("line\nbreak_handle")");
+        QVERIFY(broken);
+        QCOMPARE(broken->handle, QStringLiteral("line break_handle"));
+        QCOMPARE(broken->handleSent, QStringLiteral("line\nbreak_handle"));
+        const auto plain = decodeFill({}, {});
+        QVERIFY(plain);
+        QVERIFY(plain->handleSent.isEmpty());
+    }
+
     void lenientBooleans_data() { rows(lenient); }
     void lenientBooleans()
     {

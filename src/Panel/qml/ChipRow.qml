@@ -6,6 +6,10 @@ Row {
     required property PanelModel panel
     property var values: []  // [{label, value, selected}]
     signal chosen(real value)
+    // A radio group for a screen reader, named for its section.
+    property string groupName: ""
+    Accessible.role: Accessible.Grouping
+    Accessible.name: groupName
     spacing: 5
     Repeater {
         model: chips.values.length

@@ -44,11 +44,16 @@ Item {
         cornerRadius: 14
     }
 
+    // Under the settings page the main view is out of reach of Tab and of a
+    // screen reader, not only out of sight.
+    readonly property bool settingsCover: hudView.panel.showSettings && !slide.running && !fade.running
+
     ColumnLayout {
         id: layout
         anchors.fill: parent
         anchors.margins: 1
         spacing: 0
+        visible: !hudView.settingsCover
 
         CommandRail {
             panel: hudView.panel
@@ -78,7 +83,8 @@ Item {
             objectName: "heroLayer"
             visible: hudView.panel.hasHero
             Layout.fillWidth: true
-            Layout.preferredHeight: visible ? Math.min(heroColumn.implicitHeight + 26, hudView.height * 0.6) : 0
+            // A panel shortened to fit its screen keeps room for the stream.
+            Layout.preferredHeight: visible ? Math.min(heroColumn.implicitHeight + 26, hudView.height * (hudView.height < 560 ? 0.45 : 0.6)) : 0
             clip: true
 
             Flickable {
@@ -197,6 +203,15 @@ Item {
                     if (holding)
                         return
                     holding = true
+                    // A row the keyboard is on stays where it is on screen.
+                    if (activeFocus && currentItem && currentItem.y + currentItem.height > contentY
+                            && currentItem.y < contentY + height) {
+                        wasAtTop = false
+                        anchorId = currentItem.signalId
+                        anchorOffset = currentItem.y - contentY
+                        Qt.callLater(restoreReading)
+                        return
+                    }
                     wasAtTop = contentY <= originY + 0.5
                     const top = itemAt(width / 2, contentY + 0.5)
                     anchorId = top ? top.signalId : ""
@@ -220,6 +235,8 @@ Item {
                     if (item)
                         contentY = Math.max(originY, Math.min(item.y - anchorOffset,
                                                               originY + contentHeight - height))
+                    if (activeFocus && currentIndex >= 0)
+                        positionViewAtIndex(currentIndex, ListView.Contain)
                 }
                 Connections {
                     target: hudView.panel.stream
@@ -249,6 +266,16 @@ Item {
                 highlightFollowsCurrentItem: false
                 Accessible.role: Accessible.List
                 Accessible.name: "Stream"
+                // The row the keyboard is on stays in view as it moves.
+                onCurrentIndexChanged: if (activeFocus && currentIndex >= 0) positionViewAtIndex(currentIndex, ListView.Contain)
+                onActiveFocusChanged: {
+                    if (!activeFocus)
+                        return
+                    if (currentIndex < 0 && count > 0)
+                        currentIndex = Math.max(0, indexAt(width / 2, contentY + 1))
+                    if (currentItem && !currentItem.activeFocus)
+                        currentItem.forceActiveFocus(Qt.TabFocusReason)
+                }
                 Keys.onPressed: (event) => {
                     if ((event.key === Qt.Key_Return || event.key === Qt.Key_Enter || event.key === Qt.Key_Space)
                             && currentItem) {
@@ -304,7 +331,7 @@ Item {
     // A stand-alone card of one signal, over the content.
     Item {
         objectName: "detailLayer"
-        visible: hudView.panel.detailCard.signalId !== undefined
+        visible: hudView.panel.detailCard.signalId !== undefined && !hudView.settingsCover
         anchors.fill: parent
         anchors.topMargin: 47
         Rectangle { anchors.fill: parent; color: Hud.alpha(Hud.abyss, 0.7); radius: 14 }
@@ -376,6 +403,19 @@ Item {
         }
     }
 
+    // The one signal menu, owned here so no list update can take it down.
+    SignalMenu {
+        id: signalMenu
+        panel: hudView.panel
+    }
+    Connections {
+        target: hudView.panel
+        function onMenuRequested(id, sceneX, sceneY) {
+            const at = hudView.mapFromItem(null, sceneX, sceneY)
+            signalMenu.openFor(id, at.x, at.y)
+        }
+    }
+
     SettingsView {
         panel: hudView.panel
         id: settingsView
@@ -387,6 +427,7 @@ Item {
         x: hudView.panel.showSettings || hudView.panel.reduceMotion ? 0 : width
         opacity: hudView.panel.showSettings ? 1 : 0
         onBack: hudView.panel.showSettings = false
+        onVisibleChanged: visible && hudView.panel.showSettings ? focusFirst() : hudView.forceActiveFocus()
         Behavior on x { enabled: hudView.panel.animated && !hudView.panel.reduceMotion; SpringAnimation { id: slide; spring: Hud.snapSpring; damping: Hud.snapDamping; epsilon: 0.25 } }
         Behavior on opacity { enabled: hudView.panel.animated; NumberAnimation { id: fade; duration: Hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: Hud.glideCurve } }
         Rectangle {

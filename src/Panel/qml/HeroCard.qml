@@ -12,6 +12,20 @@ Item {
     readonly property bool hovering: hover.hovered
     readonly property color accent: Hud.kindColour(hero.kind || "whale")
     implicitHeight: column.implicitHeight + 26
+    // The whole card opens and closes it, like a row; its buttons keep their own.
+    activeFocusOnTab: visible && signalId !== ""
+    Accessible.role: Accessible.Button
+    Accessible.name: [Hud.kindLabel(card.hero.kind || "whale"), Hud.oneLine(card.hero.ticker || ""),
+                      card.hero.amount || "", Hud.oneLine(card.hero.body || "")].filter((s) => s !== "").join(", ")
+    Accessible.description: card.isOpen ? "Top signal, evidence shown" : "Top signal"
+    Accessible.focusable: true
+    Accessible.onPressAction: card.panel.toggle(card.signalId)
+    Keys.onPressed: (event) => {
+        if (event.key === Qt.Key_Return || event.key === Qt.Key_Enter || event.key === Qt.Key_Space) {
+            card.panel.toggle(card.signalId)
+            event.accepted = true
+        }
+    }
 
     HoverHandler { id: hover }
     HeroPlate {
@@ -23,6 +37,16 @@ Item {
         edge: card.bloom ? Hud.alpha(card.accent, 0.55) : card.hovering || card.isOpen ? Hud.hairlineHot : Hud.hairline
         fades: card.panel.animated
     }
+    MouseArea {
+        objectName: "heroOpen"
+        // Above the evidence only: a click in the opened evidence reads it, not closes it.
+        width: parent.width
+        height: card.isOpen ? column.y + heroInspector.y : parent.height
+        enabled: card.signalId !== ""
+        cursorShape: Qt.PointingHandCursor
+        onClicked: card.panel.toggle(card.signalId)
+    }
+    FocusRing { ringRadius: 10 }
     Column {
         id: column
         x: 27
@@ -73,6 +97,8 @@ Item {
                 maximumLineCount: 1
                 elide: Text.ElideRight
                 textFormat: Text.PlainText
+                Accessible.role: Accessible.StaticText
+                Accessible.name: text
                 font.family: Hud.mono
                 font.pixelSize: figureLine.tickerPx
                 font.weight: Font.Bold
@@ -127,6 +153,7 @@ Item {
             }
         }
         Loader {
+            id: heroInspector
             objectName: "heroInspector"
             active: card.isOpen
             // Stays in the column while it folds away, so the card shrinks smoothly.

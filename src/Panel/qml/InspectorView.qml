@@ -141,11 +141,8 @@ Column {
         onTapped: (point) => {
             if (inspector.signalId === "")
                 return
-            const menu = inspectorMenu.createObject(inspector, { signalId: inspector.signalId,
-                                                                 x: point.position.x, y: point.position.y })
-            menu.closed.connect(menu.destroy)
-            menu.open()
+            const at = inspector.mapToItem(null, point.position.x, point.position.y)
+            inspector.panel.requestMenu(inspector.signalId, at.x, at.y)
         }
     }
-    Component { id: inspectorMenu; SignalMenu { panel: inspector.panel } }
 }

@@ -7,6 +7,9 @@ Text {
     property real size: 9.5
     property real tracking: 0.8
     textFormat: Text.PlainText
+    // Read by a screen reader as what it shows.
+    Accessible.role: Accessible.StaticText
+    Accessible.name: text
     font.family: Hud.mono
     font.pointSize: size * Hud.pt
     font.bold: true

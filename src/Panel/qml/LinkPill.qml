@@ -9,6 +9,9 @@ Item {
     property bool alive: false
     implicitWidth: row.implicitWidth + 16
     implicitHeight: 20
+    // The feed's state, read out again whenever it changes.
+    Accessible.role: Accessible.StatusBar
+    Accessible.name: "Feed " + pill.label
 
     Rectangle {
         anchors.fill: parent

@@ -38,6 +38,8 @@ Item {
         anchors.verticalCenter: parent.verticalCenter
         systemName: "xmark"
         help: listed.watching ? "Stop watching" : "Unmute"
+        // The tooltip says what; a screen reader needs which, too.
+        Accessible.name: (listed.watching ? "Stop watching " : "Unmute ") + listed.label
         onClicked: listed.removed()
     }
 }

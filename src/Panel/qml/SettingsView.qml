@@ -7,6 +7,8 @@ Item {
     id: settings
     required property PanelModel panel
     signal back()
+    // The keyboard starts on the page's first control.
+    function focusFirst() { backButton.forceActiveFocus() }
 
     Rectangle {
         anchors.fill: parent
@@ -28,6 +30,7 @@ Item {
             anchors.verticalCenter: parent.verticalCenter
             spacing: 10
             HUDIconButton {
+                id: backButton
                 panel: settings.panel
                 objectName: "backButton"
                 systemName: "chevron.left"
@@ -54,6 +57,24 @@ Item {
         contentHeight: page.implicitHeight
         clip: true
         boundsBehavior: Flickable.StopAtBounds
+        // A field reached with Tab scrolls into view.
+        function reveal(item) {
+            if (!item || !page.contains(page.mapFromItem(item, 0, 0)))
+                return
+            const top = item.mapToItem(page, 0, 0).y - 8
+            const bottom = top + item.height + 16
+            if (top < flick.contentY)
+                flick.contentY = Math.max(0, top)
+            else if (bottom > flick.contentY + flick.height)
+                flick.contentY = Math.min(Math.max(0, flick.contentHeight - flick.height), bottom - flick.height)
+        }
+        Connections {
+            target: settings.Window.window
+            function onActiveFocusItemChanged() {
+                if (settings.visible)
+                    flick.reveal(settings.Window.activeFocusItem)
+            }
+        }
 
         Column {
             id: page
@@ -94,6 +115,7 @@ Item {
                     ChipRow {
                         panel: settings.panel
                         objectName: "minimumChips"
+                        groupName: "Minimum size"
                         topPadding: 2
                         values: panel.settings.minimumChips
                         onChosen: (value) => panel.settings.setMinimumSize(value)
@@ -106,6 +128,7 @@ Item {
                     ChipRow {
                         panel: settings.panel
                         objectName: "focusChips"
+                        groupName: "Focus alert"
                         topPadding: 2
                         values: panel.settings.focusChips
                         onChosen: (value) => panel.settings.setFocusSize(value)

@@ -5,8 +5,16 @@ import Larkpin.Panel
 // The context menu of one signal: mute its token or wallet, watch its
 // wallet, and for a few seconds after a mute, take it back. What it offers
 // comes from the model; the menu only lays it out and passes the choice on.
-Popup {
+// The panel has one, at its root (openFor): it stays up while the list
+// changes beneath it, until the user chooses or dismisses it, and it is
+// modal, so the click that dismisses it never lands on a row. A dialog only
+// so that a screen reader gets its name (a plain popup reads as an unnamed
+// dialog); it has neither header nor buttons.
+Dialog {
     id: menu
+    title: "Signal actions"
+    header: null
+    footer: null
     required property PanelModel panel
     objectName: "signalMenuPopup"
     property string signalId: ""
@@ -15,9 +23,27 @@ Popup {
     function entriesFor(id: string, undo: var, muted: var, watched: var): var { return menu.panel.menuEntries(id) }
     property int current: 0
 
+    function openFor(id: string, x: real, y: real) {
+        menu.signalId = id
+        menu.current = 0
+        menu.x = x
+        menu.y = y
+        if (!menu.opened)
+            menu.open()
+        Qt.callLater(menu.focusCurrent)
+    }
+    function focusCurrent() {
+        const item = entryRepeater.itemAt(menu.current)
+        if (item && menu.opened)
+            item.forceActiveFocus()
+    }
+    onCurrentChanged: focusCurrent()
+    onOpened: focusCurrent()
+
     padding: 5
     margins: 8
-    modal: false
+    modal: true
+    dim: false
     focus: true
     closePolicy: Popup.CloseOnEscape | Popup.CloseOnPressOutside
     enter: Transition { enabled: menu.panel.animated; NumberAnimation { property: "opacity"; from: 0; to: 1; duration: 120 } }
@@ -54,11 +80,17 @@ Popup {
         objectName: "signalMenu"
         readonly property string signalId: menu.signalId
         focus: true
+        Accessible.role: Accessible.PopupMenu
+        Accessible.name: "Signal actions"
         Keys.onUpPressed: menu.current = (menu.current + menu.entries.length - 1) % Math.max(1, menu.entries.length)
         Keys.onDownPressed: menu.current = (menu.current + 1) % Math.max(1, menu.entries.length)
         Keys.onReturnPressed: menu.choose(menu.current)
         Keys.onEnterPressed: menu.choose(menu.current)
+        Keys.onTabPressed: menu.current = (menu.current + 1) % Math.max(1, menu.entries.length)
+        Keys.onBacktabPressed: menu.current = (menu.current + menu.entries.length - 1) % Math.max(1, menu.entries.length)
+        Keys.onSpacePressed: menu.choose(menu.current)
         Repeater {
+            id: entryRepeater
             model: menu.entries
             Item {
                 id: entry
@@ -69,11 +101,16 @@ Popup {
                 readonly property bool lit: mouse.containsMouse || menu.current === entry.index
                 width: Math.max(178, label.implicitWidth + 24)
                 height: 28
+                Accessible.role: Accessible.MenuItem
+                Accessible.name: entry.modelData.title
+                Accessible.focusable: true
+                Accessible.onPressAction: menu.choose(entry.index)
                 Rectangle {
                     anchors.fill: parent
                     radius: 6
                     color: entry.lit ? Hud.alpha(Hud.raised, 0.95) : "transparent"
                 }
+                FocusRing { ringRadius: 4; anchors.margins: 1 }
                 ValueText {
                     id: label
                     x: 12

@@ -26,6 +26,10 @@ Item {
     Accessible.selected: isOpen
     Accessible.onPressAction: row.panel.toggle(signalId)
     readonly property bool keyboardCurrent: ListView.isCurrentItem && ListView.view && ListView.view.activeFocus
+    // The current row holds the keyboard focus inside the list, so a screen
+    // reader follows the arrows row by row.
+    focus: ListView.isCurrentItem
+    Accessible.focusable: true
     function kindName(k) { return k === "whale" ? "Whale" : k === "spike" ? "Spike" : k === "stocks" ? "Stock" : k }
     opacity: isOpen || hovering ? 1.0 : 0.72
     Behavior on opacity { enabled: row.panel.animated; NumberAnimation { duration: Hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: Hud.glideCurve } }

@@ -6,7 +6,12 @@ Item {
     required property PanelModel panel
     readonly property bool hovering: hover.hovered
     implicitHeight: stack.implicitHeight + 22
-    opacity: hovering ? 1.0 : 0.66
+    opacity: hovering || activeFocus ? 1.0 : 0.66
+    // The last stop of Tab: its readings are read as its description.
+    activeFocusOnTab: visible
+    Accessible.role: Accessible.Grouping
+    Accessible.name: "Telemetry"
+    Accessible.focusable: true
     Behavior on opacity { enabled: band.panel.animated; NumberAnimation { duration: Hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: Hud.glideCurve } }
 
     // Edge to edge, but the band sits in the panel's rounded foot: its lower
@@ -127,4 +132,5 @@ Item {
             }
         }
     }
+    FocusRing { ringRadius: 2; anchors.margins: 2 }
 }
