@@ -469,6 +469,15 @@ def check_shadow_passes_clicks(s, strip):
     if not panel:
         check(f"{s.scenario}: the panel opens on a click on the strip", False)
         return
+    # The panel slides in: aim once it has stopped (the same place twice running).
+    prev = [None]
+
+    def settled():
+        g = panel_window()
+        same = g is not None and prev[0] is not None and (g["x"], g["y"]) == (prev[0]["x"], prev[0]["y"])
+        prev[0] = g
+        return g if same else None
+    panel = wait_for("the panel to settle", settled, 10) or panel
     overlap = panel["y"] < strip["y"] + strip["h"]
     cx = max(strip["x"] + 30, panel["x"] + 4)
     click(cx, strip["y"] + strip["h"] - 3)
