@@ -24,14 +24,7 @@ constexpr int maxListedPerBatch = 50;
 
 std::optional<QUrl> FeedStore::webLink(const std::optional<QString> &text)
 {
-    if (!text)
-        return std::nullopt;
-    const QUrl url(*text, QUrl::StrictMode);
-    const QString scheme = url.scheme().toLower();
-    if (!url.isValid() || url.host().isEmpty() ||
-        (scheme != QLatin1String("http") && scheme != QLatin1String("https")))
-        return std::nullopt;
-    return url;
+    return SignalRules::webLink(text);
 }
 
 FeedStore::FeedStore(QObject *parent) : FeedStore(new TarnwickClient(), systemNow, 15000, parent) {}

@@ -26,8 +26,16 @@ QString dollarTicker(const QString &symbol, bool isStock)
     return isStock ? symbol : QLatin1Char('$') + symbol;
 }
 
+// Whole-number rounding, half away from zero, as the priorities require.
+int roundedInt(double v)
+{
+    return int(std::round(v));
+}
+} // namespace
+
+namespace SignalRules {
 // A link from the wire is kept only when a browser may be sent to it.
-std::optional<QUrl> chartLink(const std::optional<QString> &text)
+std::optional<QUrl> webLink(const std::optional<QString> &text)
 {
     if (!text || text->size() > 2048)
         return std::nullopt;
@@ -38,15 +46,6 @@ std::optional<QUrl> chartLink(const std::optional<QString> &text)
         return std::nullopt;
     return url;
 }
-
-// Whole-number rounding, half away from zero, as the priorities require.
-int roundedInt(double v)
-{
-    return int(std::round(v));
-}
-} // namespace
-
-namespace SignalRules {
 
 QString shownTicker(const QString &symbol, bool isStock)
 {
@@ -159,7 +158,7 @@ std::optional<Signal> signal(const TwFill &fill, const TwTrader *trader, const T
         wallet.winRate = trader->winRate;
     s.wallet = wallet;
     s.notionalUsd = fill.usd;
-    s.link = chartLink(fill.pairURL);
+    s.link = webLink(fill.pairURL);
     return s;
 }
 
@@ -196,7 +195,7 @@ std::optional<Signal> signal(const TwRadar &radar, double /*now*/)
     s.priority = int(std::min<qint64>(std::min<qint64>(radar.buyers, 1000) * 3 + 45, 88));
     s.asset = AssetRef{radar.symbol, radar.token, radar.isStock, WireText::isLookAlike(radar.symbol)};
     s.notionalUsd = radar.usdIn;
-    s.link = chartLink(radar.pairURL);
+    s.link = webLink(radar.pairURL);
     return s;
 }
 

@@ -7,6 +7,8 @@
 #include <optional>
 
 namespace SignalRules {
+// A link from the wire, kept only when a browser may be sent to it (http(s), a host, bounded).
+std::optional<QUrl> webLink(const std::optional<QString> &text);
 std::optional<Signal> signal(const TwFill &fill, const TwTrader *trader, const TwToken *token);
 std::optional<Signal> signal(const TwRadar &radar, double now);
 

@@ -7,6 +7,7 @@
 #include "CaptureStderr.h"
 #include "Feed/FeedStore.h"
 #include "Feed/TarnwickClient.h"
+#include "QuickTiming.h"
 #include "Table.h"
 #include "TarnwickSim.h"
 
@@ -59,17 +60,7 @@ class IntegrityTest : public QObject {
     QList<qint64> delivered_;
     QList<TwFill> fills_;
 
-    static TarnwickTiming quick()
-    {
-        return {.requestTimeoutMs = 800,
-                .requestDeadlineMs = 1500,
-                .openWatchdogMs = 400,
-                .handshakeTimeoutMs = 1000,
-                .pingIntervalMs = 300,
-                .pollIntervalMs = 200,
-                .radarIntervalMs = 1000,
-                .reconnectScale = 0.05};
-    }
+    static TarnwickTiming quick() { return quickTiming(); }
 
     TarnwickClient *newClient(TarnwickTiming timing = quick())
     {

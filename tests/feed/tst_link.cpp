@@ -6,6 +6,7 @@
 #include "CaptureStderr.h"
 #include "Feed/FeedStore.h"
 #include "Feed/TarnwickClient.h"
+#include "QuickTiming.h"
 #include "Feed/WakeWatch.h"
 #include "Table.h"
 #include "TarnwickSim.h"
@@ -87,18 +88,7 @@ class LinkTest : public QObject {
     QList<qint64> delivered_;
     int frames_ = 0, batches_ = 0;
 
-    // Every interval shortened; the reconnect back-off becomes 0.2 s to 1.7 s.
-    static TarnwickTiming quick()
-    {
-        return {.requestTimeoutMs = 800,
-                .requestDeadlineMs = 1500,
-                .openWatchdogMs = 400,
-                .handshakeTimeoutMs = 1000,
-                .pingIntervalMs = 300,
-                .pollIntervalMs = 200,
-                .radarIntervalMs = 1000,
-                .reconnectScale = 0.05};
-    }
+    static TarnwickTiming quick() { return quickTiming(); }
 
     void makeClient(TarnwickTiming timing = quick(), Clock now = systemNow, QString httpBase = {})
     {
