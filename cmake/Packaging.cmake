@@ -1,7 +1,6 @@
 # What `cmake --install` puts on a machine and how `cpack -G DEB` wraps it.
 # The tape simulator is a developer's tool: it goes to libexec, off PATH.
 include(GNUInstallDirs)
-include(${CMAKE_CURRENT_LIST_DIR}/DesktopPieces.cmake)
 
 # Debian's hardening flags (fortified libc calls, stack protector, read-only
 # relocations bound at start) on everything the app and the simulator are
@@ -36,6 +35,9 @@ if(LARKPIN_HARDENING AND DPKG_BUILDFLAGS AND NOT LARKPIN_SANITIZE AND
   endforeach()
   message(STATUS "Hardening: ${larkpin_CPPFLAGS} ${larkpin_CXXFLAGS} ${larkpin_LDFLAGS}")
 endif()
+
+# The top-bar pieces take the same flags (their Qt 5 plugin is a project of its own).
+include(${CMAKE_CURRENT_LIST_DIR}/DesktopPieces.cmake)
 
 # The package's version: the project's, then the Debian revision.
 set(LARKPIN_DEB_REVISION 1)
