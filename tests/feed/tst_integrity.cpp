@@ -90,10 +90,7 @@ private Q_SLOTS:
     {
         delivered_.clear();
         fills_.clear();
-        sim_ = std::make_unique<SimServer>(SimOptions{.port = 0, .seed = 3, .autoTape = false});
-        QString error;
-        QVERIFY2(sim_->start(&error), qPrintable(error));
-        qputenv("LARKPIN_LOG", "1");
+        QVERIFY(startQuietSim(sim_));
     }
     void cleanup()
     {
