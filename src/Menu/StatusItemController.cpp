@@ -869,8 +869,15 @@ QRect StatusItemController::anchorRect() const
         return trayAnchor(tray_->geometry(), wayland ? std::nullopt : std::optional<QPoint>(QCursor::pos()),
                           screen ? screen->availableGeometry() : QRect());
     }
-    if (stripShown())
+    if (stripShown()) {
+        // Where we put the strip, while the window manager honours that: Qt
+        // hears of a move only when the window manager confirms it, and a
+        // click that lands right after a move (a monitor added, a bar that
+        // moved) would otherwise open the panel where the strip used to be.
+        if (!positionsIgnored_ && !asked_.isEmpty())
+            return asked_;
         return QRect(strip_->mapToGlobal(QPoint(0, 0)), strip_->size());
+    }
     if (tray_ && tray_->isVisible() && !tray_->geometry().isEmpty())
         return tray_->geometry();
     QScreen *screen = QGuiApplication::primaryScreen();

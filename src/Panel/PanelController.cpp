@@ -213,6 +213,10 @@ void PanelController::create()
         if (!awaitingFrame_)
             return;
         awaitingFrame_ = false;
+        // Mapped now, so a window manager that frames the panel has taken it
+        // on and hears of this change; one that read the region while taking
+        // the window on got it from the call before the mapping.
+        applyInputRegion();
         // Where an opening's time goes: the engine and window (first opening
         // after a release only), the view's compilation and creation, the first frame.
         const double total = double(openedAt_.nsecsElapsed()) / 1e6;
@@ -307,22 +311,9 @@ void PanelController::show(const QRect &requested)
     animation_->disconnect(this);
     window_->setGeometry(target_.x() - margin_, target_.y() - margin_ - slideDistance, width + 2 * margin_,
                          panelHeight_ + 2 * margin_);
+    applyInputRegion();
     setWindowOpacity(window_.get(), 0);
     window_->show();
-    // The shadow's band is only drawn: clicks there reach what lies beneath
-    // (the strip, another window), as if the panel ended at its edge.
-    if (margin_ > 0) {
-        const QRect plate(margin_, margin_, width, panelHeight_);
-        if (X11Desktop::active()) {
-            const double dpr = window_->devicePixelRatio();
-            X11Desktop::setInputRegion(window_.get(),
-                                       QRect(int(std::lround(plate.x() * dpr)), int(std::lround(plate.y() * dpr)),
-                                             int(std::lround(plate.width() * dpr)),
-                                             int(std::lround(plate.height() * dpr))));
-        } else {
-            window_->setMask(QRegion(plate)); // an input region where the platform has one (Wayland)
-        }
-    }
     if (fades())
         window_->raise();
     window_->requestActivate();
@@ -336,6 +327,24 @@ void PanelController::show(const QRect &requested)
     });
     animation_->start();
     Q_EMIT opened();
+}
+
+void PanelController::applyInputRegion()
+{
+    // The shadow's band is only drawn: clicks there reach what lies beneath
+    // (the strip, another window), as if the panel ended at its edge.
+    if (margin_ <= 0 || !window_)
+        return;
+    const QRect plate(margin_, margin_, width, panelHeight_);
+    if (X11Desktop::active()) {
+        const double dpr = window_->devicePixelRatio();
+        X11Desktop::setInputRegion(window_.get(), QRect(int(std::lround(plate.x() * dpr)),
+                                                        int(std::lround(plate.y() * dpr)),
+                                                        int(std::lround(plate.width() * dpr)),
+                                                        int(std::lround(plate.height() * dpr))));
+    } else {
+        window_->setMask(QRegion(plate)); // an input region where the platform has one (Wayland)
+    }
 }
 
 void PanelController::close()

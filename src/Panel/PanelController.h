@@ -113,6 +113,7 @@ private:
     void release();
     void build();
     void teardown();
+    void applyInputRegion();
 
     QPointer<FeedStore> store_;
     QPointer<HistoryStore> history_;
