@@ -45,7 +45,7 @@ Signal make(qint64 n, double at, std::mt19937_64 &rng)
     s.createdAt = at;
     s.expiresAt = at + 3600;
     s.asset = AssetRef{symbol, QStringLiteral("So1") + symbol + QStringLiteral("pump"), s.kind == SignalKind::stocks};
-    s.wallet = WalletRef{QStringLiteral("W") + handle, u'@' + handle, 0.6};
+    s.wallet = WalletRef{QStringLiteral("W") + handle, u'@' + handle, 0.6, {}};
     s.notionalUsd = usd;
     return s;
 }

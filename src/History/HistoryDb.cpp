@@ -242,6 +242,7 @@ bool HistoryDb::open(const QString &path, const Options &options)
         if (options.readOnly) {
             exec(QStringLiteral("PRAGMA query_only = 1"));
             exec(QStringLiteral("PRAGMA cache_size = -%1").arg(options.cacheKiB));
+            lookForSizeIndex();
             state_ = State::readOnly;
             return true;
         }
@@ -284,7 +285,7 @@ bool HistoryDb::initialise()
     if (options_.maxPageCount && !exec(QStringLiteral("PRAGMA max_page_count = %1").arg(*options_.maxPageCount)))
         return false;
     if (version == schemaVersion)
-        return true;
+        return addSizeIndex();
     QSqlDatabase db = database(connection_);
     if (!db.transaction()) {
         noteError(db.lastError());
@@ -315,7 +316,40 @@ bool HistoryDb::initialise()
         noteError(db.lastError());
         return false;
     }
+    return addSizeIndex();
+}
+
+bool HistoryDb::addSizeIndex()
+{
+    // Added after the first files were written, and harmless to a Larkpin
+    // that does not know it: no new format version, so going back to an
+    // older build keeps the history. Building it over a full file takes a few
+    // seconds, on the history's own thread.
+    if (!exec(QStringLiteral("CREATE INDEX IF NOT EXISTS signals_usd ON signals (usd)")))
+        return false;
+    lookForSizeIndex();
     return true;
+}
+
+void HistoryDb::lookForSizeIndex()
+{
+    QSqlQuery q(database(connection_));
+    sizeIndex_ = q.exec(QStringLiteral("SELECT 1 FROM sqlite_master WHERE type = 'index' AND name = 'signals_usd'")) &&
+                 q.next();
+}
+
+bool HistoryDb::fewAtLeast(double usd)
+{
+    // Counted on the size index, and never past the bound, so the look costs
+    // at most that many index steps however large the file.
+    QSqlQuery q(database(connection_));
+    q.setForwardOnly(true);
+    if (!q.prepare(QStringLiteral("SELECT count(*) FROM (SELECT 1 FROM signals INDEXED BY signals_usd"
+                                  " WHERE usd >= ? LIMIT ") +
+                   QString::number(rareSizeRows) + QStringLiteral(")")))
+        return false;
+    q.addBindValue(usd);
+    return q.exec() && q.next() && q.value(0).toInt() < rareSizeRows;
 }
 
 bool HistoryDb::write(const QList<HistoryEntry> &entries, double now)
@@ -519,6 +553,12 @@ HistoryPage HistoryDb::search(const HistoryQuery &query, const std::optional<His
         binds << after->createdAt << after->row;
     }
     QString sql = QStringLiteral("SELECT ") + QLatin1String(columns) + QStringLiteral(" FROM signals");
+    // Newest first walks the time index and stops at a page, which is quick
+    // while most rows match. A size only a few rows reach would walk nearly
+    // all of them: those few are taken by the size index and sorted instead.
+    if (query.minUsd > 0 && query.symbol.isEmpty() && query.handle.isEmpty() && sizeIndex_ &&
+        fewAtLeast(query.minUsd))
+        sql += QStringLiteral(" INDEXED BY signals_usd");
     if (!where.isEmpty())
         sql += QStringLiteral(" WHERE ") + where.join(QStringLiteral(" AND "));
     sql += QStringLiteral(" ORDER BY created_at DESC, row DESC LIMIT ") + QString::number(limit + 1);
@@ -556,7 +596,7 @@ HistoryPage HistoryDb::search(const HistoryQuery &query, const std::optional<His
         s.line.tag = optText(q.value(9));
         s.detail = optText(q.value(10));
         if (!q.value(12).isNull())
-            s.wallet = WalletRef{q.value(12).toString(), optText(q.value(11)), optReal(q.value(13))};
+            s.wallet = WalletRef{q.value(12).toString(), optText(q.value(11)), optReal(q.value(13)), {}};
         s.notionalUsd = optReal(q.value(14));
         s.priority = q.value(15).toInt();
         s.createdAt = q.value(16).toDouble();

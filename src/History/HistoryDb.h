@@ -78,6 +78,12 @@ public:
 private:
     bool exec(const QString &sql);
     bool initialise();
+    bool addSizeIndex();
+    void lookForSizeIndex();
+    bool fewAtLeast(double usd);
+    // Below this many rows at or above a size, a search by size alone sorts
+    // them rather than walking the whole time index.
+    static constexpr int rareSizeRows = 2000;
     bool isCorruption() const;
     void moveAside(const QString &why);
     void noteError(const class QSqlError &error);
@@ -89,4 +95,5 @@ private:
     int lastCode_ = 0;
     Options options_;
     State state_ = State::closed;
+    bool sizeIndex_ = false;
 };
