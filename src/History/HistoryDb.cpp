@@ -11,6 +11,7 @@
 #include <QSqlDriver>
 #include <QSqlError>
 #include <QSqlQuery>
+#include <QStorageInfo>
 #include <QVariant>
 
 #include <algorithm>
@@ -107,6 +108,20 @@ void HistoryDb::noteError(const QSqlError &error)
 {
     lastError_ = error.text();
     lastCode_ = error.nativeErrorCode().toInt();
+}
+
+bool HistoryDb::noRoomFor(const QString &path) const
+{
+    if (lastCode_ == sqliteFull)
+        return true;
+    // SQLite reports a journal it cannot create as an I/O error, not as full.
+    const QStorageInfo where(QFileInfo(path).absolutePath());
+    return where.isValid() && where.bytesAvailable() < 256 * 1024;
+}
+
+bool HistoryDb::connected() const
+{
+    return QSqlDatabase::contains(connection_) && database(connection_).isOpen();
 }
 
 bool HistoryDb::isCorruption() const
@@ -218,6 +233,13 @@ bool HistoryDb::open(const QString &path, const Options &options)
             } else if (q.value(0).toString() != QLatin1String("ok")) {
                 damage = q.value(0).toString().left(120);
             }
+        }
+        if (version < 0 && damage.isEmpty() && !options.readOnly && noRoomFor(path)) {
+            // A full disk refuses even the journal's side files, so the file
+            // cannot be read; that is a pause, not a fault: try again later.
+            close();
+            state_ = State::full;
+            return false;
         }
         if (version < 0 && damage.isEmpty()) {
             state_ = State::failed;
@@ -501,7 +523,7 @@ qint64 HistoryDb::prune(double now)
 HistoryPage HistoryDb::search(const HistoryQuery &query, const std::optional<HistoryCursor> &after, int limit)
 {
     HistoryPage page;
-    if (state_ != State::open && state_ != State::readOnly && state_ != State::full) {
+    if ((state_ != State::open && state_ != State::readOnly && state_ != State::full) || !connected()) {
         page.error = lastError_.isEmpty() ? QStringLiteral("history is off") : lastError_;
         return page;
     }

@@ -73,11 +73,14 @@ public:
     qint64 count();
     qint64 usedBytes();
     // Whether a paused (full) history may write again, tried with a write.
+    // Open, as opposed to paused before it could even open the file.
+    bool connected() const;
     void resume() { if (state_ == State::full) state_ = State::open; }
 
 private:
     bool exec(const QString &sql);
     bool initialise();
+    bool noRoomFor(const QString &path) const;
     bool addSizeIndex();
     void lookForSizeIndex();
     bool fewAtLeast(double usd);

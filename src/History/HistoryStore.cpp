@@ -32,21 +32,21 @@ public:
     qint64 write(const QList<HistoryEntry> &entries, const QList<std::tuple<QString, std::optional<QUrl>, std::optional<QUrl>>> &links,
                  QList<HistoryEntry> *unwritten)
     {
+        if (db_.state() == HistoryDb::State::full && !db_.connected())
+            opened_ = false; // the disk was full before the file could be opened: try that again
         ensureOpen();
-        if (db_.state() == HistoryDb::State::full)
+        if (db_.state() == HistoryDb::State::full && db_.connected())
             db_.resume(); // try again: pruning or the user may have made room
         if (db_.state() != HistoryDb::State::open) {
-            if (db_.state() == HistoryDb::State::full)
+            if (db_.state() == HistoryDb::State::full) {
+                noteFull();
                 *unwritten = entries;
+            }
             return 0;
         }
         if (!db_.write(entries, now())) {
             if (db_.state() == HistoryDb::State::full) {
-                if (!fullLogged_)
-                    Log::warning(lcHistory(), QStringLiteral("history paused: no room to write ") + path_ +
-                                                  QStringLiteral(" (") + db_.lastError() +
-                                                  QStringLiteral("); the app goes on and tries again later"));
-                fullLogged_ = true;
+                noteFull();
                 *unwritten = entries;
                 return 0;
             }
@@ -79,6 +79,14 @@ public:
     {
         ensureOpen();
         return db_.search(query, after, limit);
+    }
+
+    void noteFull()
+    {
+        if (!fullLogged_)
+            Log::warning(lcHistory(), QStringLiteral("history paused: no room to write ") + path_ + QStringLiteral(" (") +
+                                          db_.lastError() + QStringLiteral("); the app goes on and tries again later"));
+        fullLogged_ = true;
     }
 
     HistoryDb::State state() const { return db_.state(); }

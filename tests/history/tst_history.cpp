@@ -402,6 +402,46 @@ private Q_SLOTS:
         QVERIFY(store.rowsWritten() == 0);
     }
 
+    // The same on a file system that is really full (the history.full_fs
+    // check runs this inside a small tmpfs of its own): what could not be
+    // written is kept, and written once room comes back.
+    void fullFileSystem()
+    {
+        const QString dir = qEnvironmentVariable("LARKPIN_TINY_FS");
+        if (dir.isEmpty())
+            QSKIP("needs a small file system of its own: ctest -R history.full_fs");
+        const QString path = dir + QStringLiteral("/history.sqlite");
+        {
+            HistoryDb db;
+            QVERIFY(db.open(path, {}));
+        }
+        QFile filler(dir + QStringLiteral("/filler"));
+        QVERIFY(filler.open(QIODevice::WriteOnly));
+        const QByteArray block(4096, 'x');
+        while (filler.write(block) == block.size() && filler.flush()) {
+        }
+        filler.close();
+        HistoryStore::Options o;
+        o.path = path;
+        o.startDelayMs = 0;
+        o.batchIntervalMs = 10;
+        o.retryFullMs = 50;
+        HistoryStore store(o);
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("history paused: no room to write")));
+        QList<Signal> big;
+        for (int i = 0; i < 400; ++i) {
+            Signal s = whale(i, T0 + i, "DOGO", "ana", 1000);
+            s.detail = QString(200, QLatin1Char('y'));
+            big << s;
+        }
+        store.notePublished(big);
+        QTRY_COMPARE_WITH_TIMEOUT(store.state(), HistoryDb::State::full, 20000);
+        QCOMPARE(store.pendingCount(), 400);
+        QVERIFY(QFile::remove(filler.fileName()));
+        QTRY_COMPARE_WITH_TIMEOUT(store.rowsWritten(), qint64(400), 20000);
+        QCOMPARE(store.pendingCount(), 0);
+    }
+
     // A file written by a newer Larkpin: not a byte changes, history is off
     // with one clear line, and asking it answers "off" at once.
     void newerFormat()
