@@ -695,19 +695,23 @@ def scenario_1x():
         s.down()
 
 
-def scenario_2x():
-    s = Session("2x", 1920, 1080, scale=2)
-    mon = ("screen", 0, 0, 1920, 1080)
-    try:
-        s.up()
-        strip = check_strip_place(s, mon)
-        p = open_panel(s, strip)
-        shot("2x-panel")
-        check_panel_fits(s, p, mon)
-        check_menu_stays(s, strip)
-        check_shadow_passes_clicks(s, strip)
-    finally:
-        s.down()
+def scaled(name, scale):
+    """The strip, the panel and the menu at a device scale: whole (2) and
+    fractional (1.25, 1.5), where rounding is where things go wrong."""
+    def scenario():
+        s = Session(name, 1920, 1080, scale=scale)
+        mon = ("screen", 0, 0, 1920, 1080)
+        try:
+            s.up()
+            strip = check_strip_place(s, mon)
+            p = open_panel(s, strip)
+            shot(f"{name}-panel")
+            check_panel_fits(s, p, mon)
+            check_menu_stays(s, strip)
+            check_shadow_passes_clicks(s, strip)
+        finally:
+            s.down()
+    return scenario
 
 
 def scenario_two_monitors():
@@ -734,7 +738,8 @@ def scenario_two_monitors():
         s.down()
 
 
-SCENARIOS = {"1x": scenario_1x, "2x": scenario_2x, "two-monitors": scenario_two_monitors}
+SCENARIOS = {"1x": scenario_1x, "2x": scaled("2x", 2), "1.5x": scaled("1.5x", 1.5), "1.25x": scaled("1.25x", 1.25),
+             "two-monitors": scenario_two_monitors}
 
 
 def main():
