@@ -74,6 +74,10 @@ gnome_inner() { # monitors (1 or 2); runs inside the private session
 
   gdbus monitor --session --dest org.larkpin.Ticker1 --object-path /org/larkpin/Ticker >"$gwork/monitor.txt" 2>&1 &
   pids+=($!)
+  # The app's notifications, as the shell receives them.
+  dbus-monitor --session "type='method_call',interface='org.freedesktop.Notifications',member='Notify'" \
+    >"$gwork/notify.txt" 2>&1 &
+  pids+=($!)
   LARKPIN_SERVICE="127.0.0.1:$port" start build/bin/larkpin
   wait_for 40 attached &&
     pass "the extension attached to the app's ticker" || fail "not attached: $(ticker_prop Attached)"
@@ -159,6 +163,40 @@ gnome_inner() { # monitors (1 or 2); runs inside the private session
     [ "$a" != "$b" ] && pass "right click opens the menu under the button: $tag-menu.png" ||
       fail "right click showed no menu"
     echo "key 65307" >&7
+    # A banner from the app, drawn by the shell. The shell keeps a banner up
+    # while the user is idle (its own "privileged user" one, here): the
+    # pointer moves now and then, as a user at work would, so banners time
+    # out and the app's shows.
+    local asked seen=0 k
+    asked=$(grep -c 'member=Notify' "$gwork/notify.txt")
+    for ((k = 0; k < 90; k++)); do
+      (($(grep -c 'member=Notify' "$gwork/notify.txt") > asked)) && { seen=1; break; }
+      echo "move $((400 + k % 2 * 40)) 400" >&7
+      sleep 2
+    done
+    if ((seen)); then
+      # The banner slides in slowly here and times out: look a few times.
+      local shown=0 colours
+      for k in 1 2 3 4 5 6; do
+        gshot "$out/gnome-notification.png"
+        colours=$(convert "$out/gnome-notification.png" -crop 460x70+570+36 +repage -format %k info:)
+        ((colours > 20)) && { shown=1; break; }
+        sleep 1
+      done
+      ((shown)) && pass "a notification banner from the app: gnome-notification.png" ||
+        echo "  --   no banner caught on screen (a replaced notification shows none)"
+      # And in the shell's message list, under the clock.
+      echo "move 800 16" >&7
+      echo "click" >&7
+      sleep 4
+      gshot "$out/gnome-notification-list.png"
+      colours=$(convert "$out/gnome-notification-list.png" -crop 400x200+400+60 +repage -format %k info:)
+      ((colours > 20)) && pass "the message list holds the app's notifications: gnome-notification-list.png" ||
+        fail "no message list: gnome-notification-list.png"
+      echo "key 65307" >&7
+    else
+      fail "no notification within 180 s"
+    fi
   fi
   echo "quit" >&7
   exec 7>&-

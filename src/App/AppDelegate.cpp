@@ -15,6 +15,7 @@
 #include <QDesktopServices>
 #include <QEventLoop>
 #include <QProcess>
+#include <QFileInfo>
 #include <QStandardPaths>
 #include <QTimer>
 
@@ -105,12 +106,16 @@ void AppDelegate::notify(const DesktopNotification &n)
         };
         notifications_->onActivate = [this](const QString &activation) { activate(activation); };
         notifications_->onClosed = [this](quint64 bubble) { notifier_->bubbleClosed(bubble); };
-        // The installed icon as a file, for servers that show an image
-        // rather than look the name up in the icon theme.
-        const QString icon = QStandardPaths::locate(QStandardPaths::GenericDataLocation,
-                                                    QStringLiteral("icons/hicolor/128x128/apps/larkpin.png"));
+        // The icon as a file, for servers that show an image rather than
+        // look the name up in the icon theme, and for a run from the build
+        // tree or a private prefix, whose icon no theme knows: beside the
+        // binary first (bin/../share), then where the desktop looks.
+        const QString file = QStringLiteral("icons/hicolor/128x128/apps/larkpin.png");
+        QString icon = QCoreApplication::applicationDirPath() + QStringLiteral("/../share/") + file;
+        if (!QFileInfo::exists(icon))
+            icon = QStandardPaths::locate(QStandardPaths::GenericDataLocation, file);
         if (!icon.isEmpty())
-            notifications_->icon = icon;
+            notifications_->icon = QFileInfo(icon).canonicalFilePath();
     }
     notifications_->show(n);
 }

@@ -378,8 +378,10 @@ int main(int argc, char **argv)
     emptyOptions.port = 0;
     emptyOptions.autoTape = false;
     tarnwick::SimServer emptySim(emptyOptions);
-    emptySim.setEndpointFault(QStringLiteral("/tape"), {tarnwick::EndpointFaultKind::Status500, 0});
-    emptySim.setEndpointFault(QStringLiteral("/radar"), {tarnwick::EndpointFaultKind::Status500, 0});
+    tarnwick::EndpointFault refused;
+    refused.kind = tarnwick::EndpointFaultKind::Status500;
+    emptySim.setEndpointFault(QStringLiteral("/tape"), refused);
+    emptySim.setEndpointFault(QStringLiteral("/radar"), refused);
     if (emptySim.start(&error)) {
         FeedStore dropped(
             new TarnwickClient(emptySim.httpBase(), emptySim.socketURL(), TarnwickTiming{}, now), now);
