@@ -3,6 +3,7 @@
 #include "Feed/FeedStore.h"
 #include "Menu/StatusItemController.h"
 #include "Menu/StatusStreamView.h"
+#include "Menu/StripWindow.h"
 
 #include <QPainter>
 
@@ -16,7 +17,7 @@ QImage statusBar(FeedStore &store, bool dark, qreal scale)
     const QColor bar = dark ? QColor(30, 31, 36) : QColor(236, 236, 238);
     image.fill(bar);
     QPainter p(&image);
-    StatusItemController::paintStrip(p, size, bar);
+    StripWindow::paintFace(p, size, bar);
 
     StatusStreamView view;
     QList<StreamSegment> rows;

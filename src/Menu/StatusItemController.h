@@ -6,13 +6,19 @@
 // reserves its own row, so maximized windows end below it. Where the strip
 // cannot be placed (a compositor that ignores positions) and a tray exists,
 // the app runs from the tray alone.
+//
+// This class holds the tray, the menus and the wiring; the strip's window is
+// StripWindow, where it goes is StripPlacement and the bar colour it follows
+// is BarShade.
 
 #include "Feed/LinkState.h"
+#include "Menu/BarShade.h"
+#include "Menu/StripPlacement.h"
+#include "Menu/StripWindow.h"
 
 #include "Model/Signal.h"
 
 #include <QColor>
-#include <QElapsedTimer>
 #include <QObject>
 #include <QPointer>
 #include <QRect>
@@ -22,23 +28,20 @@
 
 class FeedStore;
 class FocalDirector;
-class QPainter;
-class QScreen;
 class QAction;
 class QMenu;
 class QSystemTrayIcon;
 class QTimer;
 class QWidget;
 class StatusStreamView;
-class TickerStrip;
 
 class StatusItemController : public QObject {
     Q_OBJECT
 public:
-    static constexpr int markWidth = 13;
-    static constexpr int itemWidth = 196;
-    static constexpr int defaultBarHeight = 24;
-    static constexpr int barLookMs = 3000; // how often the bar's shade is looked at
+    static constexpr int markWidth = StripWindow::markWidth;
+    static constexpr int itemWidth = StripPlacement::itemWidth;
+    static constexpr int defaultBarHeight = StripPlacement::defaultBarHeight;
+    static constexpr int barLookMs = BarShade::lookMs;
 
     explicit StatusItemController(FeedStore *store, QObject *parent = nullptr);
     ~StatusItemController() override;
@@ -84,51 +87,9 @@ public:
     // application object exists. An explicit QT_QPA_PLATFORM wins.
     static void preferXcbOnWayland();
 
-    // Where the desktop's bar is and what colour it is. The strip takes the
-    // bar's height (24 when there is no bar to measure) and sits at the top-right
-    // of the area the bar leaves free.
-    // Only a top bar counts: a bottom bar leaves the strip its usual height at
-    // the top. `reserved` is the strip's own reservation in effect (empty when
-    // none): a work area that ends exactly at it is the strip's own doing.
-    static int topInset(const QRect &screen, const QRect &available, const QRect &reserved = {});
-    static int barHeight(const QRect &screen, const QRect &available, const QRect &reserved = {});
-    static QRect stripGeometry(const QRect &screen, const QRect &available, const QRect &reserved = {});
-    // The same on X11, in device pixels, from what X says: the strip goes to
-    // the monitor holding a top bar (the primary when it does), right under
-    // the lowest bar there, at the right of that monitor's work area. Without
-    // a bar it is the primary monitor and its work area. `scale` is the
-    // device pixels per point.
-    static QRect stripOnMonitors(const QList<QRect> &monitors, const QRect &workArea, const QList<QRect> &topBars,
-                                 const QRect &reserved, double scale);
-    // Device pixels (root coordinates) to Qt's logical ones: each screen
-    // keeps its native top-left and scales from there.
-    static QPoint logicalFromDevice(const QPoint &device);
     // Qt's X11 backend drops the work area as soon as there are two monitors
     // unless told to trust it. Call before the application object exists.
     static void trustWorkArea();
-    // The part of the screen the bar colour is read from: the top bar above the
-    // strip, or a bottom bar at the same columns; empty without a bar.
-    static QRect barSample(const QRect &screen, const QRect &available, const QRect &strip);
-    // A window manager honoured the position when the strip landed within a
-    // few pixels of it.
-    static bool placedAsAsked(const QRect &asked, const QRect &landed);
-    // The panel's anchor when nothing on screen says where Larkpin is: the
-    // top-right corner of the work area.
-    static QRect cornerAnchor(const QRect &available);
-    // The panel's anchor after a click on the tray icon: the icon when the
-    // host says where it is; otherwise the pointer, which is on the icon
-    // (X11); otherwise (native Wayland tells no one where the pointer is)
-    // centred under the top of the work area.
-    static QRect trayAnchor(const QRect &icon, const std::optional<QPoint> &pointer, const QRect &available);
-    // The bar's colour read off the screen; none where the screen cannot be read.
-    static std::optional<QColor> sampleBarColour(QScreen *screen, const QRect &region);
-    static bool isDarkColour(const QColor &colour);
-    // The strip as drawn on a bar of the given colour: background and brand mark
-    // (the stream view draws over it from x = 22).
-    // Square corners where no compositor blends the translucent ones.
-    static void paintStrip(QPainter &p, const QSizeF &size, const QColor &bar, bool rounded = true);
-    // The tray's monochrome mark, light on a dark panel and dark on a light one.
-    static QImage trayMark(bool darkPanel, int size = 32);
 
 Q_SIGNALS:
     // The takeover began, changed hands or ended.
@@ -139,7 +100,6 @@ private Q_SLOTS:
     void trayManagerChanged();
 
 private:
-    friend class TickerStrip;
     void ensureTray();
     bool stripWanted() const;
     void applyStripMode(); // shows or hides the strip as the settings and the desktop allow
@@ -149,12 +109,14 @@ private:
     void refreshTrayMenu();
     // Re-reads the bar's colour; without `now`, at most every two minutes.
     void followBarColour(bool now = false);
+    // The strip's fill, the stream's ink and the tray mark on the bar's colour.
+    void applyBarColour(const std::optional<QColor> &bar);
 
     FeedStore *store_;
-    TickerStrip *strip_ = nullptr;
+    StripWindow *strip_ = nullptr;
     StatusStreamView *view_ = nullptr;
     FocalDirector *focalDirector_ = nullptr;
-    QElapsedTimer barSampled_;
+    BarShade *barShade_ = nullptr;
     std::optional<bool> trayDark_; // the panel shade the tray icon was drawn for
     QPointer<QSystemTrayIcon> tray_;
     bool trayWatched_ = false; // listening for a tray manager to appear
@@ -162,7 +124,6 @@ private:
     QAction *trayStatus_ = nullptr;
     QAction *trayPause_ = nullptr;
     QTimer *placeTask_ = nullptr;
-    QTimer *barWatch_ = nullptr; // one look after the ticker stops flipping
     QRect asked_;       // where the strip was last put
     QRect askedDevice_; // the same in device pixels, where X placed it
     QRect reserved_;    // the strip's reservation in effect (device pixels on X11)

@@ -1,3 +1,4 @@
+// Kept whole: its timing and its drawing share one animation state, which a split would scatter.
 #include "Menu/StatusStreamView.h"
 
 #include "Menu/Blur.h"

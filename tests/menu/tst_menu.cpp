@@ -7,9 +7,12 @@
 
 #include "Feed/FeedStore.h"
 #include "Feed/TarnwickClient.h"
+#include "Menu/BarShade.h"
 #include "Menu/StatusItemController.h"
 #include "Menu/StatusStreamView.h"
 #include "Menu/StreamComposer.h"
+#include "Menu/StripPlacement.h"
+#include "Menu/StripWindow.h"
 #include "Menu/X11Desktop.h"
 
 #include <QAction>
@@ -202,21 +205,22 @@ private Q_SLOTS:
     void stripPlacement()
     {
         const Placement &r = row(placements);
-        QCOMPARE(StatusItemController::stripGeometry(r.screen, r.available, r.reserved), r.strip);
+        QCOMPARE(StripPlacement::stripGeometry(r.screen, r.available, r.reserved), r.strip);
     }
 
     void stripOnMonitors_data() { rows(onMonitors); }
     void stripOnMonitors()
     {
         const OnMonitors &r = row(onMonitors);
-        QCOMPARE(StatusItemController::stripOnMonitors(r.monitors, r.workArea, r.bars, r.reserved, r.scale), r.strip);
+        QCOMPARE(StripPlacement::stripOnMonitors(r.monitors, r.workArea, r.bars, r.reserved, r.scale),
+                 r.strip);
     }
 
     void barSample_data() { rows(barSamples); }
     void barSample()
     {
         const BarSample &r = row(barSamples);
-        QCOMPARE(StatusItemController::barSample(hd, r.available, r.strip), r.sample);
+        QCOMPARE(BarShade::sampleRegion(hd, r.available, r.strip), r.sample);
     }
 
     // _NET_WM_STRUT_PARTIAL: left, right, top, bottom, then each edge's span.
@@ -231,19 +235,19 @@ private Q_SLOTS:
     void placedAsAskedAndTheTrayMark()
     {
         const QRect asked(1724, 28, 196, 28);
-        QVERIFY(StatusItemController::placedAsAsked(asked, asked.translated(2, 2)));
-        QVERIFY(!StatusItemController::placedAsAsked(asked, QRect(0, 0, 196, 28)));     // top-left
-        QVERIFY(!StatusItemController::placedAsAsked(asked, QRect(862, 526, 196, 28))); // centred
+        QVERIFY(StripPlacement::placedAsAsked(asked, asked.translated(2, 2)));
+        QVERIFY(!StripPlacement::placedAsAsked(asked, QRect(0, 0, 196, 28)));     // top-left
+        QVERIFY(!StripPlacement::placedAsAsked(asked, QRect(862, 526, 196, 28))); // centred
         // The tray mark is one colour, the one that stands out on the panel.
         for (bool dark : {true, false}) {
-            const QImage mark = StatusItemController::trayMark(dark, 32);
+            const QImage mark = StripWindow::trayMark(dark, 32);
             QSet<QRgb> opaque;
             for (int y = 0; y < 32; ++y)
                 for (int x = 0; x < 32; ++x)
                     if (qAlpha(mark.pixel(x, y)) == 255)
                         opaque.insert(mark.pixel(x, y));
             QCOMPARE(opaque.size(), 1);
-            QCOMPARE(StatusItemController::isDarkColour(QColor(*opaque.begin())), !dark);
+            QCOMPARE(BarShade::isDark(QColor(*opaque.begin())), !dark);
         }
     }
 
@@ -313,7 +317,7 @@ private Q_SLOTS:
 
     void trayOnlyHidesTheStripAndAnchorsAtTheCorner()
     {
-        QCOMPARE(StatusItemController::cornerAnchor(QRect(0, 28, 1920, 1052)), QRect(1919, 28, 1, 1));
+        QCOMPARE(StripPlacement::cornerAnchor(QRect(0, 28, 1920, 1052)), QRect(1919, 28, 1, 1));
         auto store = quietStore();
         StatusItemController item(store.get());
         QVERIFY(item.stripShown());
@@ -323,7 +327,7 @@ private Q_SLOTS:
         store->updatePreferences(prefs);
         QVERIFY(!item.stripShown());
         QCOMPARE(item.anchorRect(),
-                 StatusItemController::cornerAnchor(QGuiApplication::primaryScreen()->availableGeometry()));
+                 StripPlacement::cornerAnchor(QGuiApplication::primaryScreen()->availableGeometry()));
         prefs.trayOnly = false;
         store->updatePreferences(prefs);
         QVERIFY(item.stripShown());

@@ -5,7 +5,7 @@
 
 #include "Table.h"
 
-#include "Menu/StatusItemController.h"
+#include "Menu/StripPlacement.h"
 
 #include <QTest>
 
@@ -31,7 +31,7 @@ private Q_SLOTS:
     void anchor()
     {
         const auto &[name, icon, pointer, available, expected] = row(anchors);
-        const QRect got = StatusItemController::trayAnchor(icon, pointer, available);
+        const QRect got = StripPlacement::trayAnchor(icon, pointer, available);
         QCOMPARE(got, expected);
         if (!pointer) {
             // The panel (400 wide) opens with its right edge 10 past the
