@@ -29,13 +29,16 @@ QStringList A(const char *words)
 // clang-format off
 struct BareRun { const char *name, *args; int exitCode; const char *out, *err; };
 const BareRun bareRuns[] = {
-    {"--version", "--version", 0, "Larkpin " LARKPIN_VERSION "\n", ""},
-    {"--help", "--help", 0, "--snapshot <dir>", ""},
-    {"plain launch (or --open)", "", 1, "",
-     "no display found (neither DISPLAY nor WAYLAND_DISPLAY is set); "
-     "to render pictures without a screen, run: larkpin --snapshot DIR\n"},
-    {"--quit, nothing running", "--quit", 1, "", "no running instance in this session\n"},
-    {"unknown option", "--bogus", 2, "", "larkpin: Unknown option 'bogus'.\nTry 'larkpin --help'.\n"}};
+    {.name = "--version", .args = "--version", .exitCode = 0, .out = "Larkpin " LARKPIN_VERSION "\n",
+     .err = ""},
+    {.name = "--help", .args = "--help", .exitCode = 0, .out = "--snapshot <dir>", .err = ""},
+    {.name = "plain launch (or --open)", .args = "", .exitCode = 1, .out = "",
+     .err = "no display found (neither DISPLAY nor WAYLAND_DISPLAY is set); " "to render pictures without a screen, run: larkpin --snapshot DIR\n"},
+    {.name = "--quit, nothing running", .args = "--quit", .exitCode = 1, .out = "",
+     .err = "no running instance in this session\n"},
+    {.name = "unknown option", .args = "--bogus", .exitCode = 2, .out = "",
+     .err = "larkpin: Unknown option 'bogus'.\nTry 'larkpin --help'.\n"},
+};
 
 // --snapshot is a synonym of LARKPIN_SNAPSHOT and wins over it; an error
 // holds what the launch prints before it exits with 2. dir: the snapshot
@@ -43,25 +46,38 @@ const BareRun bareRuns[] = {
 using Act = CommandLine::Options::Action;
 struct Parse { const char *name, *args, *envSnapshot; Act action; const char *dir; };
 const Parse parses[] = {
-    {"flag", "--snapshot /tmp/a", "", Act::Run, "/tmp/a"},
-    {"flag=", "--snapshot=/tmp/a", "", Act::Run, "/tmp/a"},
-    {"environment", "", "/tmp/e", Act::Run, "/tmp/e"},
-    {"flag wins", "--snapshot /tmp/a", "/tmp/e", Act::Run, "/tmp/a"},
-    {"neither", "", "", Act::Run, ""}, {"-v", "-v", "", Act::Version, ""},
-    {"stray argument", "chart", "", Act::Error, "Unexpected argument 'chart'"},
-    {"--snapshot without dir", "--snapshot", "", Act::Error, "Missing value after '--snapshot'"},
-    {"two modes", "--open --quit", "", Act::Error, "cannot be combined"},
-    {"history and snapshot", "--history --snapshot /tmp/a", "", Act::Error, "cannot be combined"},
-    {"history leaves the environment's snapshot", "--history", "/tmp/e", Act::Run, ""},
-    {"--since alone", "--since 2h", "", Act::Error, "go with --history"},
-    {"--since unreadable", "--history --since soon", "", Act::Error, "Cannot read the duration 'soon'"}};
+    {.name = "flag", .args = "--snapshot /tmp/a", .envSnapshot = "", .action = Act::Run, .dir = "/tmp/a"},
+    {.name = "flag=", .args = "--snapshot=/tmp/a", .envSnapshot = "", .action = Act::Run, .dir = "/tmp/a"},
+    {.name = "environment", .args = "", .envSnapshot = "/tmp/e", .action = Act::Run, .dir = "/tmp/e"},
+    {.name = "flag wins", .args = "--snapshot /tmp/a", .envSnapshot = "/tmp/e", .action = Act::Run,
+     .dir = "/tmp/a"},
+    {.name = "neither", .args = "", .envSnapshot = "", .action = Act::Run, .dir = ""},
+    {.name = "-v", .args = "-v", .envSnapshot = "", .action = Act::Version, .dir = ""},
+    {.name = "stray argument", .args = "chart", .envSnapshot = "", .action = Act::Error,
+     .dir = "Unexpected argument 'chart'"},
+    {.name = "--snapshot without dir", .args = "--snapshot", .envSnapshot = "", .action = Act::Error,
+     .dir = "Missing value after '--snapshot'"},
+    {.name = "two modes", .args = "--open --quit", .envSnapshot = "", .action = Act::Error,
+     .dir = "cannot be combined"},
+    {.name = "history and snapshot", .args = "--history --snapshot /tmp/a", .envSnapshot = "",
+     .action = Act::Error, .dir = "cannot be combined"},
+    {.name = "history leaves the environment's snapshot", .args = "--history", .envSnapshot = "/tmp/e",
+     .action = Act::Run, .dir = ""},
+    {.name = "--since alone", .args = "--since 2h", .envSnapshot = "", .action = Act::Error,
+     .dir = "go with --history"},
+    {.name = "--since unreadable", .args = "--history --since soon", .envSnapshot = "", .action = Act::Error,
+     .dir = "Cannot read the duration 'soon'"},
+};
 
 struct Display { const char *name, *vars; bool has; };
 const Display displays[] = {
-    {"nothing", "", false}, {"x11", "DISPLAY=:0", true}, {"wayland", "WAYLAND_DISPLAY=wayland-0", true},
-    {"offscreen by hand", "QT_QPA_PLATFORM=offscreen", true},
-    {"xcb asked, no display", "QT_QPA_PLATFORM=xcb", false},
-    {"empty DISPLAY", "DISPLAY=", false}};
+    {.name = "nothing", .vars = "", .has = false},
+    {.name = "x11", .vars = "DISPLAY=:0", .has = true},
+    {.name = "wayland", .vars = "WAYLAND_DISPLAY=wayland-0", .has = true},
+    {.name = "offscreen by hand", .vars = "QT_QPA_PLATFORM=offscreen", .has = true},
+    {.name = "xcb asked, no display", .vars = "QT_QPA_PLATFORM=xcb", .has = false},
+    {.name = "empty DISPLAY", .vars = "DISPLAY=", .has = false},
+};
 // clang-format on
 } // namespace
 
@@ -227,7 +243,7 @@ private Q_SLOTS:
         QVERIFY2(log.contains(QStringLiteral("[Larkpin] keep  [")), "no signal was kept");
         QVERIFY(log.contains(QStringLiteral(" [tw] frame #")));
         QVERIFY(log.contains(QStringLiteral("[Larkpin] snapshots written to ") + dir.path()));
-        QVERIFY(QTest::qWaitFor([&] { return sim.closeCodesReceived().contains(1001); }, 3000));
+        QVERIFY(QTest::qWaitFor([&] { return sim.closeCodesReceived().contains(1001); }, 30000));
 
         // A folder it cannot write to: it says so and fails.
         QVERIFY(run(app, A("--snapshot /proc/larkpin-cannot-write-here"), {}, 20000));

@@ -52,40 +52,53 @@ void writeFile(const QString &path, const QByteArray &contents)
 // fresh file), and how that differs from the defaults (no change: it does not).
 struct Load { const char *name, *key; QVariant value; std::function<void(P &)> change; };
 const Load loads[] = {
-    {"fresh", nullptr, {}},
-    {"whale off only", "streams", QVariantMap{{u"whale"_s, false}}, [](P &p) { p.streams[whale] = false; }},
+    {.name = "fresh", .key = nullptr, .value = {}},
+    {.name = "whale off only", .key = "streams", .value = QVariantMap{{u"whale"_s, false}},
+     .change = [](P &p) { p.streams[whale] = false; }},
     // One value that is not a real boolean spoils the whole map, wherever it sits.
-    {"a text is not a switch", "streams", QVariantMap{{u"whale"_s, false}, {u"spike"_s, u"false"_s}}},
-    {"a number under an unknown key", "streams", QVariantMap{{u"whale"_s, false}, {u"zzz"_s, 3}}},
-    {"streams not a map", "streams", 42},
-    {"unknown kinds ignored", "streams", QVariantMap{{u"stocks"_s, false}, {u"stock"_s, true}},
-     [](P &p) { p.streams[stocks] = false; }},
-    {"negative min", "minTradeUsd", -5.0}, {"NaN min", "minTradeUsd", u"nan"_s},
-    {"zero min kept", "minTradeUsd", 0.0, [](P &p) { p.minTradeUsd = 0; }},
-    {"text focal", "focalUsd", u"lots"_s}, {"negative focal", "focalUsd", -0.01},
-    {"zero focal kept", "focalUsd", 0.0, [](P &p) { p.focalUsd = 0; }},
-    {"paused 1", "paused", 1, [](P &p) { p.paused = true; }}, {"paused 0", "paused", 0},
-    {"paused YES", "paused", u"YES"_s, [](P &p) { p.paused = true; }},
+    {.name = "a text is not a switch", .key = "streams",
+     .value = QVariantMap{{u"whale"_s, false}, {u"spike"_s, u"false"_s}}},
+    {.name = "a number under an unknown key", .key = "streams",
+     .value = QVariantMap{{u"whale"_s, false}, {u"zzz"_s, 3}}},
+    {.name = "streams not a map", .key = "streams", .value = 42},
+    {.name = "unknown kinds ignored", .key = "streams",
+     .value = QVariantMap{{u"stocks"_s, false}, {u"stock"_s, true}},
+     .change = [](P &p) { p.streams[stocks] = false; }},
+    {.name = "negative min", .key = "minTradeUsd", .value = -5.0},
+    {.name = "NaN min", .key = "minTradeUsd", .value = u"nan"_s},
+    {.name = "zero min kept", .key = "minTradeUsd", .value = 0.0, .change = [](P &p) { p.minTradeUsd = 0; }},
+    {.name = "text focal", .key = "focalUsd", .value = u"lots"_s},
+    {.name = "negative focal", .key = "focalUsd", .value = -0.01},
+    {.name = "zero focal kept", .key = "focalUsd", .value = 0.0, .change = [](P &p) { p.focalUsd = 0; }},
+    {.name = "paused 1", .key = "paused", .value = 1, .change = [](P &p) { p.paused = true; }},
+    {.name = "paused 0", .key = "paused", .value = 0},
+    {.name = "paused YES", .key = "paused", .value = u"YES"_s, .change = [](P &p) { p.paused = true; }},
     // Mute and watch lists: a value of the wrong shape leaves the list empty;
     // entries that are not names are skipped, the rest kept sorted.
-    {"muted tokens with bad entries", "mutedTokens",
-     QStringList{u"WIF"_s, u"$PEPE"_s, {}, u"two words"_s, QString(65, u'x'), u"tab\there"_s, u"BONK"_s,
-                 u"WIF"_s},
-     [](P &p) { p.mutedTokens = names("BONK WIF"); }},
-    {"control character in a handle", "mutedWallets", QStringList{u"kai\a"_s, u"mo"_s},
-     [](P &p) { p.mutedWallets = names("mo"); }},
-    {"muted wallets of another type", "mutedWallets", QSize(4, 2)},
-    {"muted tokens a map", "mutedTokens", QVariantMap{{u"WIF"_s, true}}},
-    {"a list of one read as text", "watchedWallets", u"kim"_s, [](P &p) { p.watchedWallets = {u"kim"_s}; }},
-    {"kept to the bound", "watchedWallets", numbered(300), [](P &p) { p.watchedWallets = numbered(200); }}};
+    {.name = "muted tokens with bad entries", .key = "mutedTokens",
+     .value = QStringList{u"WIF"_s, u"$PEPE"_s, {}, u"two words"_s, QString(65, u'x'), u"tab\there"_s, u"BONK"_s, u"WIF"_s},
+     .change = [](P &p) { p.mutedTokens = names("BONK WIF"); }},
+    {.name = "control character in a handle", .key = "mutedWallets",
+     .value = QStringList{u"kai\a"_s, u"mo"_s}, .change = [](P &p) { p.mutedWallets = names("mo"); }},
+    {.name = "muted wallets of another type", .key = "mutedWallets", .value = QSize(4, 2)},
+    {.name = "muted tokens a map", .key = "mutedTokens", .value = QVariantMap{{u"WIF"_s, true}}},
+    {.name = "a list of one read as text", .key = "watchedWallets", .value = u"kim"_s,
+     .change = [](P &p) { p.watchedWallets = {u"kim"_s}; }},
+    {.name = "kept to the bound", .key = "watchedWallets", .value = numbered(300),
+     .change = [](P &p) { p.watchedWallets = numbered(200); }},
+};
 
 // On a list of BONK and WIF (nullptr: filled up to the bound first, and left so).
 struct Listed { const char *name, *entry; bool on, changed; const char *after; };
 const Listed listed[] = {
-    {"added in order", "MEW", true, true, "BONK MEW WIF"}, {"already there", "WIF", true, false, "BONK WIF"},
-    {"removed", "BONK", false, true, "WIF"}, {"removing a stranger", "MEW", false, false, "BONK WIF"},
-    {"not a name", "$MEW", true, false, "BONK WIF"}, {"a handle with its @", "@kai", true, false, "BONK WIF"},
-    {"full list", "full", true, false, nullptr}};
+    {.name = "added in order", .entry = "MEW", .on = true, .changed = true, .after = "BONK MEW WIF"},
+    {.name = "already there", .entry = "WIF", .on = true, .changed = false, .after = "BONK WIF"},
+    {.name = "removed", .entry = "BONK", .on = false, .changed = true, .after = "WIF"},
+    {.name = "removing a stranger", .entry = "MEW", .on = false, .changed = false, .after = "BONK WIF"},
+    {.name = "not a name", .entry = "$MEW", .on = true, .changed = false, .after = "BONK WIF"},
+    {.name = "a handle with its @", .entry = "@kai", .on = true, .changed = false, .after = "BONK WIF"},
+    {.name = "full list", .entry = "full", .on = true, .changed = false, .after = nullptr},
+};
 
 // A file that cannot be read at all is named with the reason; a readable file
 // with bad entries is not (each entry falls back on its own). No contents: no
@@ -93,25 +106,31 @@ const Listed listed[] = {
 const double defaultMin = P::defaults().minTradeUsd;
 struct File { const char *name; QByteArray contents; bool asFolder; const char *reason; double minTrade; };
 const File files[] = {
-    {"fine", "[General]\nminTradeUsd=500\n", false, nullptr, 500},
-    {"bad entries only", "[General]\nminTradeUsd=abc\npaused=maybe\n", false, nullptr, defaultMin},
-    {"missing", {}, false, nullptr, defaultMin},
-    {"corrupt entries",
-     QByteArray("\x00\xff[General\nstreams=@Variant(\x01\x02garbage\n"
-                "minTradeUsd=@ByteArray(\xfe)\npaused=maybe\n", 70),
-     false, nullptr, defaultMin},
-    {"binary junk", QByteArray("[General]\nminTradeUsd=500\n[broken\nx=\x00\x01\n", 39), false,
-     "is not a settings file", 500},
-    {"a folder in its place", {}, true, "cannot be read", defaultMin}};
+    {.name = "fine", .contents = "[General]\nminTradeUsd=500\n", .asFolder = false, .reason = nullptr,
+     .minTrade = 500},
+    {.name = "bad entries only", .contents = "[General]\nminTradeUsd=abc\npaused=maybe\n", .asFolder = false,
+     .reason = nullptr, .minTrade = defaultMin},
+    {.name = "missing", .contents = {}, .asFolder = false, .reason = nullptr, .minTrade = defaultMin},
+    {.name = "corrupt entries",
+     .contents = QByteArray("\x00\xff[General\nstreams=@Variant(\x01\x02garbage\n" "minTradeUsd=@ByteArray(\xfe)\npaused=maybe\n", 70),
+     .asFolder = false, .reason = nullptr, .minTrade = defaultMin},
+    {.name = "binary junk", .contents = QByteArray("[General]\nminTradeUsd=500\n[broken\nx=\x00\x01\n", 39),
+     .asFolder = false, .reason = "is not a settings file", .minTrade = 500},
+    {.name = "a folder in its place", .contents = {}, .asFolder = true, .reason = "cannot be read",
+     .minTrade = defaultMin},
+};
 
 // An entry the user or another tool edited is read the way a desktop reads it.
 struct Entry { const char *name; QByteArray text; bool on; };
 const Entry entries[] = {
-    {"plain", "[Desktop Entry]\nType=Application\nExec=larkpin\n", true},
-    {"hidden", "[Desktop Entry]\nExec=larkpin\nHidden=true\n", false},
-    {"session switch off", "[Desktop Entry]\nExec=larkpin\nX-GNOME-Autostart-enabled=false\n", false},
-    {"hidden in another group", "[Desktop Entry]\nExec=larkpin\n[Desktop Action x]\nHidden=true\n", true},
-    {"escapes in Exec", "[Desktop Entry]\nExec=\"/opt/a \\\"b\\\"/larkpin\"\n", true}};
+    {.name = "plain", .text = "[Desktop Entry]\nType=Application\nExec=larkpin\n", .on = true},
+    {.name = "hidden", .text = "[Desktop Entry]\nExec=larkpin\nHidden=true\n", .on = false},
+    {.name = "session switch off", .text = "[Desktop Entry]\nExec=larkpin\nX-GNOME-Autostart-enabled=false\n",
+     .on = false},
+    {.name = "hidden in another group",
+     .text = "[Desktop Entry]\nExec=larkpin\n[Desktop Action x]\nHidden=true\n", .on = true},
+    {.name = "escapes in Exec", .text = "[Desktop Entry]\nExec=\"/opt/a \\\"b\\\"/larkpin\"\n", .on = true},
+};
 // clang-format on
 } // namespace
 

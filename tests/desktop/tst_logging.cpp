@@ -25,19 +25,23 @@ void capture(QtMsgType type, const QMessageLogContext &context, const QString &t
 // clang-format off
 struct Trouble { const char *name, *line; bool trouble; };
 const Trouble troubles[] = {
-    {"receive failed", "receive FAILED: the socket closed (code 1006)", true},
-    {"ping failed", "ping FAILED: no pong within 15000 ms", true},
-    {"undecodable", "frame #12 UNDECODABLE", true},
-    {"oversized", "frame #3 over 1048576 bytes, dropped", true},
-    {"ping ok", "ping ok · frames=3 fills=9", false},
-    {"frame", "frame #4 fills=2 (total 9)", false}};
+    {.name = "receive failed", .line = "receive FAILED: the socket closed (code 1006)", .trouble = true},
+    {.name = "ping failed", .line = "ping FAILED: no pong within 15000 ms", .trouble = true},
+    {.name = "undecodable", .line = "frame #12 UNDECODABLE", .trouble = true},
+    {.name = "oversized", .line = "frame #3 over 1048576 bytes, dropped", .trouble = true},
+    {.name = "ping ok", .line = "ping ok · frames=3 fills=9", .trouble = false},
+    {.name = "frame", .line = "frame #4 fills=2 (total 9)", .trouble = false},
+};
 
 // The app's own lines: tagged, flattened, in larkpin.app at their level,
 // and printed whether or not the trace is on (they are not in the trace).
 struct AppLine { const char *name; QtMsgType type; bool tracing; };
 const AppLine appLineRows[] = {
-    {"warning", QtWarningMsg, false}, {"warning while tracing", QtWarningMsg, true},
-    {"info", QtInfoMsg, false}, {"critical", QtCriticalMsg, false}};
+    {.name = "warning", .type = QtWarningMsg, .tracing = false},
+    {.name = "warning while tracing", .type = QtWarningMsg, .tracing = true},
+    {.name = "info", .type = QtInfoMsg, .tracing = false},
+    {.name = "critical", .type = QtCriticalMsg, .tracing = false},
+};
 // clang-format on
 } // namespace
 

@@ -33,54 +33,77 @@ Signal signalFor(const QString &id, const QString &ticker = QStringLiteral("BONK
 // expected lists the ids that reached the sink, in order.
 struct Notifies { const char *name, *steps, *expected; };
 const Notifies notifies[] = {
-    {"one takeover", "a:1", "a"}, {"same signal twice", "a:1 a:1", "a"},
-    {"back after another", "a:1 b:1 a:1", "a b"},
-    {"off", "a:0 b:0", ""}, {"switched on later: old one stays quiet", "a:0 a:1 b:1", "b"},
-    {"no id", ":1", ""}};
+    {.name = "one takeover", .steps = "a:1", .expected = "a"},
+    {.name = "same signal twice", .steps = "a:1 a:1", .expected = "a"},
+    {.name = "back after another", .steps = "a:1 b:1 a:1", .expected = "a b"},
+    {.name = "off", .steps = "a:0 b:0", .expected = ""},
+    {.name = "switched on later: old one stays quiet", .steps = "a:0 a:1 b:1", .expected = "b"},
+    {.name = "no id", .steps = ":1", .expected = ""},
+};
 
 // Steps: "T:id" a takeover at T seconds, "T:id*" by a watched wallet, "x" the
 // server closing the bubble on screen. Expected, per takeover: N a new bubble,
 // U the bubble on screen updated, W a bubble of its own, - nothing.
 struct Coalesces { const char *name, *steps, *expected; };
 const Coalesces coalesces[] = {
-    {"a burst is one bubble", "0:a 5:b 12:c", "N U U"},
-    {"a pause starts a new bubble", "0:a 31:b", "N N"},
-    {"a burst is cut after a minute", "0:a 25:b 50:c 61:d 70:e", "N U U N U"},
-    {"after the server closed it, a new one", "0:a x 5:b", "N N"},
-    {"six new bubbles a minute", "0:a x 1:b x 2:c x 3:d x 4:e x 5:f x 6:g 7:h", "N N N N N N - -"},
-    {"over the limit, into the bubble on screen", "0:a x 1:b x 2:c x 3:d x 4:e x 5:f 40:g", "N N N N N N U"},
-    {"the minute moves on", "0:a x 1:b x 2:c x 3:d x 4:e x 5:f x 60:g", "N N N N N N N"},
-    {"watched wallets break through", "0:a x 1:b x 2:c x 3:d x 4:e x 5:f x 6:g* 7:h*", "N N N N N N W W"},
-    {"a watched one stays out of the burst", "0:a 5:b* 9:c", "N W U"}};
+    {.name = "a burst is one bubble", .steps = "0:a 5:b 12:c", .expected = "N U U"},
+    {.name = "a pause starts a new bubble", .steps = "0:a 31:b", .expected = "N N"},
+    {.name = "a burst is cut after a minute", .steps = "0:a 25:b 50:c 61:d 70:e", .expected = "N U U N U"},
+    {.name = "after the server closed it, a new one", .steps = "0:a x 5:b", .expected = "N N"},
+    {.name = "six new bubbles a minute", .steps = "0:a x 1:b x 2:c x 3:d x 4:e x 5:f x 6:g 7:h",
+     .expected = "N N N N N N - -"},
+    {.name = "over the limit, into the bubble on screen", .steps = "0:a x 1:b x 2:c x 3:d x 4:e x 5:f 40:g",
+     .expected = "N N N N N N U"},
+    {.name = "the minute moves on", .steps = "0:a x 1:b x 2:c x 3:d x 4:e x 5:f x 60:g",
+     .expected = "N N N N N N N"},
+    {.name = "watched wallets break through", .steps = "0:a x 1:b x 2:c x 3:d x 4:e x 5:f x 6:g* 7:h*",
+     .expected = "N N N N N N W W"},
+    {.name = "a watched one stays out of the burst", .steps = "0:a 5:b* 9:c", .expected = "N W U"},
+};
 
 // The summary says what, the body how big; only a web link is kept, the
 // evidence's before the record's own.
 const QString bonk = QStringLiteral("BONK"), whaleBonk = QStringLiteral("WHALE · BONK");
 struct Compose { const char *name; QString ticker; const char *evidence, *record; QString summary; const char *kept; };
 const Compose composes[] = {
-    {"https link", bonk, "https://dex.example/pair/1", "", whaleBonk, "https://dex.example/pair/1"},
-    {"http link", bonk, "http://dex.example/p", "", whaleBonk, "http://dex.example/p"},
-    {"no link", bonk, "", "", whaleBonk, ""},
-    {"the record's own link", bonk, "", "https://charts.example/pool/9", whaleBonk, "https://charts.example/pool/9"},
-    {"evidence before the record", bonk, "https://dex.example/a", "https://charts.example/b", whaleBonk,
-     "https://dex.example/a"},
-    {"bad evidence, the record's", bonk, "ftp://dex.example/a", "https://charts.example/b", whaleBonk,
-     "https://charts.example/b"},
-    {"javascript link dropped", bonk, "javascript:alert(1)", "javascript:alert(2)", whaleBonk, ""},
-    {"file link dropped", bonk, "file:///etc/passwd", "file:///etc/shadow", whaleBonk, ""},
-    {"line breaks in wire text", QStringLiteral("BO\nNK\u2028"), "", "", QStringLiteral("WHALE · BO NK"), ""},
-    {"no ticker", {}, "", "", QStringLiteral("WHALE"), ""},
-    {"long ticker cut", QString(500, u'T'), "", "", QStringLiteral("WHALE · ") + QString(71, u'T') + QChar(0x2026),
-     ""}};
+    {.name = "https link", .ticker = bonk, .evidence = "https://dex.example/pair/1", .record = "",
+     .summary = whaleBonk, .kept = "https://dex.example/pair/1"},
+    {.name = "http link", .ticker = bonk, .evidence = "http://dex.example/p", .record = "",
+     .summary = whaleBonk, .kept = "http://dex.example/p"},
+    {.name = "no link", .ticker = bonk, .evidence = "", .record = "", .summary = whaleBonk, .kept = ""},
+    {.name = "the record's own link", .ticker = bonk, .evidence = "",
+     .record = "https://charts.example/pool/9", .summary = whaleBonk,
+     .kept = "https://charts.example/pool/9"},
+    {.name = "evidence before the record", .ticker = bonk, .evidence = "https://dex.example/a",
+     .record = "https://charts.example/b", .summary = whaleBonk, .kept = "https://dex.example/a"},
+    {.name = "bad evidence, the record's", .ticker = bonk, .evidence = "ftp://dex.example/a",
+     .record = "https://charts.example/b", .summary = whaleBonk, .kept = "https://charts.example/b"},
+    {.name = "javascript link dropped", .ticker = bonk, .evidence = "javascript:alert(1)",
+     .record = "javascript:alert(2)", .summary = whaleBonk, .kept = ""},
+    {.name = "file link dropped", .ticker = bonk, .evidence = "file:///etc/passwd",
+     .record = "file:///etc/shadow", .summary = whaleBonk, .kept = ""},
+    {.name = "line breaks in wire text", .ticker = QStringLiteral("BO\nNK\u2028"), .evidence = "",
+     .record = "", .summary = QStringLiteral("WHALE · BO NK"), .kept = ""},
+    {.name = "no ticker", .ticker = {}, .evidence = "", .record = "", .summary = QStringLiteral("WHALE"),
+     .kept = ""},
+    {.name = "long ticker cut", .ticker = QString(500, u'T'), .evidence = "", .record = "",
+     .summary = QStringLiteral("WHALE · ") + QString(71, u'T') + QChar(0x2026), .kept = ""},
+};
 
 struct Tally { const char *name; int more; std::optional<SignalKind> kind; std::optional<double> usd; QString ticker;
                QString text; };
 const Tally tallies[] = {
-    {"one more whale", 1, SignalKind::whale, 48200, u"$BONK"_s, u"1 more whale · largest $48.2K on $BONK"_s},
-    {"several kinds", 3, std::nullopt, 1.2e6, u"$DOGO"_s, u"3 more signals · largest $1.20M on $DOGO"_s},
-    {"pile-ins without a size", 2, SignalKind::spike, std::nullopt, u"$WIF"_s, u"2 more pile-ins"_s},
-    {"stock trades", 2, SignalKind::stocks, 5e5, u"NVDA"_s, u"2 more stock trades · largest $500.0K on NVDA"_s},
-    {"wire text in the ticker", 2, SignalKind::whale, 5e4, u"$A\nB"_s, u"2 more whales · largest $50.0K on $A B"_s}};
+    {.name = "one more whale", .more = 1, .kind = SignalKind::whale, .usd = 48200, .ticker = u"$BONK"_s,
+     .text = u"1 more whale · largest $48.2K on $BONK"_s},
+    {.name = "several kinds", .more = 3, .kind = std::nullopt, .usd = 1.2e6, .ticker = u"$DOGO"_s,
+     .text = u"3 more signals · largest $1.20M on $DOGO"_s},
+    {.name = "pile-ins without a size", .more = 2, .kind = SignalKind::spike, .usd = std::nullopt,
+     .ticker = u"$WIF"_s, .text = u"2 more pile-ins"_s},
+    {.name = "stock trades", .more = 2, .kind = SignalKind::stocks, .usd = 5e5, .ticker = u"NVDA"_s,
+     .text = u"2 more stock trades · largest $500.0K on NVDA"_s},
+    {.name = "wire text in the ticker", .more = 2, .kind = SignalKind::whale, .usd = 5e4,
+     .ticker = u"$A\nB"_s, .text = u"2 more whales · largest $50.0K on $A B"_s},
+};
 // clang-format on
 
 QUrl urlOf(const char *text)
@@ -250,18 +273,14 @@ private Q_SLOTS:
     void overTheSessionBus()
     {
         constexpr int patience = 60000;
-        QProcess daemon;
-        QTemporaryDir busDir;
-        startPrivateBus(daemon, busDir);
-        if (!daemon.waitForStarted(patience))
+        PrivateBus bus;
+        if (!bus.start())
             QSKIP("dbus-daemon is not installed");
-        QVERIFY(QTest::qWaitFor([&] { return daemon.canReadLine(); }, patience));
-        const QString address = QString::fromUtf8(daemon.readLine()).trimmed();
+        const QString address = bus.address;
+        QVERIFY(!address.isEmpty());
         auto cleanup = qScopeGuard([&] {
             QDBusConnection::disconnectFromBus(QStringLiteral("app"));
             QDBusConnection::disconnectFromBus(QStringLiteral("server"));
-            daemon.terminate();
-            daemon.waitForFinished(patience);
         });
         QDBusConnection appBus = QDBusConnection::connectToBus(address, QStringLiteral("app"));
         QVERIFY(appBus.isConnected());
@@ -347,17 +366,14 @@ private Q_SLOTS:
     void updateWaitsForItsBubble()
     {
         constexpr int patience = 60000;
-        QProcess daemon;
-        daemon.start(QStringLiteral("dbus-daemon"), L("--session --nofork --print-address"));
-        if (!daemon.waitForStarted(patience))
+        PrivateBus bus;
+        if (!bus.start())
             QSKIP("dbus-daemon is not installed");
-        QVERIFY(QTest::qWaitFor([&] { return daemon.canReadLine(); }, patience));
-        const QString address = QString::fromUtf8(daemon.readLine()).trimmed();
+        const QString address = bus.address;
+        QVERIFY(!address.isEmpty());
         auto cleanup = qScopeGuard([&] {
             QDBusConnection::disconnectFromBus(QStringLiteral("app2"));
             QDBusConnection::disconnectFromBus(QStringLiteral("server2"));
-            daemon.terminate();
-            daemon.waitForFinished(patience);
         });
         QDBusConnection serverBus = QDBusConnection::connectToBus(address, QStringLiteral("server2"));
         FakeNotificationServer server;

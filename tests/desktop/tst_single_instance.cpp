@@ -87,7 +87,7 @@ private Q_SLOTS:
         SingleInstance second(env());
         QVERIFY(!second.claim()); // the first holds it
         QVERIFY(second.send(SingleInstance::Request::Open));
-        QVERIFY(QTest::qWaitFor([&] { return opened == 1; }, 5000));
+        QVERIFY(QTest::qWaitFor([&] { return opened == 1; }, 30000));
         QCOMPARE(squatted, 0);
     }
 
@@ -112,8 +112,8 @@ private Q_SLOTS:
         QVERIFY(server.listen(runtime_ + u"/probe"_s));
         QLocalSocket client;
         client.connectToServer(server.fullServerName());
-        QVERIFY(client.waitForConnected(5000));
-        QVERIFY(server.waitForNewConnection(5000));
+        QVERIFY(client.waitForConnected(30000));
+        QVERIFY(server.waitForNewConnection(30000));
         QLocalSocket *peer = server.nextPendingConnection();
         QCOMPARE(SingleInstance::peerUid(client.socketDescriptor()), long(::getuid()));
         QCOMPARE(SingleInstance::peerUid(peer->socketDescriptor()), long(::getuid()));

@@ -22,6 +22,8 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <optional>
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -43,13 +45,18 @@ QVariant plain(const QVariant &v)
 // A request as a piece sends it, and what the app was asked to do ("" for nothing).
 struct Request { const char *name, *method; QVariantList args; const char *done; };
 const Request requests[] = {
-    {"click opens or closes the panel at the piece", "TogglePanel", {10, 20, 30, 40}, "toggle 10,20 30x40"},
-    {"open at a bottom panel's applet", "OpenPanel", {1500, 860, 120, 40}, "open 1500,860 120x40"},
-    {"menu at the pointer", "ShowMenu", {1400, 16}, "menu 1400,16"},
-    {"pause", "SetPaused", {true}, "paused 1"}, {"resume", "SetPaused", {false}, "paused 0"},
-    {"quit from a piece's own menu", "Quit", {}, "quit"},
-    {"nowhere on any screen", "TogglePanel", {1 << 30, 0, 10, 10}, ""},
-    {"negative size", "OpenPanel", {0, 0, -5, 10}, ""}, {"menu far away", "ShowMenu", {0, -(1 << 29)}, ""}};
+    {.name = "click opens or closes the panel at the piece", .method = "TogglePanel",
+     .args = {10, 20, 30, 40}, .done = "toggle 10,20 30x40"},
+    {.name = "open at a bottom panel's applet", .method = "OpenPanel", .args = {1500, 860, 120, 40},
+     .done = "open 1500,860 120x40"},
+    {.name = "menu at the pointer", .method = "ShowMenu", .args = {1400, 16}, .done = "menu 1400,16"},
+    {.name = "pause", .method = "SetPaused", .args = {true}, .done = "paused 1"},
+    {.name = "resume", .method = "SetPaused", .args = {false}, .done = "paused 0"},
+    {.name = "quit from a piece's own menu", .method = "Quit", .args = {}, .done = "quit"},
+    {.name = "nowhere on any screen", .method = "TogglePanel", .args = {1 << 30, 0, 10, 10}, .done = ""},
+    {.name = "negative size", .method = "OpenPanel", .args = {0, 0, -5, 10}, .done = ""},
+    {.name = "menu far away", .method = "ShowMenu", .args = {0, -(1 << 29)}, .done = ""},
+};
 // clang-format on
 } // namespace
 
@@ -73,8 +80,7 @@ public Q_SLOTS:
 class TickerBusTest : public QObject {
     Q_OBJECT
 
-    QTemporaryDir busDir_;
-    QProcess daemon_;
+    std::optional<PrivateBus> bus_;
     QString address_;
     double clock_ = 1'700'000'000;
 
@@ -119,18 +125,16 @@ private Q_SLOTS:
     void initTestCase()
     {
         isolateSettings();
-        startPrivateBus(daemon_, busDir_);
-        if (!daemon_.waitForStarted(5000))
+        if (!bus_.emplace().start())
             QSKIP("dbus-daemon is not installed");
-        QVERIFY(QTest::qWaitFor([&] { return daemon_.canReadLine(); }, 10000));
-        address_ = QString::fromUtf8(daemon_.readLine()).trimmed();
+        address_ = bus_->address;
+        QVERIFY(!address_.isEmpty());
         QVERIFY(app().isConnected());
     }
     void cleanupTestCase()
     {
         QDBusConnection::disconnectFromBus(u"app"_s);
-        daemon_.terminate();
-        daemon_.waitForFinished(3000);
+        bus_.reset();
     }
 
     // What a piece reads at once, then only what changed, once per change.

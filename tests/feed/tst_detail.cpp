@@ -18,8 +18,11 @@ namespace {
 // clang-format off
 struct Failure { const char *name; QString endpoint; EndpointFaultKind kind; };
 const Failure failureRows[] = {
-    {"tape 500", u"/tape"_s, EndpointFaultKind::Status500}, {"tape does not decode", u"/tape"_s, EndpointFaultKind::BadBody},
-    {"trader 204", u"/trader/"_s, EndpointFaultKind::Status204}, {"trader too slow", u"/trader/"_s, EndpointFaultKind::Delay}};
+    {.name = "tape 500", .endpoint = u"/tape"_s, .kind = EndpointFaultKind::Status500},
+    {.name = "tape does not decode", .endpoint = u"/tape"_s, .kind = EndpointFaultKind::BadBody},
+    {.name = "trader 204", .endpoint = u"/trader/"_s, .kind = EndpointFaultKind::Status204},
+    {.name = "trader too slow", .endpoint = u"/trader/"_s, .kind = EndpointFaultKind::Delay},
+};
 // clang-format on
 } // namespace
 
@@ -39,7 +42,7 @@ class DetailTest : public QObject {
             new TarnwickClient(sim_->httpBase(), sim_->socketURL(), {.requestTimeoutMs = 800}, systemNow);
         store_ = std::make_unique<FeedStore>(client, systemNow);
         client->ensureEnrichment();
-        QVERIFY(QTest::qWaitFor([&] { return client->enrichmentFetchedAt().has_value(); }, 3000));
+        QVERIFY(QTest::qWaitFor([&] { return client->enrichmentFetchedAt().has_value(); }, 30000));
     }
 
     // A fresh fill from the service (it is on the tape now) and its signal.

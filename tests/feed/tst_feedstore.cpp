@@ -51,21 +51,34 @@ QStringList ids(const QList<Signal> &list)
 // clang-format off
 struct Repeat { const char *name; double firstUsd, secondUsd, gap; bool sell; const char *kept; };
 const Repeat repeats[] = {
-    {"smaller repeat ignored", 5000, 3000, 120, false, "tw-fill-1"},
-    {"equal repeat ignored", 5000, 5000, 120, false, "tw-fill-1"},
-    {"larger repeat replaces", 3000, 5000, 120, false, "tw-fill-2"},
-    {"exactly 300 s is a new move", 5000, 3000, 300, false, "tw-fill-2 tw-fill-1"},
-    {"older fill inside the window", 5000, 3000, -60, false, "tw-fill-1"},
-    {"a sell is another move", 5000, 3000, 10, true, "tw-fill-2 tw-fill-1"}};
+    {.name = "smaller repeat ignored", .firstUsd = 5000, .secondUsd = 3000, .gap = 120, .sell = false,
+     .kept = "tw-fill-1"},
+    {.name = "equal repeat ignored", .firstUsd = 5000, .secondUsd = 5000, .gap = 120, .sell = false,
+     .kept = "tw-fill-1"},
+    {.name = "larger repeat replaces", .firstUsd = 3000, .secondUsd = 5000, .gap = 120, .sell = false,
+     .kept = "tw-fill-2"},
+    {.name = "exactly 300 s is a new move", .firstUsd = 5000, .secondUsd = 3000, .gap = 300, .sell = false,
+     .kept = "tw-fill-2 tw-fill-1"},
+    {.name = "older fill inside the window", .firstUsd = 5000, .secondUsd = 3000, .gap = -60, .sell = false,
+     .kept = "tw-fill-1"},
+    {.name = "a sell is another move", .firstUsd = 5000, .secondUsd = 3000, .gap = 10, .sell = true,
+     .kept = "tw-fill-2 tw-fill-1"},
+};
 struct Group { const char *name, *secondSide; double gap; QString body; }; // body empty: nothing shown
 const Group groups[] = {
-    {"two sellers", "sell", 60, u"2 wallets dumped"_s}, {"buy and sell do not group", "buy", 60, {}},
-    {"15 minutes apart is a new group", "sell", 900, {}}, {"just inside 15 minutes", "sell", 899, u"2 wallets dumped"_s}};
+    {.name = "two sellers", .secondSide = "sell", .gap = 60, .body = u"2 wallets dumped"_s},
+    {.name = "buy and sell do not group", .secondSide = "buy", .gap = 60, .body = {}},
+    {.name = "15 minutes apart is a new group", .secondSide = "sell", .gap = 900, .body = {}},
+    {.name = "just inside 15 minutes", .secondSide = "sell", .gap = 899, .body = u"2 wallets dumped"_s},
+};
 struct Mute { const char *name, *tokens, *wallets, *hidden; };
 const Mute mutes[] = {
-    {"token: its trades and its pile-in", "WIF", "", "tw-fill-1 tw-radar-wif-1700000000"},
-    {"wallet: its trades on every token", "", "kai", "tw-fill-1 tw-fill-3"},
-    {"a symbol is matched exactly", "wif WI", "ka", ""}};
+    {.name = "token: its trades and its pile-in", .tokens = "WIF", .wallets = "",
+     .hidden = "tw-fill-1 tw-radar-wif-1700000000"},
+    {.name = "wallet: its trades on every token", .tokens = "", .wallets = "kai",
+     .hidden = "tw-fill-1 tw-fill-3"},
+    {.name = "a symbol is matched exactly", .tokens = "wif WI", .wallets = "ka", .hidden = ""},
+};
 // clang-format on
 } // namespace
 
@@ -317,21 +330,18 @@ private Q_SLOTS:
         store().ingest({radar("void", 3, std::numeric_limits<double>::quiet_NaN())});
         qunsetenv("LARKPIN_LOG");
         const QStringList messages = capture.messages(u"Larkpin"_s);
-        const QStringList expected{
-            u"link → polling"_s,
-            u"drop  WIF $50.0K — not a real buy (transfer), new position"_s,
-            u"keep  [WHALE] p84 $WIF · @kai added $5.0K"_s,
-            u"feed  1 visible / 1 held"_s,
-            u"keep  [STOCK] TSLAX · 2 wallets added $13.0K"_s,
-            u"feed  2 visible / 2 held"_s,
-            u"radar [SPIKE] $POOL · 3 wallets piling in"_s,
-            u"feed  3 visible / 3 held"_s,
-        };
-        QCOMPARE(messages.mid(0, expected.size()), expected);
-        // The dropped ones say so once and nothing after: no "keep", no new "feed" line.
-        QCOMPARE(messages.mid(expected.size()),
-                 (QStringList{u"drop  tw-fill-6 — time out of range"_s,
-                              u"radar entry for VOID has an unusable first_ts; dropped"_s}));
+        // Scripts parse the link line, so its words are fixed. The rest are
+        // read by people: one line per decision, opened by its verb and
+        // naming what it is about; the wording after that is free.
+        const QStringList expected{u"link → polling"_s, u"drop  WIF"_s, u"keep  [WHALE]"_s, u"feed  1 visible"_s,
+                                   u"keep  [STOCK]"_s,  u"feed  2 visible"_s, u"radar [SPIKE]"_s,
+                                   u"feed  3 visible"_s, u"drop  tw-fill-6"_s, u"radar entry for VOID"_s};
+        QCOMPARE(messages.size(), expected.size());
+        QCOMPARE(messages[0], expected[0]);
+        for (qsizetype i = 1; i < expected.size(); ++i)
+            QVERIFY2(messages[i].startsWith(expected[i]), qPrintable(messages[i]));
+        QVERIFY(messages[2].contains(u"$WIF"_s) && messages[4].contains(u"TSLAX"_s) &&
+                messages[6].contains(u"$POOL"_s));
         QCOMPARE(store().heldCount(), 3);
     }
 

@@ -38,17 +38,21 @@ constexpr double year = 365.25 * 86400;
 // later is less than a day ahead for them.
 struct Stamp { const char *name; double shift; bool taken, radarTaken; };
 const Stamp stamps[] = {
-    {"10 years ahead", 10 * year, false, false}, {"at 1e300 s", 1e300, false, false},
-    {"a day and a minute ahead", 86460, false, true}, {"three minutes ahead: now", 180, true, true},
-    {"on time", 0, true, true}};
+    {.name = "10 years ahead", .shift = 10 * year, .taken = false, .radarTaken = false},
+    {.name = "at 1e300 s", .shift = 1e300, .taken = false, .radarTaken = false},
+    {.name = "a day and a minute ahead", .shift = 86460, .taken = false, .radarTaken = true},
+    {.name = "three minutes ahead: now", .shift = 180, .taken = true, .radarTaken = true},
+    {.name = "on time", .shift = 0, .taken = true, .radarTaken = true},
+};
 // Each endpoint dripping past the request deadline, and how its caller goes on.
 enum class Caller { radarLoop, enrichment, detail };
 struct Deadline { const char *name; QString path; Caller caller; };
 const Deadline deadlines[] = {
-    {"radar: the loop is re-armed", u"/radar"_s, Caller::radarLoop},
-    {"traders: the enrichment finishes", u"/traders"_s, Caller::enrichment},
-    {"tokens: the enrichment finishes", u"/tokens"_s, Caller::enrichment},
-    {"trader detail: marked failed", u"/trader/"_s, Caller::detail}};
+    {.name = "radar: the loop is re-armed", .path = u"/radar"_s, .caller = Caller::radarLoop},
+    {.name = "traders: the enrichment finishes", .path = u"/traders"_s, .caller = Caller::enrichment},
+    {.name = "tokens: the enrichment finishes", .path = u"/tokens"_s, .caller = Caller::enrichment},
+    {.name = "trader detail: marked failed", .path = u"/trader/"_s, .caller = Caller::detail},
+};
 // clang-format on
 } // namespace
 

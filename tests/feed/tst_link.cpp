@@ -46,36 +46,57 @@ constexpr qint64 bigTape = qint64(300) * 1024 * 1024;
 struct Fallback { const char *name; HandshakeMode handshake; int watchdogMs, handshakeMs; QString logged; };
 constexpr auto hang = HandshakeMode::Hang;
 const Fallback fallbacks[] = {
-    {"watchdog, handshake hangs", hang, 400, 60000, {}},
-    {"handshake deadline, handshake hangs", hang, 60000, 300, u"connect FAILED: no handshake within 300 ms"_s},
-    {"refused", HandshakeMode::Refuse, 60000, 60000, u"receive FAILED: "_s}};
+    {.name = "watchdog, handshake hangs", .handshake = hang, .watchdogMs = 400, .handshakeMs = 60000,
+     .logged = {}},
+    {.name = "handshake deadline, handshake hangs", .handshake = hang, .watchdogMs = 60000,
+     .handshakeMs = 300, .logged = u"connect FAILED: no handshake within 300 ms"_s},
+    {.name = "refused", .handshake = HandshakeMode::Refuse, .watchdogMs = 60000, .handshakeMs = 60000,
+     .logged = u"receive FAILED: "_s},
+};
 // `status`: what the service answers.
 struct Rest { const char *name; EndpointFaultKind fault; int status; bool roundTrip; };
 using enum EndpointFaultKind;
 const Rest rests[] = {
-    {"healthy", None, 200, true}, {"500", Status500, 500, false}, {"204 fails like 500", Status204, 204, false},
-    {"304 fails like 500", Status304, 304, false}, {"200 with a body that does not decode", BadBody, 200, true},
-    {"slower than the time-out", Delay, 200, false}, {"body cut short", CutShort, 200, false}};
+    {.name = "healthy", .fault = None, .status = 200, .roundTrip = true},
+    {.name = "500", .fault = Status500, .status = 500, .roundTrip = false},
+    {.name = "204 fails like 500", .fault = Status204, .status = 204, .roundTrip = false},
+    {.name = "304 fails like 500", .fault = Status304, .status = 304, .roundTrip = false},
+    {.name = "200 with a body that does not decode", .fault = BadBody, .status = 200, .roundTrip = true},
+    {.name = "slower than the time-out", .fault = Delay, .status = 200, .roundTrip = false},
+    {.name = "body cut short", .fault = CutShort, .status = 200, .roundTrip = false},
+};
 struct Path { const char *name; QString handle, segment; };
 const Path paths[] = {
-    {"space, hash, query, percent", u"a b#c?d%"_s, u"a%20b%23c%3Fd%25"_s},
-    {"slash stays inside the segment", u"../admin"_s, u"..%2Fadmin"_s},
-    {"non-ASCII as UTF-8", u"zoë"_s, u"zo%C3%AB"_s}, {"path-allowed marks kept", u"a@b:c+d"_s, u"a@b:c+d"_s}};
+    {.name = "space, hash, query, percent", .handle = u"a b#c?d%"_s, .segment = u"a%20b%23c%3Fd%25"_s},
+    {.name = "slash stays inside the segment", .handle = u"../admin"_s, .segment = u"..%2Fadmin"_s},
+    {.name = "non-ASCII as UTF-8", .handle = u"zoë"_s, .segment = u"zo%C3%AB"_s},
+    {.name = "path-allowed marks kept", .handle = u"a@b:c+d"_s, .segment = u"a@b:c+d"_s},
+};
 struct Env { const char *name; QByteArray env; };
-const Env envs[] = {{"LARKPIN_LOG=1", "1"}, {"true is not 1", "true"}};
+const Env envs[] = {
+    {.name = "LARKPIN_LOG=1", .env = "1"},
+    {.name = "true is not 1", .env = "true"},
+};
 struct Oversize { const char *name; qint64 bytes, frameBytes; }; // frameBytes 0: one frame announcing it all
 const Oversize oversizes[] = {
-    {"300 MB in one frame", bigTape, 0}, {"100 MB in frames of 1 MB", qint64(100) << 20, 1 << 20}};
+    {.name = "300 MB in one frame", .bytes = bigTape, .frameBytes = 0},
+    {.name = "100 MB in frames of 1 MB", .bytes = qint64(100) << 20, .frameBytes = 1 << 20},
+};
 struct Bounded { const char *name; EndpointFaultKind fault; bool declared; QString why; };
 const QString overLimit = u"answer over the limit of 1048576 bytes"_s;
 const Bounded bounded[] = {
-    {"endless chunked", EndpointFaultKind::Endless, false, overLimit},
-    {"300 MB, length declared", EndpointFaultKind::Huge, true,
-     u"answer of %1 bytes is over the limit of 1048576"_s.arg(bigTape)},
-    {"300 MB, chunked", EndpointFaultKind::Huge, false, overLimit},
-    {"a byte every 300 ms", EndpointFaultKind::Drip, true, u"no whole answer within 1500 ms"_s}};
+    {.name = "endless chunked", .fault = EndpointFaultKind::Endless, .declared = false, .why = overLimit},
+    {.name = "300 MB, length declared", .fault = EndpointFaultKind::Huge, .declared = true,
+     .why = u"answer of %1 bytes is over the limit of 1048576"_s.arg(bigTape)},
+    {.name = "300 MB, chunked", .fault = EndpointFaultKind::Huge, .declared = false, .why = overLimit},
+    {.name = "a byte every 300 ms", .fault = EndpointFaultKind::Drip, .declared = true,
+     .why = u"no whole answer within 1500 ms"_s},
+};
 struct Wake { const char *name; bool resume; }; // else: the network came back
-const Wake wakes[] = {{"resume from suspend", true}, {"network back online", false}};
+const Wake wakes[] = {
+    {.name = "resume from suspend", .resume = true},
+    {.name = "network back online", .resume = false},
+};
 // clang-format on
 } // namespace
 

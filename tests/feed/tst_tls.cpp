@@ -27,25 +27,36 @@ namespace {
 // the client is given the test CA; `why`: what the trouble says.
 struct Refusal { const char *name; const char *cert; bool trusted, legacy, stall; QString why; };
 const Refusal refusals[] = {
-    {"self-signed", "selfsigned", true, false, false, u"self-signed certificate"_s},
-    {"expired", "expired", true, false, false, u"certificate expired"_s},
-    {"for another host name", "otherhost", true, false, false, u"certificate is for another host name"_s},
-    {"unknown authority (an intercepting proxy)", "server", false, false, false,
-     u"certificate from an unknown authority"_s},
-    {"TLS 1.1 at most", "server", true, true, false, u"it offers no TLS 1.2 or later"_s},
-    {"handshake stalls", "server", true, false, true, u"no TLS handshake within 1000 ms"_s}};
+    {.name = "self-signed", .cert = "selfsigned", .trusted = true, .legacy = false, .stall = false,
+     .why = u"self-signed certificate"_s},
+    {.name = "expired", .cert = "expired", .trusted = true, .legacy = false, .stall = false,
+     .why = u"certificate expired"_s},
+    {.name = "for another host name", .cert = "otherhost", .trusted = true, .legacy = false, .stall = false,
+     .why = u"certificate is for another host name"_s},
+    {.name = "unknown authority (an intercepting proxy)", .cert = "server", .trusted = false, .legacy = false,
+     .stall = false, .why = u"certificate from an unknown authority"_s},
+    {.name = "TLS 1.1 at most", .cert = "server", .trusted = true, .legacy = true, .stall = false,
+     .why = u"it offers no TLS 1.2 or later"_s},
+    {.name = "handshake stalls", .cert = "server", .trusted = true, .legacy = false, .stall = true,
+     .why = u"no TLS handshake within 1000 ms"_s},
+};
 struct Switch { const char *name; QString value, httpBase, socketURL; };
 const Switch switches[] = {
-    {"host:port stays plain", u"127.0.0.1:47800"_s, u"http://127.0.0.1:47800/api"_s, u"ws://127.0.0.1:47800/ws"_s},
-    {"https base", u"https://127.0.0.1:8443"_s, u"https://127.0.0.1:8443/api"_s, u"wss://127.0.0.1:8443/ws"_s},
-    {"https, default port", u"https://tape.example"_s, u"https://tape.example:443/api"_s, u"wss://tape.example:443/ws"_s},
-    {"http base, trailing slash", u" http://localhost:9/ "_s, u"http://localhost:9/api"_s, u"ws://localhost:9/ws"_s},
-    {"other scheme", u"ftp://127.0.0.1:21"_s, {}, {}},
-    {"a path", u"https://127.0.0.1:8443/v2"_s, {}, {}},
-    {"credentials", u"https://me:pw@127.0.0.1:8443"_s, {}, {}},
-    {"a query", u"https://127.0.0.1:8443?x=1"_s, {}, {}},
-    {"port 0", u"127.0.0.1:0"_s, {}, {}},
-    {"no port", u"127.0.0.1"_s, {}, {}}};
+    {.name = "host:port stays plain", .value = u"127.0.0.1:47800"_s,
+     .httpBase = u"http://127.0.0.1:47800/api"_s, .socketURL = u"ws://127.0.0.1:47800/ws"_s},
+    {.name = "https base", .value = u"https://127.0.0.1:8443"_s, .httpBase = u"https://127.0.0.1:8443/api"_s,
+     .socketURL = u"wss://127.0.0.1:8443/ws"_s},
+    {.name = "https, default port", .value = u"https://tape.example"_s,
+     .httpBase = u"https://tape.example:443/api"_s, .socketURL = u"wss://tape.example:443/ws"_s},
+    {.name = "http base, trailing slash", .value = u" http://localhost:9/ "_s,
+     .httpBase = u"http://localhost:9/api"_s, .socketURL = u"ws://localhost:9/ws"_s},
+    {.name = "other scheme", .value = u"ftp://127.0.0.1:21"_s, .httpBase = {}, .socketURL = {}},
+    {.name = "a path", .value = u"https://127.0.0.1:8443/v2"_s, .httpBase = {}, .socketURL = {}},
+    {.name = "credentials", .value = u"https://me:pw@127.0.0.1:8443"_s, .httpBase = {}, .socketURL = {}},
+    {.name = "a query", .value = u"https://127.0.0.1:8443?x=1"_s, .httpBase = {}, .socketURL = {}},
+    {.name = "port 0", .value = u"127.0.0.1:0"_s, .httpBase = {}, .socketURL = {}},
+    {.name = "no port", .value = u"127.0.0.1"_s, .httpBase = {}, .socketURL = {}},
+};
 // clang-format on
 
 TarnwickTiming quick()

@@ -97,37 +97,55 @@ QList<HistoryEntry> sample()
 // clang-format off
 struct Search { const char *name, *text; const char *expected; };
 const Search searches[] = {
-    {"everything, newest first", "", "tw-fill-4 tw-fill-3 tw-radar-PEPE-1800000120 tw-fill-2 tw-fill-1"},
-    {"$TOKEN, any case", "$dogo", "tw-fill-3 tw-fill-1"},
-    {"bare symbol", "BONK", "tw-fill-2"},
-    {"@handle, any case", "@cat", "tw-fill-3"},
-    {"kind", "spike", "tw-radar-PEPE-1800000120"},
-    {"minimum size", "$250K", "tw-fill-3 tw-fill-2"},
-    {"size exactly at the minimum is kept", ">=300000", "tw-fill-3 tw-fill-2"},
-    {"handle and size", "@ana 10k", "tw-fill-1"},
-    {"kind and size", "whale 1m", "tw-fill-2"},
-    {"nothing matches", "$NOPE", ""},
+    {.name = "everything, newest first", .text = "",
+     .expected = "tw-fill-4 tw-fill-3 tw-radar-PEPE-1800000120 tw-fill-2 tw-fill-1"},
+    {.name = "$TOKEN, any case", .text = "$dogo", .expected = "tw-fill-3 tw-fill-1"},
+    {.name = "bare symbol", .text = "BONK", .expected = "tw-fill-2"},
+    {.name = "@handle, any case", .text = "@cat", .expected = "tw-fill-3"},
+    {.name = "kind", .text = "spike", .expected = "tw-radar-PEPE-1800000120"},
+    {.name = "minimum size", .text = "$250K", .expected = "tw-fill-3 tw-fill-2"},
+    {.name = "size exactly at the minimum is kept", .text = ">=300000", .expected = "tw-fill-3 tw-fill-2"},
+    {.name = "handle and size", .text = "@ana 10k", .expected = "tw-fill-1"},
+    {.name = "kind and size", .text = "whale 1m", .expected = "tw-fill-2"},
+    {.name = "nothing matches", .text = "$NOPE", .expected = ""},
 };
 
 struct QueryText { const char *name, *text, *symbol, *handle, *kind; double minUsd; const char *ignored; };
 const QueryText queryTexts[] = {
-    {"token", "$DOGO", "DOGO", "", "", 0, ""},
-    {"handle", "@whale_bird", "", "whale_bird", "", 0, ""},
-    {"stock alias", "stock", "", "", "stocks", 0, ""},
-    {"size units", "1.5m", "", "", "", 1'500'000, ""},
-    {"dollar size", "$250K", "", "", "", 250'000, ""},
-    {"min: prefix", "min:2b", "", "", "", 2e9, ""},
-    {"all at once", "whale @ana $WIF 50k", "WIF", "ana", "whale", 50'000, ""},
-    {"markup is not a name", "@<b>x</b> $DOGO", "DOGO", "", "", 0, "@<b>x</b>"},
-    {"past a trillion is no size", "2000b", "", "", "", 0, "2000b"},
+    {.name = "token", .text = "$DOGO", .symbol = "DOGO", .handle = "", .kind = "", .minUsd = 0,
+     .ignored = ""},
+    {.name = "handle", .text = "@whale_bird", .symbol = "", .handle = "whale_bird", .kind = "", .minUsd = 0,
+     .ignored = ""},
+    {.name = "stock alias", .text = "stock", .symbol = "", .handle = "", .kind = "stocks", .minUsd = 0,
+     .ignored = ""},
+    {.name = "size units", .text = "1.5m", .symbol = "", .handle = "", .kind = "", .minUsd = 1'500'000,
+     .ignored = ""},
+    {.name = "dollar size", .text = "$250K", .symbol = "", .handle = "", .kind = "", .minUsd = 250'000,
+     .ignored = ""},
+    {.name = "min: prefix", .text = "min:2b", .symbol = "", .handle = "", .kind = "", .minUsd = 2e9,
+     .ignored = ""},
+    {.name = "all at once", .text = "whale @ana $WIF 50k", .symbol = "WIF", .handle = "ana", .kind = "whale",
+     .minUsd = 50'000, .ignored = ""},
+    {.name = "markup is not a name", .text = "@<b>x</b> $DOGO", .symbol = "DOGO", .handle = "", .kind = "",
+     .minUsd = 0, .ignored = "@<b>x</b>"},
+    {.name = "past a trillion is no size", .text = "2000b", .symbol = "", .handle = "", .kind = "",
+     .minUsd = 0, .ignored = "2000b"},
 };
 
 struct Duration { const char *name, *text; double seconds; };
 const Duration durations[] = {
-    {"seconds", "90s", 90}, {"minutes", "45m", 2700}, {"hours", "12h", 43200}, {"days", "7d", 604800},
-    {"weeks", "2w", 1209600}, {"combined", "1d12h", 129600}, {"upper case", "2H", 7200},
-    {"no unit", "12", -1}, {"negative", "-5m", -1}, {"past a year", "400d", -1}, {"words", "yesterday", -1},
-    {"empty", "", -1},
+    {.name = "seconds", .text = "90s", .seconds = 90},
+    {.name = "minutes", .text = "45m", .seconds = 2700},
+    {.name = "hours", .text = "12h", .seconds = 43200},
+    {.name = "days", .text = "7d", .seconds = 604800},
+    {.name = "weeks", .text = "2w", .seconds = 1209600},
+    {.name = "combined", .text = "1d12h", .seconds = 129600},
+    {.name = "upper case", .text = "2H", .seconds = 7200},
+    {.name = "no unit", .text = "12", .seconds = -1},
+    {.name = "negative", .text = "-5m", .seconds = -1},
+    {.name = "past a year", .text = "400d", .seconds = -1},
+    {.name = "words", .text = "yesterday", .seconds = -1},
+    {.name = "empty", .text = "", .seconds = -1},
 };
 // clang-format on
 } // namespace
@@ -232,9 +250,7 @@ private Q_SLOTS:
     void boundByAge()
     {
         HistoryDb db;
-        HistoryDb::Options o;
-        o.maxAgeSeconds = 3600;
-        QVERIFY(db.open(fresh(), o));
+        QVERIFY(db.open(fresh(), {.maxAgeSeconds = 3600}));
         QVERIFY(db.write(sample(), T0));
         // At T0 + 3600 + 120 the first three are past the hour (the third is
         // exactly at it and stays).
@@ -248,10 +264,9 @@ private Q_SLOTS:
     void boundBySize()
     {
         HistoryDb db;
-        HistoryDb::Options o;
-        o.maxBytes = 256 * 1024;
         const QString path = fresh();
-        QVERIFY(db.open(path, o));
+        const qint64 maxBytes = 256 * 1024;
+        QVERIFY(db.open(path, {.maxBytes = maxBytes}));
         QList<HistoryEntry> batch;
         for (int i = 0; i < 4000; ++i) {
             Signal s = whale(i, T0 + i, "DOGO", "ana", 1000 + i);
@@ -259,10 +274,10 @@ private Q_SLOTS:
             batch << entry(s);
         }
         QVERIFY(db.write(batch, T0));
-        QVERIFY(db.usedBytes() > o.maxBytes);
+        QVERIFY(db.usedBytes() > maxBytes);
         const qint64 dropped = db.prune(T0 + 4000);
         QVERIFY(dropped > 0);
-        QVERIFY2(db.usedBytes() <= o.maxBytes, qPrintable(QString::number(db.usedBytes())));
+        QVERIFY2(db.usedBytes() <= maxBytes, qPrintable(QString::number(db.usedBytes())));
         const HistoryPage newest = db.search({}, std::nullopt, 1);
         QCOMPARE(newest.entries.first().signal.id, QStringLiteral("tw-fill-3999"));
         QCOMPARE(db.count(), 4000 - dropped);
@@ -277,11 +292,7 @@ private Q_SLOTS:
     {
         const QString path = fresh();
         {
-            HistoryStore::Options o;
-            o.path = path;
-            o.startDelayMs = 0;
-            o.batchIntervalMs = 10;
-            HistoryStore store(o);
+            HistoryStore store({.path = path, .startDelayMs = 0, .batchIntervalMs = 10});
             store.notePublished({whale(1, T0, "DOGO", "ana", 5e5), whale(2, T0 + 1, "WIF", "ben", 6e5)});
             QSignalSpy written(&store, &HistoryStore::batchWritten);
             QVERIFY(written.wait(10000));
@@ -289,9 +300,7 @@ private Q_SLOTS:
             // Pending at exit: written by the destructor.
             store.notePublished({whale(3, T0 + 2, "BONK", "cat", 7e5), whale(1, T0, "DOGO", "ana", 5e5)});
         }
-        HistoryStore::Options o;
-        o.path = path;
-        HistoryStore again(o);
+        HistoryStore again({.path = path});
         HistoryPage got;
         bool answered = false;
         again.search({}, std::nullopt, 10, this, [&](const HistoryPage &p) {
@@ -306,10 +315,7 @@ private Q_SLOTS:
     // unchanged writes nothing.
     void onlyChangesAreQueued()
     {
-        HistoryStore::Options o;
-        o.path = fresh();
-        o.startDelayMs = 60'000; // nothing leaves during the test
-        HistoryStore store(o);
+        HistoryStore store({.path = fresh(), .startDelayMs = 60'000}); // nothing leaves during the test
         const QList<Signal> list{whale(1, T0, "A", "a", 1), whale(2, T0, "B", "b", 2)};
         store.notePublished(list);
         QCOMPARE(store.pendingCount(), 2);
@@ -378,13 +384,11 @@ private Q_SLOTS:
             HistoryDb db;
             QVERIFY(db.open(path, {}));
         }
-        HistoryStore::Options o;
-        o.path = path;
-        o.startDelayMs = 0;
-        o.batchIntervalMs = 10;
-        o.retryFullMs = 50;
-        o.db.maxPageCount = 12;
-        HistoryStore store(o);
+        HistoryStore store({.path = path,
+                            .db = {.maxPageCount = 12},
+                            .startDelayMs = 0,
+                            .batchIntervalMs = 10,
+                            .retryFullMs = 50});
         QSignalSpy states(&store, &HistoryStore::stateChanged);
         QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("history paused: no room to write")));
         QList<Signal> big;
@@ -470,12 +474,8 @@ private Q_SLOTS:
         db.close();
         QCOMPARE(digest(path), before);
 
-        HistoryStore::Options o;
-        o.path = path;
-        o.startDelayMs = 0;
-        o.batchIntervalMs = 10;
         QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("newer format")));
-        HistoryStore store(o);
+        HistoryStore store({.path = path, .startDelayMs = 0, .batchIntervalMs = 10});
         store.notePublished({whale(50, T0, "X", "x", 1)});
         QTRY_COMPARE_WITH_TIMEOUT(store.state(), HistoryDb::State::newerFormat, 10000);
         QCOMPARE(digest(path), before);

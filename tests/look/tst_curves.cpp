@@ -17,24 +17,34 @@ using Bezier = Easing::CubicBezier;
 namespace {
 // "flat start" has no slope at all at 0.
 struct Curve { const char *name; Bezier curve; };
-const Curve curves[] = {{"ease-out", Easing::easeOut}, {"ease-in-out", Easing::easeInOut},
-                        {"flip", Easing::flip},
-                        {"overshooting", {0.3, -0.4, 0.7, 1.4}}, {"flat start", {0, 0, 0, 1}},
-                        {"linear", {0.25, 0.25, 0.75, 0.75}}};
+const Curve curves[] = {
+    {.name = "ease-out", .curve = Easing::easeOut},
+    {.name = "ease-in-out", .curve = Easing::easeInOut},
+    {.name = "flip", .curve = Easing::flip},
+    {.name = "overshooting", .curve = {0.3, -0.4, 0.7, 1.4}},
+    {.name = "flat start", .curve = {0, 0, 0, 1}},
+    {.name = "linear", .curve = {0.25, 0.25, 0.75, 0.75}},
+};
 
 // Symmetric control points put the middle on the middle; at the parameter
 // u = 1/2 both coordinates are 3/8 (c1 + c2) + 1/8.
 struct Known { const char *name; Bezier curve; double x, expected; };
-const Known knownValues_[] = {{"ease-in-out, half way", Easing::easeInOut, 0.5, 0.5},
-                              {"on the diagonal", {1 / 3.0, 1 / 3.0, 2 / 3.0, 2 / 3.0}, 0.3, 0.3},
-                              {"ease-out at u = 1/2", Easing::easeOut, 0.3425, 0.5},
-                              {"flip at u = 1/2", Easing::flip, 0.3125, 0.5}};
+const Known knownValues_[] = {
+    {.name = "ease-in-out, half way", .curve = Easing::easeInOut, .x = 0.5, .expected = 0.5},
+    {.name = "on the diagonal", .curve = {1 / 3.0, 1 / 3.0, 2 / 3.0, 2 / 3.0}, .x = 0.3, .expected = 0.3},
+    {.name = "ease-out at u = 1/2", .curve = Easing::easeOut, .x = 0.3425, .expected = 0.5},
+    {.name = "flip at u = 1/2", .curve = Easing::flip, .x = 0.3125, .expected = 0.5},
+};
 
 struct SpringRow { const char *name; Spring spring; };
-const SpringRow springs_[] = {{"snap", Motion::snap.spring()}, {"settle", Motion::settle.spring()},
-                              {"roll", Motion::roll.spring()}, {"focal entrance", {0.7, 260, 16}},
-                              {"critical", Spring::fromResponse(0.4, 1.0)},
-                              {"over-damped", Spring::fromResponse(0.4, 2.5)}};
+const SpringRow springs_[] = {
+    {.name = "snap", .spring = Motion::snap.spring()},
+    {.name = "settle", .spring = Motion::settle.spring()},
+    {.name = "roll", .spring = Motion::roll.spring()},
+    {.name = "focal entrance", .spring = {0.7, 260, 16}},
+    {.name = "critical", .spring = Spring::fromResponse(0.4, 1.0)},
+    {.name = "over-damped", .spring = Spring::fromResponse(0.4, 2.5)},
+};
 } // namespace
 
 class CurvesTest : public QObject {

@@ -28,42 +28,55 @@ using namespace Qt::StringLiterals;
 // clang-format off
 struct StatusLineRow { const char *name; LinkState link; int whales, stocks; const char *out; };
 const StatusLineRow statusLines[] = {
-    {"connecting", LinkState::connecting, 2, 1, "Connecting…"},
-    {"live, nothing yet", LinkState::live, 0, 0, "Waiting for signals"},
-    {"live with counts", LinkState::live, 2, 1, "2 WHALE · 1 STOCK"},
-    {"polling, nothing", LinkState::polling, 0, 0, "Reconnecting…"},
-    {"polling with counts", LinkState::polling, 0, 3, "3 STOCK"},
-    {"down hides counts", LinkState::down, 2, 1, "Feed offline"}};
+    {.name = "connecting", .link = LinkState::connecting, .whales = 2, .stocks = 1, .out = "Connecting…"},
+    {.name = "live, nothing yet", .link = LinkState::live, .whales = 0, .stocks = 0,
+     .out = "Waiting for signals"},
+    {.name = "live with counts", .link = LinkState::live, .whales = 2, .stocks = 1,
+     .out = "2 WHALE · 1 STOCK"},
+    {.name = "polling, nothing", .link = LinkState::polling, .whales = 0, .stocks = 0,
+     .out = "Reconnecting…"},
+    {.name = "polling with counts", .link = LinkState::polling, .whales = 0, .stocks = 3, .out = "3 STOCK"},
+    {.name = "down hides counts", .link = LinkState::down, .whales = 2, .stocks = 1, .out = "Feed offline"},
+};
 
 // runs -1: left as given.
 struct Truncation { const char *name, *ticker, *tag; double width; int runs; };
 const Truncation truncations[] = {
-    {"fits", "$WIF", "▲", 137, -1}, {"cut in the ticker", "$SUPERLONGTICKERNAMEHERE", "▲", 60, 1},
-    {"cut in the tag", "$WIF", "BUY BUY BUY BUY BUY BUY BUY BUY BUY BUY BUY BUY BUY ", 100, 2},
-    {"no room at all", "$WIF", "▲", 0, 0}};
+    {.name = "fits", .ticker = "$WIF", .tag = "▲", .width = 137, .runs = -1},
+    {.name = "cut in the ticker", .ticker = "$SUPERLONGTICKERNAMEHERE", .tag = "▲", .width = 60, .runs = 1},
+    {.name = "cut in the tag", .ticker = "$WIF",
+     .tag = "BUY BUY BUY BUY BUY BUY BUY BUY BUY BUY BUY BUY BUY ", .width = 100, .runs = 2},
+    {.name = "no room at all", .ticker = "$WIF", .tag = "▲", .width = 0, .runs = 0},
+};
 
 // `reserved` is the strip's own reservation in effect, which the window
 // manager has already taken out of the work area.
 const QRect hd(0, 0, 1920, 1080), small(0, 0, 1280, 800);
 struct Placement { const char *name; QRect screen, available, reserved, strip; };
 const Placement placements[] = {
-    {"top bar 32: just under it, its height", hd, {0, 32, 1920, 1048}, {}, {1920 - 196, 32, 196, 32}},
-    {"no bar", small, small, {}, {1280 - 196, 0, 196, 24}},
-    {"bottom bar 44 only: usual height at the top", small, {0, 0, 1280, 756}, {}, {1280 - 196, 0, 196, 24}},
-    {"dock on the left, bar on top, second screen", {1920, 0, 2560, 1440}, {1990, 27, 2490, 1413}, {},
-     {4480 - 196, 27, 196, 27}},
-    {"a bar too thin for the pill", {0, 0, 800, 600}, {0, 10, 800, 590}, {}, {800 - 196, 10, 196, 24}},
-    {"own reservation under a 28 px bar: stays put", hd, {0, 56, 1920, 1024}, {1724, 28, 196, 28},
-     {1724, 28, 196, 28}},
-    {"own reservation, no bar: stays put", hd, {0, 24, 1920, 1056}, {1724, 0, 196, 24}, {1724, 0, 196, 24}},
-    {"late panel taller than the strip: moves under it", hd, {0, 30, 1920, 1050}, {1724, 0, 196, 24},
-     {1724, 30, 196, 30}},
-    {"panel gone: the work area no longer ends at the strip", hd, hd, {1724, 28, 196, 28},
-     {1724, 0, 196, 24}},
-    {"screen grew: follows the new right edge", {0, 0, 2560, 1440}, {0, 24, 2560, 1416}, {1724, 0, 196, 24},
-     {2560 - 196, 0, 196, 24}},
-    {"reservation on another screen is not ours here", {1920, 0, 1280, 1024}, {1920, 24, 1280, 1000},
-     {1724, 0, 196, 24}, {3200 - 196, 24, 196, 24}}};
+    {.name = "top bar 32: just under it, its height", .screen = hd, .available = {0, 32, 1920, 1048},
+     .reserved = {}, .strip = {1920 - 196, 32, 196, 32}},
+    {.name = "no bar", .screen = small, .available = small, .reserved = {},
+     .strip = {1280 - 196, 0, 196, 24}},
+    {.name = "bottom bar 44 only: usual height at the top", .screen = small, .available = {0, 0, 1280, 756},
+     .reserved = {}, .strip = {1280 - 196, 0, 196, 24}},
+    {.name = "dock on the left, bar on top, second screen", .screen = {1920, 0, 2560, 1440},
+     .available = {1990, 27, 2490, 1413}, .reserved = {}, .strip = {4480 - 196, 27, 196, 27}},
+    {.name = "a bar too thin for the pill", .screen = {0, 0, 800, 600}, .available = {0, 10, 800, 590},
+     .reserved = {}, .strip = {800 - 196, 10, 196, 24}},
+    {.name = "own reservation under a 28 px bar: stays put", .screen = hd, .available = {0, 56, 1920, 1024},
+     .reserved = {1724, 28, 196, 28}, .strip = {1724, 28, 196, 28}},
+    {.name = "own reservation, no bar: stays put", .screen = hd, .available = {0, 24, 1920, 1056},
+     .reserved = {1724, 0, 196, 24}, .strip = {1724, 0, 196, 24}},
+    {.name = "late panel taller than the strip: moves under it", .screen = hd,
+     .available = {0, 30, 1920, 1050}, .reserved = {1724, 0, 196, 24}, .strip = {1724, 30, 196, 30}},
+    {.name = "panel gone: the work area no longer ends at the strip", .screen = hd, .available = hd,
+     .reserved = {1724, 28, 196, 28}, .strip = {1724, 0, 196, 24}},
+    {.name = "screen grew: follows the new right edge", .screen = {0, 0, 2560, 1440},
+     .available = {0, 24, 2560, 1416}, .reserved = {1724, 0, 196, 24}, .strip = {2560 - 196, 0, 196, 24}},
+    {.name = "reservation on another screen is not ours here", .screen = {1920, 0, 1280, 1024},
+     .available = {1920, 24, 1280, 1000}, .reserved = {1724, 0, 196, 24}, .strip = {3200 - 196, 24, 196, 24}},
+};
 
 // The same from what X says, in device pixels: monitors (the primary first),
 // the work area, the other clients' top struts (their columns, down to their
@@ -72,38 +85,55 @@ struct OnMonitors { const char *name; QList<QRect> monitors; QRect workArea; QLi
                     double scale; QRect strip; };
 const QRect left(0, 0, 1280, 800), right(1280, 0, 1280, 800);
 const OnMonitors onMonitors[] = {
-    {"one monitor, a 30 px bar", {hd}, {0, 30, 1920, 1050}, {{0, 0, 1920, 30}}, {}, 1, {1724, 30, 196, 30}},
-    {"scale 2: device pixels, the default height doubled under a thin bar", {hd}, {0, 30, 1920, 1050},
-     {{0, 0, 1920, 30}}, {}, 2, {1920 - 392, 30, 392, 48}},
-    {"scale 1.25", {hd}, {0, 30, 1920, 1050}, {{0, 0, 1920, 30}}, {}, 1.25, {1920 - 245, 30, 245, 30}},
-    {"scale 1.5, a 40 px bar", {hd}, {0, 40, 1920, 1040}, {{0, 0, 1920, 40}}, {}, 1.5,
-     {1920 - 294, 40, 294, 40}},
-    {"two monitors, the bar on the primary only: the work area says nothing", {left, right}, {0, 0, 2560, 800},
-     {{0, 0, 1280, 30}}, {}, 1, {1280 - 196, 30, 196, 30}},
-    {"two monitors, the bar on the second one", {left, right}, {0, 0, 2560, 800}, {{1280, 0, 1280, 28}}, {}, 1,
-     {2560 - 196, 28, 196, 28}},
-    {"bars on both: the primary's", {right, left}, {0, 32, 2560, 768}, {{0, 0, 1280, 32}, {1280, 0, 1280, 32}},
-     {}, 1, {2560 - 196, 32, 196, 32}},
-    {"a monitor below another: its bar starts at its top", {{0, 800, 1280, 800}, left}, {},
-     {{0, 0, 1280, 826}}, {}, 1, {1280 - 196, 826, 196, 26}},
-    {"no bar anywhere: the primary's work area, own reservation left out", {right, left}, {0, 24, 2560, 776}, {},
-     {2364, 0, 196, 24}, 1, {2560 - 196, 0, 196, 24}},
-    {"a bottom strut is no top bar", {hd}, {0, 0, 1920, 1040}, {}, {}, 1, {1724, 0, 196, 24}},
-    {"no monitors", {}, {}, {}, {}, 1, {}}};
+    {.name = "one monitor, a 30 px bar", .monitors = {hd}, .workArea = {0, 30, 1920, 1050},
+     .bars = {{0, 0, 1920, 30}}, .reserved = {}, .scale = 1, .strip = {1724, 30, 196, 30}},
+    {.name = "scale 2: device pixels, the default height doubled under a thin bar", .monitors = {hd},
+     .workArea = {0, 30, 1920, 1050}, .bars = {{0, 0, 1920, 30}}, .reserved = {}, .scale = 2,
+     .strip = {1920 - 392, 30, 392, 48}},
+    {.name = "scale 1.25", .monitors = {hd}, .workArea = {0, 30, 1920, 1050}, .bars = {{0, 0, 1920, 30}},
+     .reserved = {}, .scale = 1.25, .strip = {1920 - 245, 30, 245, 30}},
+    {.name = "scale 1.5, a 40 px bar", .monitors = {hd}, .workArea = {0, 40, 1920, 1040},
+     .bars = {{0, 0, 1920, 40}}, .reserved = {}, .scale = 1.5, .strip = {1920 - 294, 40, 294, 40}},
+    {.name = "two monitors, the bar on the primary only: the work area says nothing",
+     .monitors = {left, right}, .workArea = {0, 0, 2560, 800}, .bars = {{0, 0, 1280, 30}}, .reserved = {},
+     .scale = 1, .strip = {1280 - 196, 30, 196, 30}},
+    {.name = "two monitors, the bar on the second one", .monitors = {left, right},
+     .workArea = {0, 0, 2560, 800}, .bars = {{1280, 0, 1280, 28}}, .reserved = {}, .scale = 1,
+     .strip = {2560 - 196, 28, 196, 28}},
+    {.name = "bars on both: the primary's", .monitors = {right, left}, .workArea = {0, 32, 2560, 768},
+     .bars = {{0, 0, 1280, 32}, {1280, 0, 1280, 32}}, .reserved = {}, .scale = 1,
+     .strip = {2560 - 196, 32, 196, 32}},
+    {.name = "a monitor below another: its bar starts at its top", .monitors = {{0, 800, 1280, 800}, left},
+     .workArea = {}, .bars = {{0, 0, 1280, 826}}, .reserved = {}, .scale = 1,
+     .strip = {1280 - 196, 826, 196, 26}},
+    {.name = "no bar anywhere: the primary's work area, own reservation left out", .monitors = {right, left},
+     .workArea = {0, 24, 2560, 776}, .bars = {}, .reserved = {2364, 0, 196, 24}, .scale = 1,
+     .strip = {2560 - 196, 0, 196, 24}},
+    {.name = "a bottom strut is no top bar", .monitors = {hd}, .workArea = {0, 0, 1920, 1040}, .bars = {},
+     .reserved = {}, .scale = 1, .strip = {1724, 0, 196, 24}},
+    {.name = "no monitors", .monitors = {}, .workArea = {}, .bars = {}, .reserved = {}, .scale = 1,
+     .strip = {}},
+};
 
 struct BarSample { const char *name; QRect available, strip, sample; };
 const BarSample barSamples[] = {
-    {"top bar above the strip", {0, 56, 1920, 1024}, {1724, 28, 196, 28}, {1724, 0, 196, 28}},
-    {"bottom bar only", {0, 24, 1920, 1012}, {1724, 0, 196, 24}, {1724, 1036, 196, 44}},
-    {"no bar", {0, 24, 1920, 1056}, {1724, 0, 196, 24}, {}}};
+    {.name = "top bar above the strip", .available = {0, 56, 1920, 1024}, .strip = {1724, 28, 196, 28},
+     .sample = {1724, 0, 196, 28}},
+    {.name = "bottom bar only", .available = {0, 24, 1920, 1012}, .strip = {1724, 0, 196, 24},
+     .sample = {1724, 1036, 196, 44}},
+    {.name = "no bar", .available = {0, 24, 1920, 1056}, .strip = {1724, 0, 196, 24}, .sample = {}},
+};
 
 // _NET_WM_STRUT_PARTIAL: left, right, top, bottom, then each edge's span.
 struct Strut { const char *name; QRect root, strip; QList<uint> strut; };
 const Strut struts[] = {
-    {"under a 28 px bar", hd, {1724, 28, 196, 28}, {0, 0, 56, 0, 0, 0, 0, 0, 1724, 1919, 0, 0}},
-    {"right screen of two", {0, 0, 3840, 1080}, {3644, 0, 196, 24},
-     {0, 0, 24, 0, 0, 0, 0, 0, 3644, 3839, 0, 0}},
-    {"withdrawn", hd, {}, QList<uint>(12, 0)}, {"off the root", hd, {4000, 0, 196, 24}, QList<uint>(12, 0)}};
+    {.name = "under a 28 px bar", .root = hd, .strip = {1724, 28, 196, 28},
+     .strut = {0, 0, 56, 0, 0, 0, 0, 0, 1724, 1919, 0, 0}},
+    {.name = "right screen of two", .root = {0, 0, 3840, 1080}, .strip = {3644, 0, 196, 24},
+     .strut = {0, 0, 24, 0, 0, 0, 0, 0, 3644, 3839, 0, 0}},
+    {.name = "withdrawn", .root = hd, .strip = {}, .strut = QList<uint>(12, 0)},
+    {.name = "off the root", .root = hd, .strip = {4000, 0, 196, 24}, .strut = QList<uint>(12, 0)},
+};
 // clang-format on
 
 class MenuTest : public QObject {

@@ -14,13 +14,19 @@ const QRect hd(0, 0, 1920, 1080);
 // clang-format off
 struct Anchor { const char *name; QRect icon; std::optional<QPoint> pointer; QRect available, anchor; };
 const Anchor anchors[] = {
-    {"XEmbed host says where the icon is", {1800, 1050, 24, 24}, QPoint(1810, 1060), {0, 0, 1920, 1044},
-     {1800, 1050, 24, 24}},
-    {"KDE: bottom panel, icon at the pointer", {}, QPoint(1700, 1060), {0, 0, 1920, 1036}, {1700, 1060, 1, 1}},
-    {"Xfce: top panel, icon at the pointer", {}, QPoint(1850, 12), {0, 28, 1920, 1052}, {1850, 12, 1, 1}},
-    {"second screen on the left", {}, QPoint(-300, 5), {-1280, 24, 1280, 1000}, {-300, 5, 1, 1}},
-    {"Wayland: centred under the top bar", {}, std::nullopt, {0, 32, 1920, 1048}, {770, 32, 380, 1}},
-    {"Wayland on a second screen", {}, std::nullopt, {1920, 0, 1280, 1024}, {2370, 0, 380, 1}}};
+    {.name = "XEmbed host says where the icon is", .icon = {1800, 1050, 24, 24},
+     .pointer = QPoint(1810, 1060), .available = {0, 0, 1920, 1044}, .anchor = {1800, 1050, 24, 24}},
+    {.name = "KDE: bottom panel, icon at the pointer", .icon = {}, .pointer = QPoint(1700, 1060),
+     .available = {0, 0, 1920, 1036}, .anchor = {1700, 1060, 1, 1}},
+    {.name = "Xfce: top panel, icon at the pointer", .icon = {}, .pointer = QPoint(1850, 12),
+     .available = {0, 28, 1920, 1052}, .anchor = {1850, 12, 1, 1}},
+    {.name = "second screen on the left", .icon = {}, .pointer = QPoint(-300, 5),
+     .available = {-1280, 24, 1280, 1000}, .anchor = {-300, 5, 1, 1}},
+    {.name = "Wayland: centred under the top bar", .icon = {}, .pointer = std::nullopt,
+     .available = {0, 32, 1920, 1048}, .anchor = {770, 32, 380, 1}},
+    {.name = "Wayland on a second screen", .icon = {}, .pointer = std::nullopt,
+     .available = {1920, 0, 1280, 1024}, .anchor = {2370, 0, 380, 1}},
+};
 // clang-format on
 } // namespace
 

@@ -216,7 +216,7 @@ struct PanelRig {
     QQuickItem *waitFor(const char *name) const
     {
         QQuickItem *found = nullptr;
-        (void)QTest::qWaitFor([&] { return (found = on(name)) != nullptr; }, 1000);
+        (void)QTest::qWaitFor([&] { return (found = on(name)) != nullptr; }, 30000);
         return found;
     }
 };

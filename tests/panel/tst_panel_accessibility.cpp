@@ -156,7 +156,7 @@ private Q_SLOTS:
         QTest::qWait(50); // the panel would close on the next turn of the loop
         QVERIFY(panel->isVisible());
         QTest::keyClick(window(), Qt::Key_Escape);
-        QVERIFY(QTest::qWaitFor([&] { return !panel->isVisible(); }, 2000));
+        QVERIFY(QTest::qWaitFor([&] { return !panel->isVisible(); }, 30000));
     }
 };
 

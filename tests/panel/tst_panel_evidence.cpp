@@ -61,10 +61,16 @@ TokenProfile token()
 // all: every module and the links; otherwise the state alone.
 struct Body { const char *name; bool hasDetail, blank, failed; const char *state; bool all; };
 const Body bodies[] = {
-    {"nothing yet", false, false, false, "loading", false}, {"failed", false, false, true, "failed", false},
-    {"details", true, false, false, "details", true}, {"blank details", true, true, false, "blank", false},
+    {.name = "nothing yet", .hasDetail = false, .blank = false, .failed = false, .state = "loading",
+     .all = false},
+    {.name = "failed", .hasDetail = false, .blank = false, .failed = true, .state = "failed", .all = false},
+    {.name = "details", .hasDetail = true, .blank = false, .failed = false, .state = "details", .all = true},
+    {.name = "blank details", .hasDetail = true, .blank = true, .failed = false, .state = "blank",
+     .all = false},
     // Evidence once loaded wins over any stale failure mark.
-    {"details beat a failure", true, false, true, "details", true}};
+    {.name = "details beat a failure", .hasDetail = true, .blank = false, .failed = true, .state = "details",
+     .all = true},
+};
 // clang-format on
 } // namespace
 

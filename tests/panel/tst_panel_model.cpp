@@ -64,10 +64,16 @@ QString counters(Maybe latency, Maybe lastFrameAge, LinkState link)
 // clang-format off
 struct Ring { const char *name; Maybe winRate; bool hasRing; double ring; const char *ringText, *meta; };
 const Ring rings[] = {
-    {"known", 0.62, true, 0.62, "62% WR", "62% WR"}, {"never won: an empty ring", 0.0, true, 0.0, "0% WR", "0% WR"},
-    {"over one: the ring stops full", 1.4, true, 1.0, "140% WR", "140% WR"},
-    {"unknown: no ring, the age", {}, false, 0.0, "", "10m"},
-    {"broken: no ring, the age", notANumber, false, 0.0, "", "10m"}};
+    {.name = "known", .winRate = 0.62, .hasRing = true, .ring = 0.62, .ringText = "62% WR", .meta = "62% WR"},
+    {.name = "never won: an empty ring", .winRate = 0.0, .hasRing = true, .ring = 0.0, .ringText = "0% WR",
+     .meta = "0% WR"},
+    {.name = "over one: the ring stops full", .winRate = 1.4, .hasRing = true, .ring = 1.0,
+     .ringText = "140% WR", .meta = "140% WR"},
+    {.name = "unknown: no ring, the age", .winRate = {}, .hasRing = false, .ring = 0.0, .ringText = "",
+     .meta = "10m"},
+    {.name = "broken: no ring, the age", .winRate = notANumber, .hasRing = false, .ring = 0.0, .ringText = "",
+     .meta = "10m"},
+};
 // clang-format on
 } // namespace
 
@@ -184,7 +190,7 @@ private Q_SLOTS:
         store->ingest({whaleFill(201, clock.t, 900000, QStringLiteral("big"), QStringLiteral("BIG"))});
         QCOMPARE(model.hero()[QStringLiteral("signalId")].toString(), QStringLiteral("tw-fill-201"));
         QVERIFY(model.bloom());
-        QVERIFY(QTest::qWaitFor([&] { return !model.bloom(); }, 3000));
+        QVERIFY(QTest::qWaitFor([&] { return !model.bloom(); }, 30000));
         QCOMPARE(bloom.count(), 2);
     }
 

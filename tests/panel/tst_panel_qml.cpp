@@ -43,23 +43,35 @@ QQuickItem *shownToolTip(QQuickWindow *window)
 struct Placement { const char *name; QRect anchor, screen; QPoint topLeft; int height = 620; };
 const QRect wide(0, 0, 1920, 1080);
 const Placement placements[] = {
-    {"under the button, right edges 10 apart", {1500, 0, 30, 24}, wide, {1140, 30}},
-    {"far right stops 8 inside", {1900, 0, 20, 24}, wide, {1512, 30}},
-    {"far left stops 8 inside", {0, 0, 20, 24}, wide, {8, 30}},
-    {"offset screen", {1930, 30, 20, 20}, {1920, 28, 1280, 1000}, {1928, 56}},
-    {"narrow screen: the right margin wins", {100, 0, 20, 24}, {0, 0, 410, 800}, {2, 30}},
-    {"tray icon in a bottom bar: above it", {1800, 1052, 24, 24}, {0, 0, 1920, 1048}, {1434, 1052 - 6 - 620}},
-    {"corner anchor of a tray-only start", {1919, 0, 1, 1}, wide, {1512, 7}},
-    {"scale 2 on 1920x1080: shrinks to the work area", {764, 15, 196, 24}, {0, 39, 960, 501}, {552, 45}, 487},
-    {"a short screen: never below the minimum", {604, 0, 196, 24}, {0, 0, 800, 290}, {392, 0}, 300},
-    {"above a bottom tray on a short screen", {700, 560, 24, 24}, {0, 0, 800, 556}, {334, 8}, 546}};
+    {.name = "under the button, right edges 10 apart", .anchor = {1500, 0, 30, 24}, .screen = wide,
+     .topLeft = {1140, 30}},
+    {.name = "far right stops 8 inside", .anchor = {1900, 0, 20, 24}, .screen = wide, .topLeft = {1512, 30}},
+    {.name = "far left stops 8 inside", .anchor = {0, 0, 20, 24}, .screen = wide, .topLeft = {8, 30}},
+    {.name = "offset screen", .anchor = {1930, 30, 20, 20}, .screen = {1920, 28, 1280, 1000},
+     .topLeft = {1928, 56}},
+    {.name = "narrow screen: the right margin wins", .anchor = {100, 0, 20, 24}, .screen = {0, 0, 410, 800},
+     .topLeft = {2, 30}},
+    {.name = "tray icon in a bottom bar: above it", .anchor = {1800, 1052, 24, 24},
+     .screen = {0, 0, 1920, 1048}, .topLeft = {1434, 1052 - 6 - 620}},
+    {.name = "corner anchor of a tray-only start", .anchor = {1919, 0, 1, 1}, .screen = wide,
+     .topLeft = {1512, 7}},
+    {.name = "scale 2 on 1920x1080: shrinks to the work area", .anchor = {764, 15, 196, 24},
+     .screen = {0, 39, 960, 501}, .topLeft = {552, 45}, .height = 487},
+    {.name = "a short screen: never below the minimum", .anchor = {604, 0, 196, 24},
+     .screen = {0, 0, 800, 290}, .topLeft = {392, 0}, .height = 300},
+    {.name = "above a bottom tray on a short screen", .anchor = {700, 560, 24, 24},
+     .screen = {0, 0, 800, 556}, .topLeft = {334, 8}, .height = 546},
+};
 
 // The hero's figure line shrinks to fit, down to the smallest legible size,
 // then shortens the ticker; it never runs under the amount.
 struct HeroTicker { const char *name, *symbol; bool shortened; };
 const HeroTicker heroTickers[] = {
-    {"fits at full size", "WIF", false}, {"fits once shrunk", "ABCDEFGHIJKLMNOPQR", false},
-    {"shortened at the smallest size", "ABCDEFGHIJKLMNOPQRSTUVWXYZABCDEFGHIJKLMN", true}};
+    {.name = "fits at full size", .symbol = "WIF", .shortened = false},
+    {.name = "fits once shrunk", .symbol = "ABCDEFGHIJKLMNOPQR", .shortened = false},
+    {.name = "shortened at the smallest size", .symbol = "ABCDEFGHIJKLMNOPQRSTUVWXYZABCDEFGHIJKLMN",
+     .shortened = true},
+};
 // clang-format on
 
 QString heroId(PanelModel *model)
@@ -123,7 +135,7 @@ private Q_SLOTS:
         QVERIFY(w->flags().testFlags(Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint | Qt::Tool));
         QCOMPARE(w->size(), QSize(400, 620));
         QCOMPARE(w->color().alpha(), 0);
-        QVERIFY(QTest::qWaitFor([&] { return w->position() == panel->targetPosition(); }, 2000));
+        QVERIFY(QTest::qWaitFor([&] { return w->position() == panel->targetPosition(); }, 30000));
         const qint64 opened = panel->generation();
         model()->toggle(model()->stream()->ids().first());
         model()->setShowSettings(true);
@@ -133,7 +145,7 @@ private Q_SLOTS:
         QVERIFY(!panel->isVisible());
         QVERIFY(panel->generation() > opened);
         QVERIFY(panel->secondsSinceClosed() < 0.2);
-        QVERIFY(torn.wait(2000));
+        QVERIFY(torn.wait(30000));
         QVERIFY(!w->isVisible());
         // Nothing but the window's popup overlay, empty: no view survives.
         for (QQuickItem *child : w->contentItem()->childItems())
@@ -155,7 +167,7 @@ private Q_SLOTS:
         QTest::keyClick(window(), Qt::Key_A);
         QCOMPARE(root()->property("lastKey").toInt(), int(Qt::Key_A));
         QTest::keyClick(window(), Qt::Key_Escape);
-        QVERIFY(QTest::qWaitFor([&] { return !panel->isVisible(); }, 1000));
+        QVERIFY(QTest::qWaitFor([&] { return !panel->isVisible(); }, 30000));
         QVERIFY(root() == nullptr || root()->property("lastKey").toInt() == int(Qt::Key_A));
     }
 
@@ -169,7 +181,7 @@ private Q_SLOTS:
         other.resize(50, 50);
         other.show();
         other.requestActivate();
-        QVERIFY(QTest::qWaitFor([&] { return !panel->isVisible(); }, 2000));
+        QVERIFY(QTest::qWaitFor([&] { return !panel->isVisible(); }, 30000));
     }
 
     // Tapping a row anywhere, edges included, opens it and starts its load; a
@@ -186,7 +198,7 @@ private Q_SLOTS:
         const auto inspectors = [&] {
             return shown("inspectorLoading").size() + shown("retryAction").size();
         };
-        QVERIFY(QTest::qWaitFor([&] { return inspectors() == 1; }, 1000));
+        QVERIFY(QTest::qWaitFor([&] { return inspectors() == 1; }, 30000));
         QVERIFY(failsSoon(ids[0]));
         QVERIFY(waitFor("retryAction"));
         QVERIFY(!on("inspectorLoading"));
@@ -403,7 +415,7 @@ private Q_SLOTS:
                               Qt::NoScrollPhase, false);
             QGuiApplication::sendEvent(window(), &event);
         }
-        QVERIFY(QTest::qWaitFor([&] { return !list->property("moving").toBool(); }, 2000));
+        QVERIFY(QTest::qWaitFor([&] { return !list->property("moving").toBool(); }, 30000));
         QVERIFY(!list->property("atYBeginning").toBool());
         const QString reading = topId();
         arrive(0);
@@ -438,7 +450,7 @@ private Q_SLOTS:
         } else {
             click(summaryOf(root(), id));
         }
-        QVERIFY(QTest::qWaitFor([&] { return store->details().contains(id); }, 5000));
+        QVERIFY(QTest::qWaitFor([&] { return store->details().contains(id); }, 30000));
         QVERIFY(waitFor(asHero ? "heroChart" : "link-CHART"));
         click(on(asHero ? "heroChart" : "link-CHART"));
         QCOMPARE(opened, QList<QByteArray>{pair.toUtf8()});
@@ -489,7 +501,7 @@ private Q_SLOTS:
         QVERIFY(item);
         QTest::mouseMove(window(), centre(item).toPoint());
         QQuickItem *tip = nullptr;
-        QVERIFY(QTest::qWaitFor([&] { return (tip = shownToolTip(window())) != nullptr; }, 3000));
+        QVERIFY(QTest::qWaitFor([&] { return (tip = shownToolTip(window())) != nullptr; }, 30000));
         int plates = 0, texts = 0;
         for (QQuickItem *part : allItems(tip)) {
             const QColor c = part->property("color").value<QColor>();
@@ -521,7 +533,7 @@ private Q_SLOTS:
         const QString id = model()->stream()->ids().last();
         click(summaryOf(root(), id));
         QCOMPARE(model()->openId(), id);
-        QVERIFY(QTest::qWaitFor([&] { return store->details().contains(id); }, 5000));
+        QVERIFY(QTest::qWaitFor([&] { return store->details().contains(id); }, 30000));
         QVERIFY(waitFor("walletModule"));
         QTest::qWait(100);
         settleFrame(window());
@@ -549,11 +561,11 @@ private Q_SLOTS:
         QQuickItem *page = waitFor("settingsView");
         QVERIFY(page);
         QCOMPARE(page->x(), 0.0);
-        QVERIFY(QTest::qWaitFor([&] { return page->opacity() == 1.0; }, 2000));
+        QVERIFY(QTest::qWaitFor([&] { return page->opacity() == 1.0; }, 30000));
         click(on("backButton"));
         QVERIFY(!model()->showSettings());
         QCOMPARE(page->x(), 0.0);
-        QVERIFY(QTest::qWaitFor([&] { return !page->isVisible(); }, 2000));
+        QVERIFY(QTest::qWaitFor([&] { return !page->isVisible(); }, 30000));
     }
 };
 

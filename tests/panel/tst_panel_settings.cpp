@@ -20,15 +20,20 @@ using P = Preferences;
 // An edit to the value already selected (same) or to another one, and what is saved after the latter.
 struct Edit { const char *name; bool (*edit)(SM &, bool same); bool (*saved)(const P &); };
 const Edit editRows[] = {
-    {"minimum size", [](SM &m, bool same) { return m.setMinimumSize(same ? 1000 : 5000); },
-     [](const P &p) { return p.minTradeUsd == 5000; }},
-    {"focus size", [](SM &m, bool same) { return m.setFocusSize(same ? 25000 : 0); },
-     [](const P &p) { return p.focalUsd == 0; }},
-    {"stream switch", [](SM &m, bool same) { return m.setStreamEnabled(QStringLiteral("spike"), same); },
-     [](const P &p) { return !p.shows(SignalKind::spike); }},
-    {"pause", [](SM &m, bool same) { return m.setPaused(!same); }, [](const P &p) { return p.paused; }},
-    {"tray only", [](SM &m, bool same) { return m.setTrayOnly(!same); }, [](const P &p) { return p.trayOnly; }},
-    {"notify", [](SM &m, bool same) { return m.setNotifyTakeovers(same); }, [](const P &p) { return !p.notifyTakeovers; }}};
+    {.name = "minimum size", .edit = [](SM &m, bool same) { return m.setMinimumSize(same ? 1000 : 5000); },
+     .saved = [](const P &p) { return p.minTradeUsd == 5000; }},
+    {.name = "focus size", .edit = [](SM &m, bool same) { return m.setFocusSize(same ? 25000 : 0); },
+     .saved = [](const P &p) { return p.focalUsd == 0; }},
+    {.name = "stream switch",
+     .edit = [](SM &m, bool same) { return m.setStreamEnabled(QStringLiteral("spike"), same); },
+     .saved = [](const P &p) { return !p.shows(SignalKind::spike); }},
+    {.name = "pause", .edit = [](SM &m, bool same) { return m.setPaused(!same); },
+     .saved = [](const P &p) { return p.paused; }},
+    {.name = "tray only", .edit = [](SM &m, bool same) { return m.setTrayOnly(!same); },
+     .saved = [](const P &p) { return p.trayOnly; }},
+    {.name = "notify", .edit = [](SM &m, bool same) { return m.setNotifyTakeovers(same); },
+     .saved = [](const P &p) { return !p.notifyTakeovers; }},
+};
 // clang-format on
 } // namespace
 

@@ -24,26 +24,38 @@ const LinkTrouble expired{LinkTrouble::unverified, u"tape.example:443"_s, u"cert
 // clang-format off
 struct Empty { const char *name; bool visibleEmpty; LinkState link; LinkTrouble trouble; QString bundled, symbol, message; };
 const Empty empties[] = {
-    {"quiet tape", true, LinkState::live, {}, bundled, wave, u"Nothing on the wire right now."_s},
-    {"polling, no known cause", true, LinkState::polling, {}, {}, wave, u"Nothing on the wire right now."_s},
-    {"unreachable, bundled service installed", true, LinkState::polling, unreachable, bundled, slashed,
-     u"Can't reach the tape service at 127.0.0.1:47800.\nStart the bundled one: /usr/libexec/larkpin/tarnwick-sim"_s},
-    {"unreachable elsewhere: no local service offered", true, LinkState::polling,
-     {LinkTrouble::unreachable, u"tape.example:443"_s, {}}, bundled, slashed,
-     u"Can't reach the tape service at tape.example:443."_s},
-    {"unreachable, nothing installed", true, LinkState::connecting, unreachable, {}, slashed,
-     u"Can't reach the tape service at 127.0.0.1:47800."_s},
-    {"unverified", true, LinkState::polling, expired, bundled, slashed,
-     u"Can't verify the identity of the tape service at tape.example:443.\nCertificate expired: the link stays closed."_s},
-    {"unverified while down", true, LinkState::down, expired, {}, slashed,
-     u"Can't verify the identity of the tape service at tape.example:443.\nCertificate expired: the link stays closed."_s},
-    {"signals shown: the stream's own text", false, LinkState::polling, unreachable, bundled, wave,
-     u"Nothing in this stream right now."_s}};
+    {.name = "quiet tape", .visibleEmpty = true, .link = LinkState::live, .trouble = {}, .bundled = bundled,
+     .symbol = wave, .message = u"Nothing on the wire right now."_s},
+    {.name = "polling, no known cause", .visibleEmpty = true, .link = LinkState::polling, .trouble = {},
+     .bundled = {}, .symbol = wave, .message = u"Nothing on the wire right now."_s},
+    {.name = "unreachable, bundled service installed", .visibleEmpty = true, .link = LinkState::polling,
+     .trouble = unreachable, .bundled = bundled, .symbol = slashed,
+     .message = u"Can't reach the tape service at 127.0.0.1:47800.\nStart the bundled one: /usr/libexec/larkpin/tarnwick-sim"_s},
+    {.name = "unreachable elsewhere: no local service offered", .visibleEmpty = true,
+     .link = LinkState::polling, .trouble = {LinkTrouble::unreachable, u"tape.example:443"_s, {}},
+     .bundled = bundled, .symbol = slashed,
+     .message = u"Can't reach the tape service at tape.example:443."_s},
+    {.name = "unreachable, nothing installed", .visibleEmpty = true, .link = LinkState::connecting,
+     .trouble = unreachable, .bundled = {}, .symbol = slashed,
+     .message = u"Can't reach the tape service at 127.0.0.1:47800."_s},
+    {.name = "unverified", .visibleEmpty = true, .link = LinkState::polling, .trouble = expired,
+     .bundled = bundled, .symbol = slashed,
+     .message = u"Can't verify the identity of the tape service at tape.example:443.\nCertificate expired: the link stays closed."_s},
+    {.name = "unverified while down", .visibleEmpty = true, .link = LinkState::down, .trouble = expired,
+     .bundled = {}, .symbol = slashed,
+     .message = u"Can't verify the identity of the tape service at tape.example:443.\nCertificate expired: the link stays closed."_s},
+    {.name = "signals shown: the stream's own text", .visibleEmpty = false, .link = LinkState::polling,
+     .trouble = unreachable, .bundled = bundled, .symbol = wave,
+     .message = u"Nothing in this stream right now."_s},
+};
 struct Tip { const char *name; LinkTrouble trouble; QString tip; };
 const Tip tips[] = {
-    {"none", {}, {}},
-    {"unreachable", unreachable, u"Larkpin \u2014 can't reach the tape service at 127.0.0.1:47800"_s},
-    {"unverified", expired, u"Larkpin \u2014 can't verify the tape service at tape.example:443 (certificate expired)"_s}};
+    {.name = "none", .trouble = {}, .tip = {}},
+    {.name = "unreachable", .trouble = unreachable,
+     .tip = u"Larkpin \u2014 can't reach the tape service at 127.0.0.1:47800"_s},
+    {.name = "unverified", .trouble = expired,
+     .tip = u"Larkpin \u2014 can't verify the tape service at tape.example:443 (certificate expired)"_s},
+};
 // clang-format on
 
 quint16 closedPort()

@@ -44,10 +44,15 @@ TwFill whale(qint64 id, double ts, const char *handle, const char *symbol, doubl
 // A new order cannot be told as moves: it resets.
 struct Transition { const char *name, *before, *after; int resets; };
 const Transition transitionRows[] = {
-    {"from empty", "", "c b a", 0}, {"a newer one on top", "b a", "c b a", 0},
-    {"one into the middle", "c a", "c b a", 0}, {"one leaves", "c b a", "c a", 0},
-    {"all replaced, same count", "b a", "d c", 0}, {"same rows", "b a", "b a", 0},
-    {"a new order", "a b c", "c b a", 1}, {"to empty", "c b a", "", 0}};
+    {.name = "from empty", .before = "", .after = "c b a", .resets = 0},
+    {.name = "a newer one on top", .before = "b a", .after = "c b a", .resets = 0},
+    {.name = "one into the middle", .before = "c a", .after = "c b a", .resets = 0},
+    {.name = "one leaves", .before = "c b a", .after = "c a", .resets = 0},
+    {.name = "all replaced, same count", .before = "b a", .after = "d c", .resets = 0},
+    {.name = "same rows", .before = "b a", .after = "b a", .resets = 0},
+    {.name = "a new order", .before = "a b c", .after = "c b a", .resets = 1},
+    {.name = "to empty", .before = "c b a", .after = "", .resets = 0},
+};
 // clang-format on
 } // namespace
 

@@ -37,7 +37,7 @@ class SimTest : public QObject {
     std::pair<int, QByteArray> get(const SimServer &sim, const QString &path)
     {
         QNetworkReply *reply = net_.get(QNetworkRequest(QUrl(sim.httpBase() + path)));
-        (void)QTest::qWaitFor([&] { return reply->isFinished(); }, 5000);
+        (void)QTest::qWaitFor([&] { return reply->isFinished(); }, 30000);
         reply->deleteLater();
         return {reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(), reply->readAll()};
     }
@@ -84,7 +84,7 @@ private Q_SLOTS:
         auto sim = started({});
         const auto date = [&] {
             QNetworkReply *reply = net_.get(QNetworkRequest(QUrl(sim->httpBase() + u"/radar"_s)));
-            (void)QTest::qWaitFor([&] { return reply->isFinished(); }, 5000);
+            (void)QTest::qWaitFor([&] { return reply->isFinished(); }, 30000);
             reply->deleteLater();
             const QString text = QString::fromLatin1(reply->rawHeader("Date"));
             return QDateTime::fromString(text.chopped(3) + u"+0000"_s, Qt::RFC2822Date);
@@ -139,7 +139,7 @@ private Q_SLOTS:
             started({.scenarioFile = write("steps.json", R"([{"at": 0, "endpoint": "/tape", "status": 500},
                                                                     {"at": 0.5, "fault": "clear"}])")});
         QCOMPARE(get(*sim, u"/tape?limit=5"_s).first, 500);
-        QTRY_COMPARE_WITH_TIMEOUT(get(*sim, u"/tape?limit=5"_s).first, 200, 3000);
+        QTRY_COMPARE_WITH_TIMEOUT(get(*sim, u"/tape?limit=5"_s).first, 200, 30000);
 
         QString error;
         const QString notAList = write("object.json", R"({"at": 0})");

@@ -32,41 +32,65 @@ std::optional<TwFill> decodeFill(const QByteArray &key, const QByteArray &value)
 // clang-format off
 struct Lenient { const char *name, *value; bool expected; };
 const Lenient lenient[] = {
-    {"true", "true", true}, {"1", "1", true}, {"false", "false", false}, {"null", "null", false},
-    {"string", R"("yes")", false}, {"fraction", "1.5", false}};
+    {.name = "true", .value = "true", .expected = true},
+    {.name = "1", .value = "1", .expected = true},
+    {.name = "false", .value = "false", .expected = false},
+    {.name = "null", .value = "null", .expected = false},
+    {.name = "string", .value = R"("yes")", .expected = false},
+    {.name = "fraction", .value = "1.5", .expected = false},
+};
 
 // A key of a fill set to a value (nullptr: left out); amounts past any real
 // trade are malformed, market caps may reach trillions.
 const QByteArray longest = '"' + QByteArray(2048, 'A') + '"', tooLong = '"' + QByteArray(2049, 'A') + '"';
 struct Field { const char *name; QByteArray key, value; bool decodes; };
 const Field fields[] = {
-    {"complete", nullptr, nullptr, true}, {"usd missing is 0", "usd", nullptr, true},
-    {"without id", "id", nullptr, false}, {"without ts", "ts", nullptr, false},
-    {"without side", "side", nullptr, false}, {"without handle", "handle", nullptr, false},
-    {"without wallet", "wallet", nullptr, false}, {"without token", "token", nullptr, false},
-    {"without symbol", "symbol", nullptr, false},
-    {"id as fraction", "id", "1.5", false}, {"id as string", "id", R"("7")", false},
-    {"ts as string", "ts", R"("now")", false}, {"flags not strings", "flags", "[1,2]", false},
-    {"price null is absent", "price", "null", true}, {"price wrong type fails", "price", R"("1.2")", false},
-    {"unknown keys ignored", "x", R"({"a":[1]})", true},
-    {"symbol at the longest", "symbol", longest, true}, {"symbol past the longest", "symbol", tooLong, false},
-    {"usd 1e308", "usd", "1e308", false}, {"usd just over $1T", "usd", "1000000000001", false},
-    {"usd at $1T", "usd", "1e12", true}, {"usd -1e13", "usd", "-1e13", false},
-    {"price 1e300", "price", "1e300", false}, {"liquidity 5e12", "liquidity", "5e12", false},
-    {"mcap $3T (an equity)", "mcap", "3e12", true}, {"mcap 1e300", "mcap", "1e300", false},
+    {.name = "complete", .key = nullptr, .value = nullptr, .decodes = true},
+    {.name = "usd missing is 0", .key = "usd", .value = nullptr, .decodes = true},
+    {.name = "without id", .key = "id", .value = nullptr, .decodes = false},
+    {.name = "without ts", .key = "ts", .value = nullptr, .decodes = false},
+    {.name = "without side", .key = "side", .value = nullptr, .decodes = false},
+    {.name = "without handle", .key = "handle", .value = nullptr, .decodes = false},
+    {.name = "without wallet", .key = "wallet", .value = nullptr, .decodes = false},
+    {.name = "without token", .key = "token", .value = nullptr, .decodes = false},
+    {.name = "without symbol", .key = "symbol", .value = nullptr, .decodes = false},
+    {.name = "id as fraction", .key = "id", .value = "1.5", .decodes = false},
+    {.name = "id as string", .key = "id", .value = R"("7")", .decodes = false},
+    {.name = "ts as string", .key = "ts", .value = R"("now")", .decodes = false},
+    {.name = "flags not strings", .key = "flags", .value = "[1,2]", .decodes = false},
+    {.name = "price null is absent", .key = "price", .value = "null", .decodes = true},
+    {.name = "price wrong type fails", .key = "price", .value = R"("1.2")", .decodes = false},
+    {.name = "unknown keys ignored", .key = "x", .value = R"({"a":[1]})", .decodes = true},
+    {.name = "symbol at the longest", .key = "symbol", .value = longest, .decodes = true},
+    {.name = "symbol past the longest", .key = "symbol", .value = tooLong, .decodes = false},
+    {.name = "usd 1e308", .key = "usd", .value = "1e308", .decodes = false},
+    {.name = "usd just over $1T", .key = "usd", .value = "1000000000001", .decodes = false},
+    {.name = "usd at $1T", .key = "usd", .value = "1e12", .decodes = true},
+    {.name = "usd -1e13", .key = "usd", .value = "-1e13", .decodes = false},
+    {.name = "price 1e300", .key = "price", .value = "1e300", .decodes = false},
+    {.name = "liquidity 5e12", .key = "liquidity", .value = "5e12", .decodes = false},
+    {.name = "mcap $3T (an equity)", .key = "mcap", .value = "3e12", .decodes = true},
+    {.name = "mcap 1e300", .key = "mcap", .value = "1e300", .decodes = false},
     // No trade, price or pool is negative.
-    {"usd -1", "usd", "-1", false}, {"usd -9e11", "usd", "-9e11", false}, {"usd 0", "usd", "0", true},
-    {"price -0.5", "price", "-0.5", false}, {"mark -1", "mark", "-1", false},
-    {"liquidity -3", "liquidity", "-3", false}, {"mcap -1", "mcap", "-1", false}};
+    {.name = "usd -1", .key = "usd", .value = "-1", .decodes = false},
+    {.name = "usd -9e11", .key = "usd", .value = "-9e11", .decodes = false},
+    {.name = "usd 0", .key = "usd", .value = "0", .decodes = true},
+    {.name = "price -0.5", .key = "price", .value = "-0.5", .decodes = false},
+    {.name = "mark -1", .key = "mark", .value = "-1", .decodes = false},
+    {.name = "liquidity -3", .key = "liquidity", .value = "-3", .decodes = false},
+    {.name = "mcap -1", .key = "mcap", .value = "-1", .decodes = false},
+};
 
 // An id beside a good fill: 0, the fill is dropped; -1, the body does not parse.
 struct Id { const char *name, *id; qint64 expected; };
 const Id ids[] = {
-    {"int64 max", "9223372036854775807", std::numeric_limits<qint64>::max()},
-    {"2^53 + 1", "9007199254740993", Q_INT64_C(9007199254740993)},
-    {"a whole number written with a point", "12.0", 12},
-    {"just past int64", "9223372036854775808", 0}, {"a double past int64", "1e300", 0},
-    {"beyond a double (no JSON the parser takes)", "1e400", -1}};
+    {.name = "int64 max", .id = "9223372036854775807", .expected = std::numeric_limits<qint64>::max()},
+    {.name = "2^53 + 1", .id = "9007199254740993", .expected = Q_INT64_C(9007199254740993)},
+    {.name = "a whole number written with a point", .id = "12.0", .expected = 12},
+    {.name = "just past int64", .id = "9223372036854775808", .expected = 0},
+    {.name = "a double past int64", .id = "1e300", .expected = 0},
+    {.name = "beyond a double (no JSON the parser takes)", .id = "1e400", .expected = -1},
+};
 
 // Every record kind: a wrong type fails it even where the key is optional,
 // null counts as absent, and a list answer fails whole on one bad element
@@ -85,68 +109,105 @@ const Count bags = [](const QByteArray &b) {
 };
 struct Record { const char *name; Count decode; int count; QByteArray body; };
 const Record answers[] = {
-    {"two fills", fills, 2, '[' + good + ',' + good + ']'},
-    {"a fill without a symbol drops only itself", fills, 1, '[' + good + ',' + fillJson("symbol") + ']'},
-    {"fill list as an object", fills, -1, R"({"data":[]})"},
-    {"radar without buyers", radars, 1, R"([{"token":"M","symbol":"P","first_ts":1}])"},
-    {"radar without first_ts", radars, -1, R"([{"token":"M","symbol":"P"}])"},
-    {"radar buyers fraction", radars, -1, R"([{"token":"M","symbol":"P","first_ts":1,"buyers":2.5}])"},
-    {"radar usd_in at $1T", radars, 1, R"([{"token":"M","symbol":"P","first_ts":1,"usd_in":1e12}])"},
-    {"radar usd_in past $1T", radars, -1, R"([{"token":"M","symbol":"P","first_ts":1,"usd_in":-2e12}])"},
-    {"radar usd_in negative", radars, -1, R"([{"token":"M","symbol":"P","first_ts":1,"usd_in":-5}])"},
-    {"token volume negative", tokens, -1, R"([{"token":"M","symbol":"P","volume24":-1}])"},
-    {"trader losses are signed", traders, 1,
-     R"([{"address":"A","handle":"k","realized_pnl":-5000,"unrealized_pnl":-2}])"},
-    {"trader open cost negative", traders, -1, R"([{"address":"A","handle":"k","open_cost":-1}])"},
-    {"bag cost negative", bags, -1, R"({"address":"A","handle":"k","bags":[{"symbol":"W","cost_usd":-10}]})"},
-    {"token honeypot true", tokens, 1, R"([{"token":"M","symbol":"P","honeypot":true}])"},
-    {"token honeypot is strict", tokens, -1, R"([{"token":"M","symbol":"P","honeypot":1}])"},
-    {"token pair_url number", tokens, -1, R"([{"token":"M","symbol":"P","pair_url":5}])"},
-    {"trader", traders, 1, R"([{"address":"A","handle":"k","win_rate":0.6,"closed_trades":12}])"},
-    {"trader handle null", traders, -1, R"([{"address":"A","handle":null}])"},
-    {"one bad trader fails the list", traders, -1,
-     R"([{"address":"A","handle":"k"},{"address":"B","handle":"j","wins":"3"}])"},
-    {"detail without bags", bags, 0, R"({"address":"A","handle":"k"})"},
-    {"detail with two bags", bags, 2,
-     R"({"address":"A","handle":"k","bags":[{"symbol":"W","cost_usd":10},{"symbol":"M"}]})"},
-    {"bag without a symbol", bags, -1, R"({"address":"A","handle":"k","bags":[{"value":3}]})"},
-    {"detail bags not a list", bags, -1, R"({"address":"A","handle":"k","bags":{}})"},
-    {"detail bags null is empty", bags, 0, R"({"address":"A","handle":"k","bags":null})"},
-    {"detail as a list", bags, -1, R"([{"address":"A","handle":"k"}])"}};
+    {.name = "two fills", .decode = fills, .count = 2, .body = '[' + good + ',' + good + ']'},
+    {.name = "a fill without a symbol drops only itself", .decode = fills, .count = 1,
+     .body = '[' + good + ',' + fillJson("symbol") + ']'},
+    {.name = "fill list as an object", .decode = fills, .count = -1, .body = R"({"data":[]})"},
+    {.name = "radar without buyers", .decode = radars, .count = 1,
+     .body = R"([{"token":"M","symbol":"P","first_ts":1}])"},
+    {.name = "radar without first_ts", .decode = radars, .count = -1,
+     .body = R"([{"token":"M","symbol":"P"}])"},
+    {.name = "radar buyers fraction", .decode = radars, .count = -1,
+     .body = R"([{"token":"M","symbol":"P","first_ts":1,"buyers":2.5}])"},
+    {.name = "radar usd_in at $1T", .decode = radars, .count = 1,
+     .body = R"([{"token":"M","symbol":"P","first_ts":1,"usd_in":1e12}])"},
+    {.name = "radar usd_in past $1T", .decode = radars, .count = -1,
+     .body = R"([{"token":"M","symbol":"P","first_ts":1,"usd_in":-2e12}])"},
+    {.name = "radar usd_in negative", .decode = radars, .count = -1,
+     .body = R"([{"token":"M","symbol":"P","first_ts":1,"usd_in":-5}])"},
+    {.name = "token volume negative", .decode = tokens, .count = -1,
+     .body = R"([{"token":"M","symbol":"P","volume24":-1}])"},
+    {.name = "trader losses are signed", .decode = traders, .count = 1,
+     .body = R"([{"address":"A","handle":"k","realized_pnl":-5000,"unrealized_pnl":-2}])"},
+    {.name = "trader open cost negative", .decode = traders, .count = -1,
+     .body = R"([{"address":"A","handle":"k","open_cost":-1}])"},
+    {.name = "bag cost negative", .decode = bags, .count = -1,
+     .body = R"({"address":"A","handle":"k","bags":[{"symbol":"W","cost_usd":-10}]})"},
+    {.name = "token honeypot true", .decode = tokens, .count = 1,
+     .body = R"([{"token":"M","symbol":"P","honeypot":true}])"},
+    {.name = "token honeypot is strict", .decode = tokens, .count = -1,
+     .body = R"([{"token":"M","symbol":"P","honeypot":1}])"},
+    {.name = "token pair_url number", .decode = tokens, .count = -1,
+     .body = R"([{"token":"M","symbol":"P","pair_url":5}])"},
+    {.name = "trader", .decode = traders, .count = 1,
+     .body = R"([{"address":"A","handle":"k","win_rate":0.6,"closed_trades":12}])"},
+    {.name = "trader handle null", .decode = traders, .count = -1,
+     .body = R"([{"address":"A","handle":null}])"},
+    {.name = "one bad trader fails the list", .decode = traders, .count = -1,
+     .body = R"([{"address":"A","handle":"k"},{"address":"B","handle":"j","wins":"3"}])"},
+    {.name = "detail without bags", .decode = bags, .count = 0, .body = R"({"address":"A","handle":"k"})"},
+    {.name = "detail with two bags", .decode = bags, .count = 2,
+     .body = R"({"address":"A","handle":"k","bags":[{"symbol":"W","cost_usd":10},{"symbol":"M"}]})"},
+    {.name = "bag without a symbol", .decode = bags, .count = -1,
+     .body = R"({"address":"A","handle":"k","bags":[{"value":3}]})"},
+    {.name = "detail bags not a list", .decode = bags, .count = -1,
+     .body = R"({"address":"A","handle":"k","bags":{}})"},
+    {.name = "detail bags null is empty", .decode = bags, .count = 0,
+     .body = R"({"address":"A","handle":"k","bags":null})"},
+    {.name = "detail as a list", .decode = bags, .count = -1, .body = R"([{"address":"A","handle":"k"}])"},
+};
 
 // A type of nullptr: the frame fails; fills -1: no data.
 struct Frame { const char *name; QByteArray bytes; const char *type; int fills; };
 const Frame frames[] = {
-    {"fills", R"({"type":"fills","data":[)" + good + "]}", "fills", 1},
-    {"fills one bad element drops only itself", R"({"type":"fills","data":[)" + good + ",{}]}", "fills", 1},
-    {"other type ignores data", R"({"type":"stats","data":[)" + good + "]}", "stats", -1},
-    {"no type", R"({"data":[]})", nullptr, -1}, {"type not text", R"({"type":3})", nullptr, -1},
-    {"not json", "hello", nullptr, -1}, {"deep nesting", QByteArray(100000, '['), nullptr, -1},
-    {"invalid utf-8", "{\"type\":\"\xff\xfe\"}", nullptr, -1}};
+    {.name = "fills", .bytes = R"({"type":"fills","data":[)" + good + "]}", .type = "fills", .fills = 1},
+    {.name = "fills one bad element drops only itself",
+     .bytes = R"({"type":"fills","data":[)" + good + ",{}]}", .type = "fills", .fills = 1},
+    {.name = "other type ignores data", .bytes = R"({"type":"stats","data":[)" + good + "]}", .type = "stats",
+     .fills = -1},
+    {.name = "no type", .bytes = R"({"data":[]})", .type = nullptr, .fills = -1},
+    {.name = "type not text", .bytes = R"({"type":3})", .type = nullptr, .fills = -1},
+    {.name = "not json", .bytes = "hello", .type = nullptr, .fills = -1},
+    {.name = "deep nesting", .bytes = QByteArray(100000, '['), .type = nullptr, .fills = -1},
+    {.name = "invalid utf-8", .bytes = "{\"type\":\"\xff\xfe\"}", .type = nullptr, .fills = -1},
+};
 
 // Wire text cannot reorder its row, split a line or hide characters.
 struct Text { const char *name; std::u16string_view sent, kept; };
 const Text texts[] = {
-    {"plain", u"WIF", u"WIF"}, {"right-to-left override", u"WIF\u202E000,05$", u"WIF000,05$"},
-    {"every embedding, isolate and mark",
-     u"a\u202Ab\u202Bc\u202Cd\u202De\u2066f\u2067g\u2068h\u2069i\u200Ej\u200Fk\u061Cl", u"abcdefghijkl"},
-    {"line breaks become spaces", u"a\nb\r\nc\u2028d", u"a b  c d"},
-    {"C0 and C1 controls", std::u16string_view(u"a\0\u0007b\u009Bc\u007F", 7), u"abc"},
-    {"right-to-left letters stay", u"\u05E9\u05DC\u05D5\u05DD", u"\u05E9\u05DC\u05D5\u05DD"},
-    {"zero-width joiner and grapheme joiner", u"Z\u200DW\u034FJ", u"ZWJ"},
-    {"zero-width space, soft hyphen, BOM, word joiner", u"\u200BW\u00ADI\uFEFFF\u2060", u"WIF"},
-    {"tags and variation selectors (outside the BMP too)", u"W\U000E0041I\uFE0FF\U000E0100", u"WIF"},
-    {"Hangul fillers", u"W\u3164I\u115FF", u"WIF"},
-    {"emoji and CJK stay", u"\u72D7\U0001F436", u"\u72D7\U0001F436"}};
+    {.name = "plain", .sent = u"WIF", .kept = u"WIF"},
+    {.name = "right-to-left override", .sent = u"WIF\u202E000,05$", .kept = u"WIF000,05$"},
+    {.name = "every embedding, isolate and mark",
+     .sent = u"a\u202Ab\u202Bc\u202Cd\u202De\u2066f\u2067g\u2068h\u2069i\u200Ej\u200Fk\u061Cl",
+     .kept = u"abcdefghijkl"},
+    {.name = "line breaks become spaces", .sent = u"a\nb\r\nc\u2028d", .kept = u"a b  c d"},
+    {.name = "C0 and C1 controls", .sent = std::u16string_view(u"a\0\u0007b\u009Bc\u007F", 7),
+     .kept = u"abc"},
+    {.name = "right-to-left letters stay", .sent = u"\u05E9\u05DC\u05D5\u05DD",
+     .kept = u"\u05E9\u05DC\u05D5\u05DD"},
+    {.name = "zero-width joiner and grapheme joiner", .sent = u"Z\u200DW\u034FJ", .kept = u"ZWJ"},
+    {.name = "zero-width space, soft hyphen, BOM, word joiner", .sent = u"\u200BW\u00ADI\uFEFFF\u2060",
+     .kept = u"WIF"},
+    {.name = "tags and variation selectors (outside the BMP too)", .sent = u"W\U000E0041I\uFE0FF\U000E0100",
+     .kept = u"WIF"},
+    {.name = "Hangul fillers", .sent = u"W\u3164I\u115FF", .kept = u"WIF"},
+    {.name = "emoji and CJK stay", .sent = u"\u72D7\U0001F436", .kept = u"\u72D7\U0001F436"},
+};
 
 // A symbol that may pass for another one is told apart.
 struct Alike { const char *name; std::u16string_view symbol; bool flagged; };
 const Alike alikes[] = {
-    {"ASCII", u"WIF", false}, {"CJK alone", u"\u72D7\u72D7", false}, {"Hebrew alone", u"\u05E9\u05DC", false},
-    {"Cyrillic E in PEPE", u"P\u0415PE", true}, {"all Cyrillic look-alikes (BOT)", u"\u0412\u041E\u0422", true},
-    {"Greek omicron", u"D\u039FG", true}, {"fullwidth", u"\uFF37\uFF29\uFF26", true},
-    {"mathematical bold", u"\U0001D416IF", true}, {"Latin and CJK mixed", u"DOG\u72D7", true},
-    {"ligature", u"\uFB01SH", true}};
+    {.name = "ASCII", .symbol = u"WIF", .flagged = false},
+    {.name = "CJK alone", .symbol = u"\u72D7\u72D7", .flagged = false},
+    {.name = "Hebrew alone", .symbol = u"\u05E9\u05DC", .flagged = false},
+    {.name = "Cyrillic E in PEPE", .symbol = u"P\u0415PE", .flagged = true},
+    {.name = "all Cyrillic look-alikes (BOT)", .symbol = u"\u0412\u041E\u0422", .flagged = true},
+    {.name = "Greek omicron", .symbol = u"D\u039FG", .flagged = true},
+    {.name = "fullwidth", .symbol = u"\uFF37\uFF29\uFF26", .flagged = true},
+    {.name = "mathematical bold", .symbol = u"\U0001D416IF", .flagged = true},
+    {.name = "Latin and CJK mixed", .symbol = u"DOG\u72D7", .flagged = true},
+    {.name = "ligature", .symbol = u"\uFB01SH", .flagged = true},
+};
 // clang-format on
 } // namespace
 

@@ -30,38 +30,58 @@ TwFill buy(double usd, const char *flags = "", bool newPosition = false)
 // clang-format off
 struct Noise { const char *name, *flags; std::optional<bool> honeypot, drained; bool kept; };
 const Noise noise[] = {
-    {"clean", "", {}, {}, true}, {"case matters", "Pool drained", {}, {}, true},
-    {"drained pool", "pool 3h old|pool drained 92%", {}, {}, false},
-    {"not a real buy", "not a real buy (router)", {}, {}, false},
-    {"honeypot token", "", true, {}, false}, {"drained token", "", {}, true, false},
-    {"token flags false", "", false, false, true}};
+    {.name = "clean", .flags = "", .honeypot = {}, .drained = {}, .kept = true},
+    {.name = "case matters", .flags = "Pool drained", .honeypot = {}, .drained = {}, .kept = true},
+    {.name = "drained pool", .flags = "pool 3h old|pool drained 92%", .honeypot = {}, .drained = {},
+     .kept = false},
+    {.name = "not a real buy", .flags = "not a real buy (router)", .honeypot = {}, .drained = {},
+     .kept = false},
+    {.name = "honeypot token", .flags = "", .honeypot = true, .drained = {}, .kept = false},
+    {.name = "drained token", .flags = "", .honeypot = {}, .drained = true, .kept = false},
+    {.name = "token flags false", .flags = "", .honeypot = false, .drained = false, .kept = true},
+};
 
 // 12 steps a power of ten above $1 (30000: 4.477 x 12 = 53.7), capped at 95.
 struct Priority { const char *name; double usd; int expected; };
 const Priority sizes[] = {
-    {"$0 and below", -500, 40}, {"NaN is the floor", std::nan(""), 40}, {"$1,000", 1000, 76},
-    {"just under the cap", 30000, 94}, {"$100,000 capped", 100000, 95}, {"infinity is the cap", inf, 95}};
+    {.name = "$0 and below", .usd = -500, .expected = 40},
+    {.name = "NaN is the floor", .usd = std::nan(""), .expected = 40},
+    {.name = "$1,000", .usd = 1000, .expected = 76},
+    {.name = "just under the cap", .usd = 30000, .expected = 94},
+    {.name = "$100,000 capped", .usd = 100000, .expected = 95},
+    {.name = "infinity is the cap", .usd = inf, .expected = 95},
+};
 
 // The count comes from the wire as text and may hold anything; a $1 buy alone is worth 40.
 struct PileIn { const char *name, *flags; qint64 count; int priority; };
 const PileIn pileIns[] = {
-    {"none", "", 0, 40}, {"three", "pile-in 3", 3, 43}, {"negative lowers it", "pile-in -3", -3, 37},
-    {"non-ascii digits", "pile-in \u0663", 0, 40}, {"only the first counts", "pile-in x|pile-in 5", 0, 40},
-    {"int64 max saturates", "pile-in 9223372036854775807", i64max, intMax},
-    {"int64 min", "pile-in -9223372036854775808", i64min, intMin},
-    {"past 64 bits", "pile-in 9223372036854775808", 0, 40}};
+    {.name = "none", .flags = "", .count = 0, .priority = 40},
+    {.name = "three", .flags = "pile-in 3", .count = 3, .priority = 43},
+    {.name = "negative lowers it", .flags = "pile-in -3", .count = -3, .priority = 37},
+    {.name = "non-ascii digits", .flags = "pile-in \u0663", .count = 0, .priority = 40},
+    {.name = "only the first counts", .flags = "pile-in x|pile-in 5", .count = 0, .priority = 40},
+    {.name = "int64 max saturates", .flags = "pile-in 9223372036854775807", .count = i64max,
+     .priority = intMax},
+    {.name = "int64 min", .flags = "pile-in -9223372036854775808", .count = i64min, .priority = intMin},
+    {.name = "past 64 bits", .flags = "pile-in 9223372036854775808", .count = 0, .priority = 40},
+};
 
 // The trader record has 12 wins; `closed` none: no trader record.
 struct Detail { const char *name, *flags; OptInt followers; qint64 closed; const char *text; };
 const Detail details[] = {
-    {"nothing", "", {}, none, ""}, {"999 followers", "", 999, none, ""},
-    {"1000 followers", "", 1000, none, "1K followers."},
-    {"everything", "pile-in 3|pool 3h old", 15400, 20,
-     "3 tracked wallets in this pool · pool 3h old · 12 of 20 closes green · 15K followers."},
-    {"4 closes shown", "", {}, 4, "12 of 4 closes green."}, {"5 closes", "", {}, 5, "12 of 5 closes green."},
-    {"pile-in of one not shown", "pile-in 1", {}, none, ""},
-    {"pile-in of two shown", "pile-in 2", {}, none, "2 tracked wallets in this pool."},
-    {"huge pile-in still reads", "pile-in 5000000000", {}, none, "5000000000 tracked wallets in this pool."}};
+    {.name = "nothing", .flags = "", .followers = {}, .closed = none, .text = ""},
+    {.name = "999 followers", .flags = "", .followers = 999, .closed = none, .text = ""},
+    {.name = "1000 followers", .flags = "", .followers = 1000, .closed = none, .text = "1K followers."},
+    {.name = "everything", .flags = "pile-in 3|pool 3h old", .followers = 15400, .closed = 20,
+     .text = "3 tracked wallets in this pool · pool 3h old · 12 of 20 closes green · 15K followers."},
+    {.name = "4 closes shown", .flags = "", .followers = {}, .closed = 4, .text = "12 of 4 closes green."},
+    {.name = "5 closes", .flags = "", .followers = {}, .closed = 5, .text = "12 of 5 closes green."},
+    {.name = "pile-in of one not shown", .flags = "pile-in 1", .followers = {}, .closed = none, .text = ""},
+    {.name = "pile-in of two shown", .flags = "pile-in 2", .followers = {}, .closed = none,
+     .text = "2 tracked wallets in this pool."},
+    {.name = "huge pile-in still reads", .flags = "pile-in 5000000000", .followers = {}, .closed = none,
+     .text = "5000000000 tracked wallets in this pool."},
+};
 
 // A priority of -1: no signal (an unusable first_ts cannot make an id).
 struct Radar {
@@ -69,34 +89,49 @@ struct Radar {
 };
 const double t0 = 1700000123.9;
 const Radar radars[] = {
-    {"one buyer", 1, {}, {}, t0, -1}, {"zero liquidity", 4, 0.0, {}, t0, -1},
-    {"first_ts infinite", 3, {}, {}, inf, -1}, {"first_ts NaN", 3, {}, {}, std::nan(""), -1},
-    {"first_ts 2^63", 3, {}, {}, 9223372036854775808.0, -1},
-    {"two, no usd", 2, {}, {}, t0, 51, "tw-radar-M-1700000123", "2 tracked wallets in · pool 2h old."},
-    {"fifteen capped", 15, 5000.0, 38000.0, t0, 88, "tw-radar-M-1700000123",
-     "15 tracked wallets in · $38.0K · pool 2h old."},
-    {"far future still fits", 3, {}, {}, 1e17, 54, "tw-radar-M-100000000000000000"},
-    {"before 1970 truncates toward zero", 3, {}, {}, -5.7, 54, "tw-radar-M--5"}};
+    {.name = "one buyer", .buyers = 1, .liquidity = {}, .usd = {}, .at = t0, .priority = -1},
+    {.name = "zero liquidity", .buyers = 4, .liquidity = 0.0, .usd = {}, .at = t0, .priority = -1},
+    {.name = "first_ts infinite", .buyers = 3, .liquidity = {}, .usd = {}, .at = inf, .priority = -1},
+    {.name = "first_ts NaN", .buyers = 3, .liquidity = {}, .usd = {}, .at = std::nan(""), .priority = -1},
+    {.name = "first_ts 2^63", .buyers = 3, .liquidity = {}, .usd = {}, .at = 9223372036854775808.0,
+     .priority = -1},
+    {.name = "two, no usd", .buyers = 2, .liquidity = {}, .usd = {}, .at = t0, .priority = 51,
+     .id = "tw-radar-M-1700000123", .text = "2 tracked wallets in · pool 2h old."},
+    {.name = "fifteen capped", .buyers = 15, .liquidity = 5000.0, .usd = 38000.0, .at = t0, .priority = 88,
+     .id = "tw-radar-M-1700000123", .text = "15 tracked wallets in · $38.0K · pool 2h old."},
+    {.name = "far future still fits", .buyers = 3, .liquidity = {}, .usd = {}, .at = 1e17, .priority = 54,
+     .id = "tw-radar-M-100000000000000000"},
+    {.name = "before 1970 truncates toward zero", .buyers = 3, .liquidity = {}, .usd = {}, .at = -5.7,
+     .priority = 54, .id = "tw-radar-M--5"},
+};
 
 // The win rate from five closed trades on; the trade count from the detail
 // record, else from the trader record (77 fills).
 struct Profile { const char *name; qint64 closed; OptInt trades, count; OptDouble winRate, pnl; };
 const Profile profiles[] = {
-    {"5 closed trades", 5, {}, 77, 0.62, -0.25}, {"4 closed trades", 4, {}, 77, {}, -0.25},
-    {"the detail's count first", 5, 9, 9, 0.62, -0.25}, {"no trader record", none, 9, 9, {}, {}},
-    {"no count anywhere", none, {}, {}, {}, {}}};
+    {.name = "5 closed trades", .closed = 5, .trades = {}, .count = 77, .winRate = 0.62, .pnl = -0.25},
+    {.name = "4 closed trades", .closed = 4, .trades = {}, .count = 77, .winRate = {}, .pnl = -0.25},
+    {.name = "the detail's count first", .closed = 5, .trades = 9, .count = 9, .winRate = 0.62, .pnl = -0.25},
+    {.name = "no trader record", .closed = none, .trades = 9, .count = 9, .winRate = {}, .pnl = {}},
+    {.name = "no count anywhere", .closed = none, .trades = {}, .count = {}, .winRate = {}, .pnl = {}},
+};
 
 using enum MarketSession;
 // Named by New York time unless marked UTC; seconds since 1970.
 struct Session { const char *name; double at; MarketSession session; };
 const Session sessions[] = {
-    {"09:30 on 2026-07-15", 1784122200, regular}, {"16:00 on 2026-01-15", 1768510800, post},
+    {.name = "09:30 on 2026-07-15", .at = 1784122200, .session = regular},
+    {.name = "16:00 on 2026-01-15", .at = 1768510800, .session = post},
     // On the days of the clock changes: 2026-03-08 (EST -> EDT) and 2026-11-01 (EDT -> EST).
-    {"13:29 UTC, spring change", 1772976540, pre}, {"13:30 UTC, spring change", 1772976600, regular},
-    {"20:59 UTC, autumn change", 1793566740, regular}, {"21:00 UTC, autumn change", 1793566800, post},
+    {.name = "13:29 UTC, spring change", .at = 1772976540, .session = pre},
+    {.name = "13:30 UTC, spring change", .at = 1772976600, .session = regular},
+    {.name = "20:59 UTC, autumn change", .at = 1793566740, .session = regular},
+    {.name = "21:00 UTC, autumn change", .at = 1793566800, .session = post},
     // 14:00 UTC is 09:00 in winter (pre) but 10:00 in summer (regular).
-    {"14:00 UTC in January", 1767276000, pre}, {"14:00 UTC in July", 1783000800, regular},
-    {"11:00 on Saturday 2026-11-21 counts as regular", 1795276800, regular}};
+    {.name = "14:00 UTC in January", .at = 1767276000, .session = pre},
+    {.name = "14:00 UTC in July", .at = 1783000800, .session = regular},
+    {.name = "11:00 on Saturday 2026-11-21 counts as regular", .at = 1795276800, .session = regular},
+};
 // clang-format on
 } // namespace
 

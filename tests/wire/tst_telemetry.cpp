@@ -12,9 +12,13 @@ constexpr double Now = 1'700'000'000;
 
 // Ticks 10 s apart; a share of -1: absent.
 struct Share { const char *name; int buys, sells; double usd, share; };
-const Share shares[] = {{"nothing yet", 0, 0, 100, -1}, {"six buys", 6, 0, 100, 1},
-                        {"five is too few", 5, 0, 100, -1}, {"all zero dollars", 3, 3, 0, -1},
-                        {"even split", 3, 3, 100, 0.5}};
+const Share shares[] = {
+    {.name = "nothing yet", .buys = 0, .sells = 0, .usd = 100, .share = -1},
+    {.name = "six buys", .buys = 6, .sells = 0, .usd = 100, .share = 1},
+    {.name = "five is too few", .buys = 5, .sells = 0, .usd = 100, .share = -1},
+    {.name = "all zero dollars", .buys = 3, .sells = 3, .usd = 0, .share = -1},
+    {.name = "even split", .buys = 3, .sells = 3, .usd = 100, .share = 0.5},
+};
 } // namespace
 
 class TelemetryTest : public QObject {
