@@ -49,7 +49,7 @@ void LinkDiagnosis::classifyReply(QNetworkReply *reply, const QList<QSslError> &
 }
 
 void LinkDiagnosis::classifySocketError(int error, const QString &errorString,
-                                        const QList<QSslError> &tlsErrors)
+                                        const QList<QSslError> &tlsErrors, bool upgradeSent)
 {
     if (!running_)
         return;
@@ -60,6 +60,11 @@ void LinkDiagnosis::classifySocketError(int error, const QString &errorString,
                    errorString);
         break;
     case QAbstractSocket::ConnectionRefusedError:
+        // Qt gives an upgrade answered with an HTTP status (403, 503) this
+        // same error: that service answered, so it is no more than a failure.
+        if (upgradeSent)
+            break;
+        [[fallthrough]];
     case QAbstractSocket::HostNotFoundError:
         setTrouble({LinkTrouble::unreachable, serviceAddress(), {}}, errorString);
         break;

@@ -33,7 +33,9 @@ public:
     }
 
     void classifyReply(QNetworkReply *reply, const QList<QSslError> &tlsErrors);
-    void classifySocketError(int error, const QString &errorString, const QList<QSslError> &tlsErrors);
+    // upgradeSent: the upgrade request went out, so a connection was made.
+    void classifySocketError(int error, const QString &errorString, const QList<QSslError> &tlsErrors,
+                             bool upgradeSent);
     void answered() { setTrouble({}); } // the socket opened
     void diagnose();                    // a failure of no clear cause: one bare TLS (or TCP) connection tells
 

@@ -418,6 +418,10 @@ void TarnwickClient::connectSocket()
     auto tlsErrors = std::make_shared<QList<QSslError>>();
     connect(s, &QWebSocket::sslErrors, this,
             [tlsErrors](const QList<QSslError> &errors) { *tlsErrors = errors; });
+    // The upgrade request goes out only over a connection that was made: a
+    // refusal after it came from something that answers.
+    auto upgradeSent = std::make_shared<bool>(false);
+    connect(s, &QWebSocket::bytesWritten, this, [upgradeSent](qint64) { *upgradeSent = true; });
 
     // Qt checks each frame's announced size, but it gathers the frames of one
     // message without a bound: the frames are counted here as they come, and
@@ -446,9 +450,9 @@ void TarnwickClient::connectSocket()
             [this, s](const QByteArray &message) { onMessage(s, message, false); });
     // Qt 6.4 names the error signal error(); errorOccurred came later.
     connect(s, QOverload<QAbstractSocket::SocketError>::of(&QWebSocket::error), this,
-            [this, s, tlsErrors](QAbstractSocket::SocketError error) {
+            [this, s, tlsErrors, upgradeSent](QAbstractSocket::SocketError error) {
                 if (socket_ == s)
-                    diagnosis_->classifySocketError(error, s->errorString(), *tlsErrors);
+                    diagnosis_->classifySocketError(error, s->errorString(), *tlsErrors, *upgradeSent);
                 log(QStringLiteral("receive FAILED: ") + s->errorString());
                 if (socket_ == s)
                     socketDidClose();

@@ -6,8 +6,8 @@
 #include "CaptureStderr.h"
 #include "Feed/FeedStore.h"
 #include "Feed/TarnwickClient.h"
-#include "QuickTiming.h"
 #include "Feed/WakeWatch.h"
+#include "QuickTiming.h"
 #include "Table.h"
 #include "TarnwickSim.h"
 #include "Wire/Tarnwick.h"
@@ -16,6 +16,7 @@
 #include <QJsonObject>
 #include <QRegularExpression>
 #include <QSignalSpy>
+#include <QTcpServer>
 #include <QTest>
 
 using namespace tarnwick;
@@ -74,6 +75,11 @@ const Bounded bounded[] = {
      u"answer of %1 bytes is over the limit of 1048576"_s.arg(bigTape)},
     {"300 MB, chunked", EndpointFaultKind::Huge, false, overLimit},
     {"a byte every 300 ms", EndpointFaultKind::Drip, true, u"no whole answer within 1500 ms"_s}};
+// A socket that fails at once: `refusedBy403` the service answers the upgrade
+// with 403 (its REST side healthy), else nothing listens at the address at all.
+struct SocketRefusal { const char *name; bool refusedBy403, unreachable; };
+const SocketRefusal refusals[] = {
+    {"upgrade answered 403: it answers", true, false}, {"nothing listens at the address", false, true}};
 struct Wake { const char *name; bool resume; }; // else: the network came back
 const Wake wakes[] = {{"resume from suspend", true}, {"network back online", false}};
 // clang-format on
@@ -322,6 +328,30 @@ private Q_SLOTS:
         // the reconnect's own catch-up may still reach the tape (a running
         // poller would add three more in this time).
         QVERIFY(requests("/tape") <= polls + 2);
+    }
+
+    // Qt reports an upgrade refused with an HTTP status like a refused TCP
+    // connection; only the latter is a service that cannot be reached.
+    void socketRefusalIsNotUnreachableWhenItAnswers_data() { rows(refusals); }
+    void socketRefusalIsNotUnreachableWhenItAnswers()
+    {
+        const auto &[name, refusedBy403, unreachable] = row(refusals);
+        QString httpBase = sim_->httpBase(), socketURL = sim_->socketURL();
+        if (refusedBy403) {
+            sim_->setHandshakeMode(HandshakeMode::Refuse);
+        } else {
+            QTcpServer closed; // a port that was free a moment ago: nothing listens there
+            QVERIFY(closed.listen(QHostAddress::LocalHost));
+            httpBase = u"http://127.0.0.1:%1/api"_s.arg(closed.serverPort());
+            socketURL = u"ws://127.0.0.1:%1/ws"_s.arg(closed.serverPort());
+        }
+        client_ = std::make_unique<TarnwickClient>(httpBase, socketURL, quick(), systemNow);
+        QList<LinkTrouble::Kind> seen;
+        client_->onTrouble = [&](const LinkTrouble &t) { seen << t.kind; };
+        client_->start();
+        QVERIFY(until([&] { return client_->socketFailures() >= 3; }, 20000));
+        client_->stop();
+        QCOMPARE(seen.contains(LinkTrouble::unreachable), unreachable);
     }
 
     void restStatusRules_data() { rows(rests); }
