@@ -349,8 +349,10 @@ private Q_SLOTS:
         QList<LinkTrouble::Kind> seen;
         client_->onTrouble = [&](const LinkTrouble &t) { seen << t.kind; };
         client_->start();
-        QVERIFY(until([&] { return client_->socketFailures() >= 3; }, 20000));
+        const bool failed = until([&] { return client_->socketFailures() >= 3; }, 20000);
         client_->stop();
+        client_->onTrouble = nullptr; // `seen` ends with this function
+        QVERIFY(failed);
         QCOMPARE(seen.contains(LinkTrouble::unreachable), unreachable);
     }
 
