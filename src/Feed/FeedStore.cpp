@@ -1,8 +1,8 @@
 #include "Feed/FeedStore.h"
 
-#include "Wire/SignalRules.h"
 #include "Support/Format.h"
 #include "Support/Log.h"
+#include "Wire/SignalRules.h"
 
 #include <QPointer>
 #include <QTimer>
@@ -13,8 +13,6 @@
 
 namespace {
 constexpr int maxSignals = 120;
-constexpr int tickerCount = 8;
-constexpr int heroCount = 3;
 constexpr double actorWindow = 300;
 constexpr double stockWindow = 900;
 // Far more than a backfill (200) or a poll (60) can bring back.
@@ -37,6 +35,10 @@ FeedStore::FeedStore(TarnwickClient *client, Clock now, int pruneIntervalMs, QOb
     pruneTimer_ = new QTimer(this);
     pruneTimer_->setTimerType(Qt::CoarseTimer);
     connect(pruneTimer_, &QTimer::timeout, this, &FeedStore::rebuild);
+    details_ = new DetailLoader(*client_, now_, this);
+    connect(details_, &DetailLoader::detailsChanged, this, &FeedStore::detailsChanged);
+    connect(details_, &DetailLoader::loadingChanged, this, &FeedStore::loadingDetailChanged);
+    connect(details_, &DetailLoader::failedChanged, this, &FeedStore::failedDetailChanged);
     wireClient();
     refreshMuteSets();
 }
@@ -215,104 +217,6 @@ bool FeedStore::updatePreferences(const Preferences &prefs)
     PreferencesStore::save(preferences_);
     rebuild();
     return true;
-}
-
-// ---- derived lists ----
-
-double FeedStore::score(const Signal &s, double now) const
-{
-    return s.priority - 0.5 * std::max(0.0, (now - s.createdAt) / 60.0);
-}
-
-namespace {
-QList<Signal> topByScore(const QList<Signal> &list, qsizetype n, const FeedStore &store)
-{
-    // Scores are taken once, at one "now"; equal scores fall back to the
-    // published order (newest first), so the ticker and the heroes do not
-    // swap places between two reads.
-    const double now = store.now();
-    std::vector<std::pair<double, qsizetype>> ranked;
-    ranked.reserve(size_t(list.size()));
-    for (qsizetype i = 0; i < list.size(); ++i)
-        ranked.emplace_back(store.score(list[i], now), i);
-    const auto keep = std::min<size_t>(size_t(n), ranked.size());
-    std::partial_sort(ranked.begin(), ranked.begin() + qsizetype(keep), ranked.end(),
-                      [](const auto &a, const auto &b) {
-                          return a.first != b.first ? a.first > b.first : a.second < b.second;
-                      });
-    QList<Signal> out;
-    out.reserve(qsizetype(keep));
-    for (size_t i = 0; i < keep; ++i)
-        out.append(list[ranked[i].second]);
-    return out;
-}
-} // namespace
-
-QList<Signal> FeedStore::tickerSignals() const
-{
-    QList<Signal> top = topByScore(signals_, tickerCount, *this);
-    if (watched_.isEmpty())
-        return top;
-    // A watched wallet's trade is always in the rotation: it takes the place
-    // of the weakest unwatched one (the published list already holds only
-    // trades at or above the minimum size).
-    QList<Signal> missing;
-    for (const Signal &s : signals_) {
-        if (!isWatched(s))
-            continue;
-        if (std::none_of(top.cbegin(), top.cend(), [&](const Signal &t) { return t.id == s.id; }))
-            missing.append(s);
-    }
-    if (missing.isEmpty())
-        return top;
-    qsizetype needed = missing.size() - (tickerCount - top.size());
-    for (qsizetype i = top.size() - 1; i >= 0 && needed > 0; --i) {
-        if (!isWatched(top[i])) {
-            top.removeAt(i);
-            --needed;
-        }
-    }
-    for (const Signal &s : std::as_const(missing))
-        if (top.size() < tickerCount)
-            top.append(s);
-    return topByScore(top, tickerCount, *this);
-}
-
-QList<Signal> FeedStore::visibleSignals() const
-{
-    if (filter_.isAll())
-        return signals_;
-    QList<Signal> out;
-    for (const Signal &s : signals_)
-        if (filter_.matches(s.kind))
-            out.append(s);
-    return out;
-}
-
-QList<Signal> FeedStore::heroSignals() const
-{
-    return topByScore(visibleSignals(), heroCount, *this);
-}
-
-QList<Signal> FeedStore::streamSignals() const
-{
-    const QList<Signal> visible = visibleSignals();
-    QSet<QString> heroes;
-    for (const Signal &s : topByScore(visible, heroCount, *this))
-        heroes.insert(s.id);
-    QList<Signal> out;
-    for (const Signal &s : visible)
-        if (!heroes.contains(s.id))
-            out.append(s);
-    return out;
-}
-
-int FeedStore::count(const FeedFilter &filter) const
-{
-    if (filter.isAll())
-        return int(signals_.size());
-    return int(std::count_if(signals_.begin(), signals_.end(),
-                             [&](const Signal &s) { return filter.matches(s.kind); }));
 }
 
 // ---- inbox ----
@@ -635,96 +539,5 @@ void FeedStore::rebuild()
 
 void FeedStore::loadDetail(const Signal &signal)
 {
-    const QString id = signal.id;
-    if (details_.contains(id) || loadingDetail_.contains(id))
-        return;
-    // Both sets change before anyone hears of it: an id is never seen in
-    // both at once.
-    loadingDetail_.insert(id);
-    const bool wasFailed = failedDetail_.remove(id);
-    Q_EMIT loadingDetailChanged();
-    if (wasFailed)
-        Q_EMIT failedDetailChanged();
-
-    struct Work {
-        Signal signal;
-        std::optional<TwToken> token;
-        std::optional<TwFill> fill;
-    };
-    auto work = std::make_shared<Work>();
-    work->signal = signal;
-    if (signal.asset && signal.asset->address)
-        if (const TwToken *t = client_->token(*signal.asset->address))
-            work->token = *t;
-
-    auto fail = [this, id] {
-        loadingDetail_.remove(id);
-        failedDetail_.insert(id);
-        Q_EMIT failedDetailChanged();
-        Q_EMIT loadingDetailChanged();
-    };
-    auto finish = [this, id, work](std::optional<WalletProfile> wallet, const TwTrader *trader) {
-        SignalDetail detail;
-        detail.signalId = id;
-        detail.fetchedAt = now_();
-        detail.wallet = std::move(wallet);
-        const double now = now_();
-        if (work->token)
-            detail.token = SignalRules::tokenProfile(*work->token, now);
-        if (work->signal.asset && work->signal.asset->isStock) {
-            EquityMove move;
-            move.ticker = work->signal.asset->symbol;
-            move.session = SignalRules::marketSession(now);
-            if (work->token && work->token->change24)
-                move.change = *work->token->change24 / 100.0;
-            if (work->token)
-                move.lastPrice = work->token->mark;
-            detail.equity = move;
-        }
-        if (work->token && work->token->pairURL)
-            detail.links.chart = webLink(work->token->pairURL);
-        else if (work->fill)
-            detail.links.chart = webLink(work->fill->pairURL);
-        if (trader)
-            detail.links.profile = webLink(trader->profileURL);
-        details_.insert(id, detail);
-        loadingDetail_.remove(id);
-        Q_EMIT detailsChanged();
-        Q_EMIT loadingDetailChanged();
-    };
-    auto walletStep = [this, work, fail, finish] {
-        const auto &wallet = work->signal.wallet;
-        if (!wallet || !wallet->label || !wallet->label->startsWith(QLatin1Char('@'))) {
-            finish(std::nullopt, nullptr);
-            return;
-        }
-        const QString handle = wallet->label->mid(1);
-        // Asked for as sent: the cleaned label of a handle that held a line
-        // break names no trader the service knows.
-        const QString asked = wallet->handleSent.isEmpty() ? handle : wallet->handleSent;
-        client_->traderDetail(asked, this,
-                              [this, handle, fail, finish](std::optional<TwTraderDetail> detail, QString) {
-                                  if (!detail)
-                                      return fail();
-                                  const TwTrader *trader = client_->trader(handle);
-                                  finish(SignalRules::walletProfile(*detail, trader), trader);
-                              });
-    };
-    if (signal.kind == SignalKind::spike) {
-        // Even a load that needs no request finishes later, never inside this
-        // call: the caller always sees the loading state first.
-        QMetaObject::invokeMethod(this, walletStep, Qt::QueuedConnection);
-        return;
-    }
-    client_->tape(200, this, [work, fail, walletStep](std::optional<QList<TwFill>> fills, QString) {
-        if (!fills)
-            return fail();
-        for (const TwFill &f : *fills) {
-            if (QStringLiteral("tw-fill-") + QString::number(f.id) == work->signal.id) {
-                work->fill = f;
-                break;
-            }
-        }
-        walletStep();
-    });
+    details_->load(signal);
 }

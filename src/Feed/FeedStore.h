@@ -3,12 +3,13 @@
 // merges repeats, groups equity trades, prunes, scores and publishes. One
 // change signal per published property. Main thread only.
 
+#include "Feed/DetailLoader.h"
 #include "Feed/LinkState.h"
 #include "Feed/TarnwickClient.h"
-#include "Wire/Telemetry.h"
 #include "Model/Clock.h"
 #include "Model/Preferences.h"
 #include "Model/Signal.h"
+#include "Wire/Telemetry.h"
 
 #include <QHash>
 #include <QObject>
@@ -46,9 +47,9 @@ public:
     bool updatePreferences(const Preferences &prefs);
     const Telemetry &telemetry() const { return telemetry_; }
     qint64 heartbeat() const { return heartbeat_; }
-    const QHash<QString, SignalDetail> &details() const { return details_; }
-    const QSet<QString> &loadingDetail() const { return loadingDetail_; }
-    const QSet<QString> &failedDetail() const { return failedDetail_; }
+    const QHash<QString, SignalDetail> &details() const { return details_->details(); }
+    const QSet<QString> &loadingDetail() const { return details_->loading(); }
+    const QSet<QString> &failedDetail() const { return details_->failed(); }
 
     // Derived lists.
     QList<Signal> tickerSignals() const;  // all signals by score, top 8
@@ -171,9 +172,7 @@ private:
     Preferences preferences_;
     Telemetry telemetry_;
     qint64 heartbeat_ = 0;
-    QHash<QString, SignalDetail> details_;
-    QSet<QString> loadingDetail_;
-    QSet<QString> failedDetail_;
+    DetailLoader *details_ = nullptr;
 
     Ordered ordered_;
     QHash<QString, Ordered::iterator> inbox_;

@@ -1,18 +1,15 @@
 #include "Feed/TarnwickClient.h"
 
-#include "Wire/Tarnwick.h"
+#include "Feed/BoundedFetch.h"
+#include "Feed/LinkDiagnosis.h"
+#include "Feed/LiveFrames.h"
 #include "Feed/TlsTrust.h"
 #include "Feed/WakeWatch.h"
 #include "Support/Log.h"
+#include "Wire/Tarnwick.h"
 
-#include <QDateTime>
-#include <QElapsedTimer>
-#include <QNetworkAccessManager>
-#include <QNetworkCookie>
-#include <QNetworkCookieJar>
 #include <QNetworkReply>
 #include <QRandomGenerator>
-#include <QSslSocket>
 #include <QTimer>
 #include <QUrl>
 #include <QWebSocket>
@@ -21,14 +18,6 @@
 #include <cmath>
 
 namespace {
-// The session keeps no cookies: every request stands on its own.
-class NoCookies : public QNetworkCookieJar {
-public:
-    using QNetworkCookieJar::QNetworkCookieJar;
-    bool setCookiesFromUrl(const QList<QNetworkCookie> &, const QUrl &) override { return false; }
-    QList<QNetworkCookie> cookiesForUrl(const QUrl &) const override { return {}; }
-};
-
 QTimer *makeTimer(QObject *owner, bool singleShot)
 {
     auto *t = new QTimer(owner);
@@ -48,15 +37,36 @@ TarnwickClient::TarnwickClient(QObject *parent)
 TarnwickClient::TarnwickClient(QString httpBase, QString socketURL, TarnwickTiming timing, Clock now,
                                QObject *parent)
     : QObject(parent), httpBase_(std::move(httpBase)), socketURL_(std::move(socketURL)), timing_(timing),
-      now_(std::move(now)), verbose_(Log::enabledByEnvironment())
+      now_(now), gate_(now), tables_(now, timing_.enrichmentFreshSeconds,
+                                     [this](const QString &path, EnrichmentTables::BodyCallback done) {
+                                         fetch(path, this, std::move(done));
+                                     }),
+      verbose_(Log::enabledByEnvironment()), frames_(verbose_, [this](const QString &line) { log(line); })
 {
     // Only a service that speaks TLS loads the TLS library.
     if (httpBase_.startsWith(QLatin1String("https:")) || socketURL_.startsWith(QLatin1String("wss:")))
         tls_ = TlsTrust::forApp();
-    rest_ = new QNetworkAccessManager(this);
-    rest_->setCookieJar(new NoCookies(rest_));
-    rest_->setTransferTimeout(timing_.requestTimeoutMs);
-    rest_->setRedirectPolicy(QNetworkRequest::ManualRedirectPolicy);
+    diagnosis_ = new LinkDiagnosis(httpBase_, tls_, timing_.handshakeTimeoutMs, verbose_, this);
+    diagnosis_->onTrouble = [this](const LinkTrouble &trouble) {
+        if (onTrouble)
+            onTrouble(trouble);
+    };
+    fetcher_ = new BoundedFetch(timing_.requestTimeoutMs, this);
+    fetcher_->onFinished = [this](QNetworkReply *reply, const QList<QSslError> &tlsErrors) {
+        diagnosis_->classifyReply(reply, tlsErrors);
+    };
+    fetcher_->onAnswered = [this](const QByteArray &dateHeader, double ms) {
+        gate_.noteClock(dateHeader);
+        if (onLatency)
+            onLatency(ms);
+    };
+    fetcher_->log = [this](const QString &line) { log(line); };
+    gate_.notice = [this](const QString &line) { notice(line); };
+    tables_.notice = gate_.notice;
+    gate_.onRestart = [this] {
+        if (onRestart)
+            onRestart();
+    };
 
     pingTimer_ = makeTimer(this, false);
     pollTimer_ = makeTimer(this, true);  // re-armed after each answer
@@ -115,103 +125,11 @@ void TarnwickClient::log(const QString &message) const
 
 void TarnwickClient::fetch(const QString &path, QObject *context, BodyCallback done)
 {
-    // Only the User-Agent is set: nothing is cached, so no cache headers are asked for.
-    QNetworkRequest request(QUrl(httpBase_ + path));
-    request.setHeader(QNetworkRequest::UserAgentHeader, Tarnwick::userAgent());
-    request.setTransferTimeout(timing_.requestTimeoutMs);
-    if (!tls_.isNull())
-        request.setSslConfiguration(tls_);
-    QElapsedTimer clock;
-    clock.start();
-    QNetworkReply *reply = rest_->get(request);
-    // Certificate errors are noted for the log and the panel, never ignored:
-    // the reply then fails with a handshake error.
-    auto tlsErrors = std::make_shared<QList<QSslError>>();
-    connect(reply, &QNetworkReply::sslErrors, this,
-            [tlsErrors](const QList<QSslError> &errors) { *tlsErrors = errors; });
-    connect(reply, &QNetworkReply::finished, this,
-            [this, reply, tlsErrors] { classifyReply(reply, *tlsErrors); });
-    // Qt stops reading the connection while this much is waiting for us, so
-    // a fast sender cannot pile bytes up between two readyRead calls.
-    reply->setReadBufferSize(256 * 1024);
-
-    // The body is taken as it arrives and measured on the way; a body over
-    // the limit or a request over its deadline is cut, logged once and fails.
-    struct Pending {
-        QByteArray body;
-        QString failure;
-    };
-    auto pending = std::make_shared<Pending>();
-    const QString what = path.section(QLatin1Char('?'), 0, 0);
-    const qint64 maxBody = limits_.maxBodyBytes;
-    auto cut = [this, reply, pending, what](const QString &why) {
-        if (!pending->failure.isEmpty())
-            return;
-        pending->failure = why;
-        pending->body.clear();
-        pending->body.squeeze();
-        log(QStringLiteral("GET ") + what + QStringLiteral(" FAILED: ") + why);
-        reply->abort();
-    };
-    connect(reply, &QNetworkReply::metaDataChanged, reply, [reply, cut, maxBody] {
-        const QVariant length = reply->header(QNetworkRequest::ContentLengthHeader);
-        if (length.isValid() && length.toLongLong() > maxBody)
-            cut(QStringLiteral("answer of ") + QString::number(length.toLongLong()) +
-                QStringLiteral(" bytes is over the limit of ") + QString::number(maxBody));
-    });
-    connect(reply, &QNetworkReply::readyRead, reply, [reply, pending, cut, maxBody] {
-        if (!pending->failure.isEmpty())
-            return;
-        const qint64 room = maxBody - pending->body.size();
-        if (reply->bytesAvailable() > room) {
-            cut(QStringLiteral("answer over the limit of ") + QString::number(maxBody) +
-                QStringLiteral(" bytes"));
-            return;
-        }
-        pending->body.append(reply->readAll());
-    });
-    auto *deadline = new QTimer(reply);
-    deadline->setSingleShot(true);
-    const int deadlineMs = timing_.requestDeadlineMs;
-    connect(deadline, &QTimer::timeout, reply, [cut, deadlineMs] {
-        cut(QStringLiteral("no whole answer within ") + QString::number(deadlineMs) + QStringLiteral(" ms"));
-    });
-    deadline->start(deadlineMs);
-
-    // The reply is freed even when the context is gone before it finishes.
-    connect(reply, &QNetworkReply::finished, reply, &QObject::deleteLater);
-    connect(reply, &QNetworkReply::finished, context ? context : this,
-            [this, reply, clock, done, pending, maxBody] {
-                if (!pending->failure.isEmpty()) {
-                    done(std::nullopt, pending->failure);
-                    return;
-                }
-                const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
-                if (status != 200) {
-                    // Only exactly 200 carries a body we trust; 204 and 304 fail like 500.
-                    done(std::nullopt, status ? QStringLiteral("bad server response (status ") +
-                                                    QString::number(status) + QLatin1Char(')')
-                                              : reply->errorString());
-                    return;
-                }
-                if (reply->error() != QNetworkReply::NoError) {
-                    // The head said 200 but the body never arrived whole (connection
-                    // lost, time-out mid-body): a transport failure, not a round trip.
-                    done(std::nullopt, reply->errorString());
-                    return;
-                }
-                if (pending->body.size() + reply->bytesAvailable() > maxBody) {
-                    done(std::nullopt, QStringLiteral("answer over the limit of ") +
-                                           QString::number(maxBody) + QStringLiteral(" bytes"));
-                    return;
-                }
-                pending->body.append(reply->readAll());
-                noteClock(reply->rawHeader("Date"));
-                // The round trip counts even when the body turns out not to decode.
-                if (onLatency)
-                    onLatency(double(clock.nsecsElapsed()) / 1000000.0);
-                done(std::move(pending->body), QString());
-            });
+    fetcher_->get(httpBase_, path, tls_,
+                  {.silenceMs = timing_.requestTimeoutMs,
+                   .deadlineMs = timing_.requestDeadlineMs,
+                   .maxBody = limits_.maxBodyBytes},
+                  context ? context : this, std::move(done));
 }
 
 void TarnwickClient::tape(int limit, QObject *context, TapeCallback done)
@@ -247,152 +165,19 @@ void TarnwickClient::traderDetail(const QString &handle, QObject *context, Trade
 
 const TwTrader *TarnwickClient::trader(const QString &handle) const
 {
-    auto it = traders_.constFind(handle);
-    return it == traders_.cend() ? nullptr : &it.value();
+    return tables_.trader(handle);
 }
 
 const TwToken *TarnwickClient::token(const QString &address) const
 {
-    auto it = tokens_.constFind(address.toLower());
-    return it == tokens_.cend() ? nullptr : &it.value();
-}
-
-void TarnwickClient::noteClock(const QByteArray &dateHeader)
-{
-    if (dateHeader.isEmpty())
-        return;
-    // HTTP dates end in "GMT", which this Qt's RFC 2822 reader does not take.
-    QString text = QString::fromLatin1(dateHeader).trimmed();
-    if (text.endsWith(QLatin1String(" GMT")))
-        text = text.chopped(3) + QStringLiteral("+0000");
-    const QDateTime date = QDateTime::fromString(text, Qt::RFC2822Date);
-    if (!date.isValid())
-        return;
-    // The header has whole seconds and the answer took its time: only a
-    // difference well past both is a skew. Estimates of one skew differ by a
-    // second or so; the offset moves only when the clocks really moved, or
-    // every stamp would shift a little with each answer (and a fill seen
-    // before could read as newer than the newest taken).
-    const double offset = double(date.toSecsSinceEpoch()) - now_();
-    if (std::fabs(offset - clockOffset_) > offsetSettle)
-        clockOffset_ = std::fabs(offset) > skewThreshold ? offset : 0;
-    if (clockOffset_ != 0 && !skewLogged_) {
-        skewLogged_ = true;
-        notice(QStringLiteral("clock skew: the tape service's clock is ") +
-               QString::number(std::fabs(offset), 'f', 0) +
-               (offset > 0 ? QStringLiteral(" s ahead of") : QStringLiteral(" s behind")) +
-               QStringLiteral(" this machine's; its stamps are read in local time"));
-    }
-}
-
-bool TarnwickClient::readStamp(double &ts, const char *what)
-{
-    const double now = now_();
-    const double local = ts - clockOffset_;
-    if (!std::isfinite(ts) || ts < earliestStamp || local > now + maxStampAhead) {
-        notice(QLatin1String(what) + QStringLiteral(" stamped ") + QString::number(ts, 'g', 12) +
-               QStringLiteral(" is out of range, dropped"));
-        return false;
-    }
-    if (local > now) {
-        // A stamp a little ahead happened now: it must not sit above newer
-        // fills, nor outlive them.
-        if (local - now > skewThreshold && !aheadLogged_) {
-            aheadLogged_ = true;
-            notice(QStringLiteral("clock skew: stamps run ") + QString::number(local - now, 'f', 0) +
-                   QStringLiteral(" s ahead of this machine's clock; taken as now"));
-        }
-        ts = now;
-        return true;
-    }
-    ts = local;
-    return true;
+    return tables_.token(address);
 }
 
 void TarnwickClient::deliver(QList<TwFill> fills, bool gated)
 {
-    // Malformed stamps drop their fill here; the rest keep the service's own
-    // stamp until they are handed on. The mark compares those: read in local
-    // time (offset, clamped to now) one fill would read differently from one
-    // answer to the next.
-    const qsizetype before = fills.size();
-    qsizetype good = 0;
-    for (qsizetype i = 0; i < fills.size(); ++i)
-        if (double local = fills[i].ts; readStamp(local, "a fill"))
-            fills[good++] = std::move(fills[i]);
-    fills.resize(good);
-    fillsDropped_ += before - good;
-    if (fills.isEmpty())
-        return;
-
-    const double newest = std::ranges::max(fills, {}, &TwFill::ts).ts;
-    const bool noneAbove =
-        std::ranges::all_of(fills, [this](const TwFill &f) { return f.id <= lastFillId_; });
-    if (lastFillId_ > 0 && noneAbove && newest > markTs_) {
-        // Fills newer than anything taken, all under the mark: the service
-        // numbers its fills afresh (a redeploy). The mark follows it, and so
-        // does everyone who remembers ids.
-        const qint64 old = lastFillId_;
-        lastFillId_ = 0;
-        markTs_ = 0;
-        leapCandidate_.reset();
-        ++restarts_;
-        notice(QStringLiteral("tape restarted: fill ids begin again below ") + QString::number(old) +
-               QStringLiteral(", following the new numbering"));
-        if (onRestart)
-            onRestart();
-    }
-
-    QList<TwFill> kept;
-    kept.reserve(fills.size());
-    if (lastFillId_ == 0) {
-        // Nothing taken yet: the mark is the newest id that sits with the
-        // others. An id far above the median waits like a leap.
-        std::vector<qint64> ids;
-        ids.reserve(size_t(fills.size()));
-        for (const TwFill &f : fills)
-            ids.push_back(f.id);
-        std::nth_element(ids.begin(), ids.begin() + qsizetype(ids.size() / 2), ids.end());
-        const qint64 median = ids[ids.size() / 2];
-        for (const TwFill &f : fills) {
-            if (f.id <= median || f.id - median <= idLeap) {
-                lastFillId_ = std::max(lastFillId_, f.id);
-                markTs_ = std::max(markTs_, f.ts);
-            } else {
-                leapCandidate_ = f.id;
-            }
-        }
-        kept = std::move(fills);
-    } else {
-        for (TwFill &f : fills) {
-            if (f.id <= lastFillId_) {
-                if (!gated)
-                    kept.append(std::move(f)); // the backfill refills the panel
-                continue;
-            }
-            if (f.id - lastFillId_ > idLeap) {
-                if (leapCandidate_ && *leapCandidate_ != f.id &&
-                    std::max(*leapCandidate_, f.id) - std::min(*leapCandidate_, f.id) <= idLeap) {
-                    notice(QStringLiteral("fill ids leapt from ") + QString::number(lastFillId_) +
-                           QStringLiteral(" to ") + QString::number(f.id) + QStringLiteral(", following"));
-                    lastFillId_ = std::max(*leapCandidate_, f.id);
-                    markTs_ = std::max(markTs_, f.ts);
-                    leapCandidate_.reset();
-                } else {
-                    leapCandidate_ = f.id; // taken, but the mark stays
-                }
-                kept.append(std::move(f));
-                continue;
-            }
-            lastFillId_ = f.id;
-            markTs_ = std::max(markTs_, f.ts);
-            kept.append(std::move(f));
-        }
-    }
+    const QList<TwFill> kept = gate_.admit(std::move(fills), gated);
     if (kept.isEmpty())
         return;
-    for (TwFill &f : kept)
-        readStamp(f.ts, "a fill"); // in range: only read in local time
     newestDelivered_ = std::ranges::max(kept, {}, &TwFill::ts).ts;
     ensureEnrichment();
     if (onFills)
@@ -423,67 +208,12 @@ void TarnwickClient::notice(const QString &message) const
 
 void TarnwickClient::clearEnrichmentStamp()
 {
-    enrichmentFetchedAt_.reset();
+    tables_.clearStamp();
 }
 
 void TarnwickClient::ensureEnrichment()
 {
-    if (enrichmentRunning_)
-        return;
-    if (enrichmentFetchedAt_ && now_() - *enrichmentFetchedAt_ < timing_.enrichmentFreshSeconds)
-        return;
-    loadEnrichment();
-}
-
-void TarnwickClient::loadEnrichment()
-{
-    enrichmentRunning_ = true;
-    // Both tables are asked for together; each replaces its old copy only when
-    // it arrives whole, so a failed half keeps the last good table.
-    struct Pending {
-        int left = 2;
-    };
-    auto pending = std::make_shared<Pending>();
-    // A table is held whole for minutes: past its bound the rest is left out.
-    auto cap = [this](auto &list, const char *what) {
-        if (list.size() <= limits_.maxTableRows)
-            return;
-        notice(QStringLiteral("GET /") + QLatin1String(what) + QStringLiteral(" over ") +
-               QString::number(limits_.maxTableRows) + QStringLiteral(" rows: the rest left out"));
-        list.resize(limits_.maxTableRows);
-    };
-    auto finishOne = [this, pending] {
-        if (--pending->left == 0) {
-            enrichmentFetchedAt_ = now_();
-            enrichmentRunning_ = false;
-        }
-    };
-    fetch(QStringLiteral("/traders?window=24h&stocks=true"), this,
-          [this, finishOne, cap](std::optional<QByteArray> body, QString) {
-              if (body) {
-                  if (auto list = TwDecode::traders(*body)) {
-                      cap(*list, "traders");
-                      QHash<QString, TwTrader> table;
-                      for (const TwTrader &t : *list)
-                          table.insert(t.handle, t);
-                      traders_ = std::move(table);
-                  }
-              }
-              finishOne();
-          });
-    fetch(QStringLiteral("/tokens?window=24h&stocks=true&limit=200"), this,
-          [this, finishOne, cap](std::optional<QByteArray> body, QString) {
-              if (body) {
-                  if (auto list = TwDecode::tokens(*body)) {
-                      cap(*list, "tokens");
-                      QHash<QString, TwToken> table;
-                      for (const TwToken &t : *list)
-                          table.insert(t.token.toLower(), t);
-                      tokens_ = std::move(table);
-                  }
-              }
-              finishOne();
-          });
+    tables_.ensure(limits_.maxTableRows);
 }
 
 void TarnwickClient::startRadarLoop()
@@ -515,7 +245,7 @@ void TarnwickClient::fetchRadar(bool loop)
                   return;
               QList<TwRadar> kept;
               for (TwRadar &entry : *list)
-                  if (readStamp(entry.firstTs, "a radar entry"))
+                  if (gate_.readStamp(entry.firstTs, "a radar entry"))
                       kept.append(std::move(entry));
               if (onRadar)
                   onRadar(kept);
@@ -589,6 +319,7 @@ void TarnwickClient::start()
     if (!stopped_)
         return; // already running: a second socket would only orphan the first
     stopped_ = false;
+    diagnosis_->start();
     reconnecting_ = false; // the backfill catches up on the first socket
     if (onLink)
         onLink(LinkState::connecting);
@@ -646,6 +377,7 @@ void TarnwickClient::stop()
 {
     stopped_ = true;
     ++generation_;
+    diagnosis_->stop();
     pingTimer_->stop();
     stopPolling();
     radarTimer_->stop();
@@ -686,30 +418,27 @@ void TarnwickClient::connectSocket()
     auto tlsErrors = std::make_shared<QList<QSslError>>();
     connect(s, &QWebSocket::sslErrors, this,
             [tlsErrors](const QList<QSslError> &errors) { *tlsErrors = errors; });
+    // The upgrade request goes out only over a connection that was made: a
+    // refusal after it came from something that answers.
+    auto upgradeSent = std::make_shared<bool>(false);
+    connect(s, &QWebSocket::bytesWritten, this, [upgradeSent](qint64) { *upgradeSent = true; });
 
     // Qt checks each frame's announced size, but it gathers the frames of one
     // message without a bound: the frames are counted here as they come, and
     // a message that grows past the limit ends its socket.
-    auto counted = std::make_shared<qint64>(0);
-    auto countFrame = [this, s, counted](qint64 size, bool last) {
-        if (socket_ != s || *counted < 0)
+    auto bound = std::make_shared<MessageBound>(limits_.maxMessageBytes);
+    auto countFrame = [this, s, bound](qint64 size, bool last) {
+        if (socket_ != s || !bound->overflows(size, last))
             return;
-        *counted += size;
-        if (*counted > limits_.maxMessageBytes) {
-            *counted = -1; // once
-            log(QStringLiteral("receive FAILED: a message over ") + QString::number(limits_.maxMessageBytes) +
-                QStringLiteral(" bytes, dropped; the socket is closed"));
-            QMetaObject::invokeMethod(
-                this,
-                [this, s] {
-                    if (socket_ == s)
-                        socketDidClose();
-                },
-                Qt::QueuedConnection);
-            return;
-        }
-        if (last)
-            *counted = 0;
+        log(QStringLiteral("receive FAILED: a message over ") + QString::number(limits_.maxMessageBytes) +
+            QStringLiteral(" bytes, dropped; the socket is closed"));
+        QMetaObject::invokeMethod(
+            this,
+            [this, s] {
+                if (socket_ == s)
+                    socketDidClose();
+            },
+            Qt::QueuedConnection);
     };
     connect(s, &QWebSocket::textFrameReceived, this,
             [countFrame](const QString &frame, bool last) { countFrame(frame.size(), last); });
@@ -721,9 +450,9 @@ void TarnwickClient::connectSocket()
             [this, s](const QByteArray &message) { onMessage(s, message, false); });
     // Qt 6.4 names the error signal error(); errorOccurred came later.
     connect(s, QOverload<QAbstractSocket::SocketError>::of(&QWebSocket::error), this,
-            [this, s, tlsErrors](QAbstractSocket::SocketError error) {
+            [this, s, tlsErrors, upgradeSent](QAbstractSocket::SocketError error) {
                 if (socket_ == s)
-                    classifySocketError(error, s->errorString(), *tlsErrors);
+                    diagnosis_->classifySocketError(error, s->errorString(), *tlsErrors, *upgradeSent);
                 log(QStringLiteral("receive FAILED: ") + s->errorString());
                 if (socket_ == s)
                     socketDidClose();
@@ -747,8 +476,8 @@ void TarnwickClient::connectSocket()
         if (socket_ != s)
             return;
         awaitingPong_ = false;
-        log(QStringLiteral("ping ok · frames=") + QString::number(framesReceived_) +
-            QStringLiteral(" fills=") + QString::number(fillsReceived_));
+        log(QStringLiteral("ping ok · frames=") + QString::number(frames_.frames()) +
+            QStringLiteral(" fills=") + QString::number(frames_.fills()));
     });
 
     QNetworkRequest request{QUrl(socketURL_)};
@@ -763,7 +492,7 @@ void TarnwickClient::connectSocket()
             return;
         log(QStringLiteral("connect FAILED: no handshake within ") +
             QString::number(timing_.handshakeTimeoutMs) + QStringLiteral(" ms"));
-        diagnose();
+        diagnosis_->diagnose();
         socketDidClose();
     });
     handshakeTimer_->start(timing_.handshakeTimeoutMs);
@@ -777,7 +506,7 @@ void TarnwickClient::connectSocket()
             reconnecting_ = false;
             catchUp();
         }
-        setTrouble({});
+        diagnosis_->answered();
     });
 
     openWatchdog_->disconnect();
@@ -818,60 +547,18 @@ void TarnwickClient::onMessage(QWebSocket *socket, const QByteArray &bytes, bool
     }
     ensureEnrichment();
 
-    ++framesReceived_;
+    frames_.count();
     if (onFrame)
         onFrame();
-    const auto frame = bytes.isEmpty() ? std::nullopt : TwDecode::socketFrame(bytes);
-    const QString n = verbose_ ? QString::number(framesReceived_) : QString();
-    if (!frame) {
-        log(QStringLiteral("frame #") + n + QStringLiteral(" UNDECODABLE"));
+    auto fills = frames_.read(bytes, limits_.maxFillsPerFrame);
+    if (!fills)
         return;
-    }
-    if (frame->data) {
-        QList<TwFill> fills = *frame->data;
-        fillsReceived_ += fills.size();
-        if (verbose_)
-            log(QStringLiteral("frame #") + n + QStringLiteral(" fills=") + QString::number(fills.size()) +
-                QStringLiteral(" (total ") + QString::number(fillsReceived_) + QLatin1Char(')'));
-        if (frame->droppedFills > 0) {
-            fillsDropped_ += frame->droppedFills;
-            log(QStringLiteral("frame #") + n + QLatin1Char(' ') + QString::number(frame->droppedFills) +
-                QStringLiteral(" fills did not decode, dropped"));
-        }
-        if (fills.size() > limits_.maxFillsPerFrame) {
-            // A burst no service sends: the newest are kept, so the mark moves on.
-            const qsizetype over = fills.size() - limits_.maxFillsPerFrame;
-            fillsDropped_ += over;
-            log(QStringLiteral("frame #") + n + QStringLiteral(" over ") +
-                QString::number(limits_.maxFillsPerFrame) + QStringLiteral(" fills: the oldest ") +
-                QString::number(over) + QStringLiteral(" dropped"));
-            fills.remove(0, over);
-        }
-        newestDelivered_ = 0;
-        deliver(std::move(fills), true);
-        // The lateness is only known while both clocks agree.
-        if (newestDelivered_ > 0 && clockOffset_ == 0) {
-            const double now = now_();
-            const double late = std::max(0.0, (now - newestDelivered_) * 1000);
-            worstLateMs_ = std::max(worstLateMs_, late);
-            windowLateMs_ = std::max(windowLateMs_, late);
-            ++windowFrames_;
-            if (!windowStart_)
-                windowStart_ = now;
-            if (now - *windowStart_ >= 20) {
-                if (verbose_)
-                    log(QStringLiteral("fills handled at most ") + QString::number(windowLateMs_, 'f', 0) +
-                        QStringLiteral(" ms after their stamp in the last 20 s (") +
-                        QString::number(windowFrames_) + QStringLiteral(" frames)"));
-                windowStart_ = now;
-                windowLateMs_ = 0;
-                windowFrames_ = 0;
-            }
-        }
-    } else if (verbose_) {
-        // Wire text goes to the log as it came; it is never interpreted.
-        log(QStringLiteral("frame #") + n + QStringLiteral(" type=") + frame->type);
-    }
+    newestDelivered_ = 0;
+    deliver(std::move(*fills), true);
+    // The lateness is only known while both clocks agree.
+    if (newestDelivered_ > 0 && gate_.clockOffset() == 0)
+        if (const auto line = lateness_.note(now_(), newestDelivered_); line && verbose_)
+            log(*line);
 }
 
 void TarnwickClient::dropSocket(QWebSocket *s)
@@ -909,163 +596,4 @@ void TarnwickClient::scheduleReconnect()
         return;
     lastReconnectDelay_ = reconnectBaseDelay(socketFailures_) + jitter();
     reconnectTimer_->start(int(lastReconnectDelay_ * timing_.reconnectScale * 1000));
-}
-
-// ---- TLS and reachability ----
-
-QString TarnwickClient::serviceAddress() const
-{
-    const QUrl url(httpBase_);
-    return url.host() + QLatin1Char(':') +
-           QString::number(url.port(url.scheme() == QLatin1String("https") ? 443 : 80));
-}
-
-void TarnwickClient::classifyReply(QNetworkReply *reply, const QList<QSslError> &tlsErrors)
-{
-    if (stopped_)
-        return;
-    if (reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt() != 0) {
-        setTrouble({}); // whatever it said, the service answered and proved who it is
-        return;
-    }
-    switch (reply->error()) {
-    case QNetworkReply::NoError: setTrouble({}); break;
-    case QNetworkReply::SslHandshakeFailedError:
-        unverified(tlsErrors.isEmpty() ? TlsTrust::describeHandshake(reply->errorString())
-                                       : TlsTrust::describe(tlsErrors),
-                   reply->errorString());
-        break;
-    case QNetworkReply::ConnectionRefusedError:
-    case QNetworkReply::HostNotFoundError:
-        setTrouble({LinkTrouble::unreachable, serviceAddress(), {}}, reply->errorString());
-        break;
-    default: diagnose(); break; // a time-out or a hang-up says nothing by itself
-    }
-}
-
-void TarnwickClient::classifySocketError(int error, const QString &errorString,
-                                         const QList<QSslError> &tlsErrors)
-{
-    if (stopped_)
-        return;
-    switch (QAbstractSocket::SocketError(error)) {
-    case QAbstractSocket::SslHandshakeFailedError:
-        unverified(tlsErrors.isEmpty() ? TlsTrust::describeHandshake(errorString)
-                                       : TlsTrust::describe(tlsErrors),
-                   errorString);
-        break;
-    case QAbstractSocket::ConnectionRefusedError:
-    case QAbstractSocket::HostNotFoundError:
-        setTrouble({LinkTrouble::unreachable, serviceAddress(), {}}, errorString);
-        break;
-    default: break; // the REST side and the handshake clock tell the rest
-    }
-}
-
-void TarnwickClient::unverified(const QString &why, const QString &detail)
-{
-    setTrouble({LinkTrouble::unverified, serviceAddress(), why}, detail);
-}
-
-void TarnwickClient::setTrouble(const LinkTrouble &trouble, const QString &detail)
-{
-    if (trouble_ == trouble)
-        return; // said once; every retry fails the same way
-    const LinkTrouble before = trouble_;
-    trouble_ = trouble;
-    QString line;
-    switch (trouble.kind) {
-    case LinkTrouble::unverified:
-        line =
-            QStringLiteral("TLS FAILED at ") + trouble.where + QStringLiteral(": ") + trouble.why +
-            (detail.isEmpty() || detail == trouble.why ? QString()
-                                                       : QStringLiteral(" (") + detail + QLatin1Char(')')) +
-            QStringLiteral("; the service is refused");
-        break;
-    case LinkTrouble::unreachable:
-        line = QStringLiteral("connect FAILED: nothing answers at ") + trouble.where +
-               (detail.isEmpty() ? QString() : QStringLiteral(" (") + detail + QLatin1Char(')'));
-        break;
-    case LinkTrouble::none:
-        line = QStringLiteral("the service answers at ") + before.where + QStringLiteral(" again");
-        break;
-    }
-    if (verbose_)
-        Log::write("tw", line);
-    else if (trouble.kind != LinkTrouble::none)
-        Log::warning(lcLink(), line);
-    if (onTrouble)
-        onTrouble(trouble_);
-}
-
-void TarnwickClient::diagnose()
-{
-    if (stopped_ || probe_)
-        return;
-    const QUrl url(httpBase_);
-    const bool secure = url.scheme() == QLatin1String("https");
-    QTcpSocket *probe = secure ? new QSslSocket(this) : new QTcpSocket(this);
-    probe_ = probe;
-    struct State {
-        bool connected = false;
-        QList<QSslError> tlsErrors;
-    };
-    auto state = std::make_shared<State>();
-    const quint64 generation = generation_;
-    auto finish = [this, probe, generation](std::optional<LinkTrouble> verdict, const QString &detail) {
-        if (probe_ != probe)
-            return;
-        probe_.clear();
-        probe->disconnect(this);
-        probe->abort();
-        probe->deleteLater();
-        if (verdict && !stopped_ && generation == generation_)
-            setTrouble(*verdict, detail);
-    };
-    const QString where = serviceAddress();
-    auto *clock = new QTimer(probe);
-    clock->setSingleShot(true);
-    connect(clock, &QTimer::timeout, this, [this, state, finish, where] {
-        if (state->connected)
-            finish(LinkTrouble{LinkTrouble::unverified, where,
-                               QStringLiteral("no TLS handshake within ") +
-                                   QString::number(timing_.handshakeTimeoutMs) + QStringLiteral(" ms")},
-                   {});
-        else
-            finish(LinkTrouble{LinkTrouble::unreachable, where, {}},
-                   QStringLiteral("no connection within ") + QString::number(timing_.handshakeTimeoutMs) +
-                       QStringLiteral(" ms"));
-    });
-    connect(probe, &QAbstractSocket::errorOccurred, this,
-            [probe, state, finish, where, secure](QAbstractSocket::SocketError e) {
-                if (e == QAbstractSocket::SslHandshakeFailedError)
-                    finish(LinkTrouble{LinkTrouble::unverified, where,
-                                       state->tlsErrors.isEmpty()
-                                           ? TlsTrust::describeHandshake(probe->errorString())
-                                           : TlsTrust::describe(state->tlsErrors)},
-                           probe->errorString());
-                else if (!state->connected)
-                    finish(LinkTrouble{LinkTrouble::unreachable, where, {}}, probe->errorString());
-                else if (secure)
-                    finish(LinkTrouble{LinkTrouble::unverified, where,
-                                       QStringLiteral("it broke off the TLS handshake")},
-                           probe->errorString());
-                else
-                    finish(std::nullopt, {}); // it hung up after connecting: nothing certain
-            });
-    connect(probe, &QAbstractSocket::connected, this, [state, finish, secure] {
-        state->connected = true;
-        if (!secure)
-            finish(LinkTrouble{}, {}); // plain: it answers, so the trouble is elsewhere
-    });
-    if (auto *tls = qobject_cast<QSslSocket *>(probe)) {
-        connect(tls, &QSslSocket::sslErrors, this,
-                [state](const QList<QSslError> &errors) { state->tlsErrors = errors; });
-        connect(tls, &QSslSocket::encrypted, this, [finish] { finish(LinkTrouble{}, {}); });
-        tls->setSslConfiguration(tls_);
-        tls->connectToHostEncrypted(url.host(), quint16(url.port(443)));
-    } else {
-        probe->connectToHost(url.host(), quint16(url.port(80)));
-    }
-    clock->start(timing_.handshakeTimeoutMs);
 }

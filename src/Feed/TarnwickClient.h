@@ -4,9 +4,13 @@
 // keep-alive pings and reconnect schedule. Everything runs on the thread that
 // owns the client (the main thread); callbacks are invoked there.
 
+#include "Feed/EnrichmentTables.h"
+#include "Feed/FillGate.h"
+#include "Feed/LinkDiagnosis.h"
 #include "Feed/LinkState.h"
-#include "Wire/TarnwickModels.h"
+#include "Feed/LiveFrames.h"
 #include "Model/Clock.h"
+#include "Wire/TarnwickModels.h"
 
 #include <QHash>
 #include <QObject>
@@ -16,7 +20,7 @@
 #include <functional>
 #include <optional>
 
-class QNetworkAccessManager;
+class BoundedFetch;
 class QNetworkReply;
 class QSslError;
 class QTcpSocket;
@@ -86,8 +90,8 @@ public:
     // trusts the system's authorities and LARKPIN_CA_FILE's.
     void setTlsConfiguration(const QSslConfiguration &configuration) { tls_ = configuration; }
     const QSslConfiguration &tlsConfiguration() const { return tls_; }
-    const LinkTrouble &trouble() const { return trouble_; }
-    QString serviceAddress() const; // host:port of the REST base
+    const LinkTrouble &trouble() const { return diagnosis_->trouble(); }
+    QString serviceAddress() const { return diagnosis_->serviceAddress(); } // host:port of the REST base
 
     // Enrichment tables (no network).
     const TwTrader *trader(const QString &handle) const;
@@ -108,32 +112,25 @@ public:
     static QString traderPath(const QString &handle);
     static double reconnectBaseDelay(int failures); // min(2f + 2, 30) seconds
     static double jitter();                         // uniform in [0, 4)
-    // A fill id further than this above the mark is a leap: the fill is taken,
-    // but the mark follows only when a second fill confirms the new range, so
-    // one absurd id cannot shut the gate on every later fill.
-    static constexpr qint64 idLeap = 1000000;
-    // Stamps: before 2009, or more than a day ahead of this machine's clock
-    // (after the service's clock offset is taken out), a fill or radar entry is
-    // malformed and dropped alone; less ahead than that, it happened "now".
-    static constexpr double earliestStamp = 1230768000; // 2009-01-01
-    static constexpr double maxStampAhead = 86400;
-    // Date headers further apart from the local clock than this are a skew
-    // (logged once), and the stamps are read in local time.
-    static constexpr double skewThreshold = 90;
-    static constexpr double offsetSettle = 5; // a new estimate within this of the last changes nothing
+    // The gate's bounds (see FillGate).
+    static constexpr qint64 idLeap = FillGate::idLeap;
+    static constexpr double earliestStamp = FillGate::earliestStamp;
+    static constexpr double maxStampAhead = FillGate::maxStampAhead;
+    static constexpr double skewThreshold = FillGate::skewThreshold;
+    static constexpr double offsetSettle = FillGate::offsetSettle;
 
     // State, for tests and the measuring scripts.
     bool isStopped() const { return stopped_; }
     bool socketOpenedOnce() const { return socketOpenedOnce_; }
     int socketFailures() const { return socketFailures_; }
-    qint64 lastFillId() const { return lastFillId_; }
-    qint64 framesReceived() const { return framesReceived_; }
-    qint64 fillsReceived() const { return fillsReceived_; }
+    qint64 lastFillId() const { return gate_.lastFillId(); }
+    qint64 framesReceived() const { return frames_.frames(); }
+    qint64 fillsReceived() const { return frames_.fills(); }
     // Fills undecodable, over the per-frame cap or stamped out of range.
-    qint64 fillsDropped() const { return fillsDropped_; }
-    int restarts() const { return restarts_; } // times the service's ids began again lower
+    qint64 fillsDropped() const { return frames_.dropped() + gate_.stampsDropped(); }
+    int restarts() const { return gate_.restarts(); } // times the service's ids began again lower
     // The service's clock minus ours, 0 while they agree within the threshold.
-    double clockOffset() const { return clockOffset_; }
+    double clockOffset() const { return gate_.clockOffset(); }
     // The last reconnect wait scheduled, in seconds before the test scale
     // (back-off and jitter), and how many were scheduled.
     double lastReconnectDelay() const { return lastReconnectDelay_; }
@@ -142,14 +139,14 @@ public:
     // How late live fills are taken in: from the newest fill's own stamp to the
     // end of its frame's handling (the store's work included), at most, since
     // start. With the trace on, the worst of every 20 s is logged too.
-    double worstLatenessMs() const { return worstLateMs_; }
+    double worstLatenessMs() const { return lateness_.worstMs(); }
     int wakes() const { return wakes_; }
     bool isPolling() const;
     bool hasSocket() const;
-    bool enrichmentRunning() const { return enrichmentRunning_; }
-    std::optional<double> enrichmentFetchedAt() const { return enrichmentFetchedAt_; }
-    int traderCount() const { return int(traders_.size()); }
-    int tokenCount() const { return int(tokens_.size()); }
+    bool enrichmentRunning() const { return tables_.running(); }
+    std::optional<double> enrichmentFetchedAt() const { return tables_.fetchedAt(); }
+    int traderCount() const { return tables_.traderCount(); }
+    int tokenCount() const { return tables_.tokenCount(); }
     const TarnwickTiming &timing() const { return timing_; }
     QString httpBase() const { return httpBase_; }
 
@@ -161,8 +158,6 @@ private:
     void dropSocket(QWebSocket *s);
     void onMessage(QWebSocket *socket, const QByteArray &bytes, bool text);
     void deliver(QList<TwFill> fills, bool gated);
-    bool readStamp(double &ts, const char *what); // false: malformed
-    void noteClock(const QByteArray &dateHeader);
     void catchUp();
     void startPolling();
     void stopPolling();
@@ -171,24 +166,17 @@ private:
     void fetchRadar(bool loop);
     void socketDidClose();
     void scheduleReconnect();
-    void loadEnrichment();
     void log(const QString &message) const;
     void notice(const QString &message) const; // the trace, or the journal without it
-    // TLS and reachability: what a failure says about the service.
-    void classifyReply(QNetworkReply *reply, const QList<QSslError> &tlsErrors);
-    void classifySocketError(int error, const QString &errorString, const QList<QSslError> &tlsErrors);
-    void unverified(const QString &why, const QString &detail);
-    void setTrouble(const LinkTrouble &trouble, const QString &detail = {});
-    void diagnose(); // a failure of no clear cause: one bare TLS (or TCP) connection tells
-
     QSslConfiguration tls_;
-    LinkTrouble trouble_;
-    QPointer<QTcpSocket> probe_;
+    LinkDiagnosis *diagnosis_ = nullptr;
+    BoundedFetch *fetcher_ = nullptr;
     QString httpBase_;
     QString socketURL_;
     TarnwickTiming timing_;
     Clock now_;
-    QNetworkAccessManager *rest_ = nullptr;
+    FillGate gate_;
+    EnrichmentTables tables_;
     QPointer<QWebSocket> socket_;
     QTimer *pingTimer_ = nullptr;
     QTimer *pollTimer_ = nullptr;
@@ -206,29 +194,13 @@ private:
     bool socketOpenedOnce_ = false;
     int socketFailures_ = 0;
     bool stopped_ = true;
-    qint64 lastFillId_ = 0;
-    double markTs_ = 0;                   // newest stamp delivered under the current numbering (the service's clock)
-    std::optional<qint64> leapCandidate_; // a fill far above the mark, waiting for a second
-    int restarts_ = 0;
-    double clockOffset_ = 0;
-    bool skewLogged_ = false;
-    bool aheadLogged_ = false;
     bool reconnecting_ = false; // the next open socket follows a drop: catch up
     double lastReconnectDelay_ = 0;
     int catchUps_ = 0;
     double newestDelivered_ = 0; // local stamp of the newest fill of the last delivery
-    double worstLateMs_ = 0;
-    double windowLateMs_ = 0;
-    qint64 windowFrames_ = 0;
-    std::optional<double> windowStart_;
-    QHash<QString, TwTrader> traders_;
-    QHash<QString, TwToken> tokens_;
-    std::optional<double> enrichmentFetchedAt_;
-    bool enrichmentRunning_ = false;
+    LatenessMeter lateness_;
     bool verbose_ = false;
-    qint64 framesReceived_ = 0;
-    qint64 fillsReceived_ = 0;
-    qint64 fillsDropped_ = 0;
+    FrameReader frames_; // after verbose_
     int wakes_ = 0;
     quint64 generation_ = 0; // bumps on stop(): stale replies and timers end quietly
 };

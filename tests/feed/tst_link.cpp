@@ -6,8 +6,8 @@
 #include "CaptureStderr.h"
 #include "Feed/FeedStore.h"
 #include "Feed/TarnwickClient.h"
-#include "QuickTiming.h"
 #include "Feed/WakeWatch.h"
+#include "QuickTiming.h"
 #include "Table.h"
 #include "TarnwickSim.h"
 #include "Wire/Tarnwick.h"
@@ -16,6 +16,7 @@
 #include <QJsonObject>
 #include <QRegularExpression>
 #include <QSignalSpy>
+#include <QTcpServer>
 #include <QTest>
 
 using namespace tarnwick;
@@ -91,6 +92,13 @@ const Bounded bounded[] = {
     {.name = "300 MB, chunked", .fault = EndpointFaultKind::Huge, .declared = false, .why = overLimit},
     {.name = "a byte every 300 ms", .fault = EndpointFaultKind::Drip, .declared = true,
      .why = u"no whole answer within 1500 ms"_s},
+};
+// A socket that fails at once: `refusedBy403` the service answers the upgrade
+// with 403 (its REST side healthy), else nothing listens at the address at all.
+struct SocketRefusal { const char *name; bool refusedBy403, unreachable; };
+const SocketRefusal refusals[] = {
+    {.name = "upgrade answered 403: it answers", .refusedBy403 = true, .unreachable = false},
+    {.name = "nothing listens at the address", .refusedBy403 = false, .unreachable = true},
 };
 struct Wake { const char *name; bool resume; }; // else: the network came back
 const Wake wakes[] = {
@@ -343,6 +351,32 @@ private Q_SLOTS:
         // the reconnect's own catch-up may still reach the tape (a running
         // poller would add three more in this time).
         QVERIFY(requests("/tape") <= polls + 2);
+    }
+
+    // Qt reports an upgrade refused with an HTTP status like a refused TCP
+    // connection; only the latter is a service that cannot be reached.
+    void socketRefusalIsNotUnreachableWhenItAnswers_data() { rows(refusals); }
+    void socketRefusalIsNotUnreachableWhenItAnswers()
+    {
+        const auto &[name, refusedBy403, unreachable] = row(refusals);
+        QString httpBase = sim_->httpBase(), socketURL = sim_->socketURL();
+        if (refusedBy403) {
+            sim_->setHandshakeMode(HandshakeMode::Refuse);
+        } else {
+            QTcpServer closed; // a port that was free a moment ago: nothing listens there
+            QVERIFY(closed.listen(QHostAddress::LocalHost));
+            httpBase = u"http://127.0.0.1:%1/api"_s.arg(closed.serverPort());
+            socketURL = u"ws://127.0.0.1:%1/ws"_s.arg(closed.serverPort());
+        }
+        client_ = std::make_unique<TarnwickClient>(httpBase, socketURL, quick(), systemNow);
+        QList<LinkTrouble::Kind> seen;
+        client_->onTrouble = [&](const LinkTrouble &t) { seen << t.kind; };
+        client_->start();
+        const bool failed = until([&] { return client_->socketFailures() >= 3; }, 20000);
+        client_->stop();
+        client_->onTrouble = nullptr; // `seen` ends with this function
+        QVERIFY(failed);
+        QCOMPARE(seen.contains(LinkTrouble::unreachable), unreachable);
     }
 
     void restStatusRules_data() { rows(rests); }

@@ -1,22 +1,22 @@
 #include "TarnwickSim.h"
 
 #include "Market.h"
+#include "SimRest.h"
+#include "SimScenario.h"
+#include "SimStream.h"
 
 #include <QDateTime>
-#include <QFile>
 #include <QJsonDocument>
 #include <QRandomGenerator>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTimer>
 #include <QUrl>
-#include <QUrlQuery>
 #include <QWebSocket>
 #include <QWebSocketServer>
 
 #include <cmath>
 #include <cstdio>
-#include <limits>
 
 namespace tarnwick {
 
@@ -25,24 +25,6 @@ double wallNow()
 {
     return double(QDateTime::currentMSecsSinceEpoch()) / 1000.0;
 }
-
-QByteArray statusText(int status)
-{
-    switch (status) {
-    case 200: return "OK";
-    case 204: return "No Content";
-    case 304: return "Not Modified";
-    case 400: return "Bad Request";
-    case 403: return "Forbidden";
-    case 404: return "Not Found";
-    case 405: return "Method Not Allowed";
-    default: return "Internal Server Error";
-    }
-}
-
-// A fill as the service would send it, repeated to fill huge and endless bodies.
-const QByteArray filler =
-    R"({"id":1,"ts":1700000000,"side":"buy","usd":10,"handle":"h","wallet":"w","token":"t","symbol":"S"},)";
 
 // A server frame header: no mask, the length in the shortest form.
 QByteArray frameHeader(bool fin, quint8 opcode, qint64 length)
@@ -63,22 +45,9 @@ QByteArray frameHeader(bool fin, quint8 opcode, qint64 length)
 }
 } // namespace
 
-// One answer or message written piece by piece as the peer drains it.
-struct SimServer::Stream {
-    enum Kind { WsMessage, HttpLength, HttpChunked, Drip };
-    Kind kind = HttpLength;
-    qint64 remaining = 0; // payload bytes still to go; negative: endless
-    qint64 frameBytes = 0;
-    qint64 frameLeft = 0; // a one-frame message: payload of the open frame still to go
-    bool first = true;
-    QByteArray data; // drip: the body; otherwise the unit that is repeated
-    qint64 offset = 0;
-    QPointer<QWebSocket> ws;
-    QTimer *drip = nullptr;
-};
-
 SimServer::SimServer(SimOptions options, QObject *parent)
-    : QObject(parent), options_(std::move(options)), market_(std::make_unique<Market>(options_.seed))
+    : QObject(parent), options_(std::move(options)), market_(std::make_unique<Market>(options_.seed)),
+      rest_(std::make_unique<SimRest>(*this))
 {
     market_->seedHistory(250, 1800, now());
     tape_ = new QTimer(this);
@@ -508,98 +477,7 @@ void SimServer::restartSocketServer()
 
 bool SimServer::loadScenario(const QString &file, QString *error)
 {
-    QFile f(file);
-    if (!f.open(QIODevice::ReadOnly)) {
-        if (error)
-            *error = QStringLiteral("cannot read scenario ") + file + QStringLiteral(": ") + f.errorString();
-        return false;
-    }
-    QJsonParseError parse{};
-    const QJsonDocument doc = QJsonDocument::fromJson(f.readAll(), &parse);
-    if (!doc.isArray()) {
-        if (error)
-            *error = QStringLiteral("scenario ") + file + QStringLiteral(" is not a JSON list: ") +
-                     parse.errorString();
-        return false;
-    }
-    for (const QJsonValue &v : doc.array()) {
-        const QJsonObject step = v.toObject();
-        QTimer::singleShot(int(step.value(QStringLiteral("at")).toDouble() * 1000), this,
-                           [this, step] { applyStep(step); });
-    }
-    return true;
-}
-
-void SimServer::applyStep(const QJsonObject &step)
-{
-    log(QStringLiteral("scenario: ") + QString::fromUtf8(QJsonDocument(step).toJson(QJsonDocument::Compact)));
-    if (step.contains(QStringLiteral("endpoint"))) {
-        const QString fault = step.value(QStringLiteral("fault")).toString();
-        EndpointFault f;
-        const int status = step.value(QStringLiteral("status")).toInt();
-        f.kind = status == 500                            ? EndpointFaultKind::Status500
-                 : status == 204                          ? EndpointFaultKind::Status204
-                 : status == 304                          ? EndpointFaultKind::Status304
-                 : fault == QLatin1String("bad_body")     ? EndpointFaultKind::BadBody
-                 : fault == QLatin1String("delay")        ? EndpointFaultKind::Delay
-                 : fault == QLatin1String("endless")      ? EndpointFaultKind::Endless
-                 : fault == QLatin1String("huge")         ? EndpointFaultKind::Huge
-                 : fault == QLatin1String("drip")         ? EndpointFaultKind::Drip
-                 : fault == QLatin1String("socket_first") ? EndpointFaultKind::SocketFirst
-                                                          : EndpointFaultKind::None;
-        f.delayMs = step.value(QStringLiteral("delay_ms"))
-                        .toInt(f.kind == EndpointFaultKind::Drip          ? 3000
-                               : f.kind == EndpointFaultKind::SocketFirst ? 300
-                                                                          : 15000);
-        f.bytes = qint64(step.value(QStringLiteral("bytes")).toDouble(300.0 * 1024 * 1024));
-        f.declareLength = step.value(QStringLiteral("declare_length")).toBool(true);
-        setEndpointFault(step.value(QStringLiteral("endpoint")).toString(), f);
-    }
-    const QString handshake = step.value(QStringLiteral("handshake")).toString();
-    if (handshake == QLatin1String("refuse"))
-        setHandshakeMode(HandshakeMode::Refuse);
-    else if (handshake == QLatin1String("hang"))
-        setHandshakeMode(HandshakeMode::Hang);
-    else if (handshake == QLatin1String("accept"))
-        setHandshakeMode(HandshakeMode::Accept);
-    const QString fault = step.value(QStringLiteral("fault")).toString();
-    if (fault == QLatin1String("drop_sockets"))
-        dropAllSockets();
-    else if (fault == QLatin1String("silent"))
-        setSilent(true);
-    else if (fault == QLatin1String("speak"))
-        setSilent(false);
-    else if (fault == QLatin1String("clear"))
-        clearFaults();
-    else if (fault == QLatin1String("restart_socket_server"))
-        restartSocketServer();
-    else if (fault == QLatin1String("non_json"))
-        sendRawFrame("this is not json");
-    else if (fault == QLatin1String("binary_json"))
-        sendRawFrame(R"({"type":"stats","data":{}})", true);
-    else if (fault == QLatin1String("broken_fills"))
-        sendRawFrame(R"({"type":"fills","data":{"oops":true}})");
-    else if (fault == QLatin1String("oversized_message"))
-        sendOversizedMessage(qint64(step.value(QStringLiteral("bytes")).toDouble(100.0 * 1024 * 1024)),
-                             qint64(step.value(QStringLiteral("frame_bytes")).toDouble(0)));
-    else if (fault == QLatin1String("restart_lower_ids"))
-        restartTape(qint64(step.value(QStringLiteral("first_id")).toDouble(1000)));
-    else if (fault == QLatin1String("look_alikes"))
-        sendLookAlikes(step.value(QStringLiteral("count")).toInt(20));
-    else if (fault == QLatin1String("absurd_id"))
-        injectFillId(std::numeric_limits<qint64>::max());
-    else if (fault == QLatin1String("stamps_ahead"))
-        setStampShift(step.value(QStringLiteral("seconds")).toDouble(10 * 365.25 * 86400));
-    else if (fault == QLatin1String("clock_skew"))
-        setClockSkew(step.value(QStringLiteral("seconds")).toDouble(2 * 86400));
-    else if (fault == QLatin1String("flood"))
-        startFlood(step.value(QStringLiteral("per_frame")).toInt(2000),
-                   step.value(QStringLiteral("frames_per_second")).toDouble(2),
-                   step.value(QStringLiteral("seconds")).toDouble(60));
-    else if (fault == QLatin1String("huge_frame"))
-        sendRawFrame(R"({"type":"noise","data":")" + QByteArray(4 * 1024 * 1024, 'x') + "\"}");
-    if (step.contains(QStringLiteral("drop_after_frames")))
-        dropSocketsAfterFrames(step.value(QStringLiteral("drop_after_frames")).toInt());
+    return SimScenario::load(*this, file, error);
 }
 
 // ---- HTTP ----
@@ -644,7 +522,7 @@ void SimServer::onRequestBytes(QTcpSocket *socket)
         ++requests_[QStringLiteral("/ws")];
         if (handshake_ == HandshakeMode::Refuse) {
             socket->read(end + 4);
-            reply(socket, 403, R"({"error":"socket refused"})");
+            rest_->reply(socket, 403, R"({"error":"socket refused"})");
             return;
         }
         if (handshake_ == HandshakeMode::Hang) {
@@ -666,182 +544,11 @@ void SimServer::onRequestBytes(QTcpSocket *socket)
         if (line.contains(':'))
             lastHeaderNames_.append(line.left(line.indexOf(':')).trimmed().toLower());
     if (requestLine.value(0) != "GET") {
-        reply(socket, 405, R"({"error":"only GET"})");
+        rest_->reply(socket, 405, R"({"error":"only GET"})");
         return;
     }
     lastUserAgent_ = userAgent;
-    serveRest(socket, target, userAgent);
-}
-
-void SimServer::reply(QTcpSocket *socket, int status, const QByteArray &body)
-{
-    QByteArray out = "HTTP/1.1 " + QByteArray::number(status) + ' ' + statusText(status) + "\r\n";
-    // The service's clock, as every HTTP server tells it.
-    out += "Date: " +
-           QDateTime::fromMSecsSinceEpoch(qint64(now() * 1000), Qt::UTC)
-               .toString(u"ddd, dd MMM yyyy hh:mm:ss 'GMT'")
-               .toLatin1() +
-           "\r\n";
-    if (status != 204 && status != 304)
-        out +=
-            "Content-Type: application/json\r\nContent-Length: " + QByteArray::number(body.size()) + "\r\n";
-    out += "Connection: close\r\n\r\n";
-    if (status != 204 && status != 304)
-        out += body;
-    socket->write(out);
-    socket->disconnectFromHost();
-}
-
-void SimServer::serveRest(QTcpSocket *socket, const QByteArray &target, const QByteArray &)
-{
-    const QUrl url(QString::fromLatin1(target));
-    const QString path = url.path(QUrl::FullyEncoded);
-    const QUrlQuery query(url);
-    const bool stocks = query.queryItemValue(QStringLiteral("stocks")) != QLatin1String("false");
-    const int limit = query.hasQueryItem(QStringLiteral("limit"))
-                          ? std::clamp(query.queryItemValue(QStringLiteral("limit")).toInt(), 0, 2000)
-                          : 100;
-    if (!path.startsWith(QLatin1String("/api/"))) {
-        reply(socket, 404, R"({"error":"not found"})");
-        return;
-    }
-    const QString route = path.mid(4);
-    if (route == QLatin1String("/sim/stats")) {
-        // For soak runs and scripts; never faulted.
-        reply(socket, 200,
-              QJsonDocument(QJsonObject{{QStringLiteral("fills_emitted"), fillsEmitted_},
-                                        {QStringLiteral("last_id"), market_->lastId()},
-                                        {QStringLiteral("sockets"), int(sockets_.size())}})
-                  .toJson(QJsonDocument::Compact));
-        return;
-    }
-    ++requests_[route];
-
-    EndpointFault fault;
-    for (auto it = faults_.cbegin(); it != faults_.cend(); ++it)
-        if (route.startsWith(it.key()))
-            fault = it.value();
-
-    const double now = this->now();
-    int status = 200;
-    QByteArray body;
-    if (fault.kind == EndpointFaultKind::SocketFirst && route == QLatin1String("/tape")) {
-        // The live frame wins the race: what the answer holds was on the socket
-        // first. A client opens its socket and asks for the backfill together,
-        // so the frame waits (up to 3 s) for a socket to carry it.
-        QPointer<QTcpSocket> guard(socket);
-        // Only a waiting timer keeps the attempt alive: nothing is left behind
-        // once the answer is sent or the peer is gone.
-        auto race = std::make_shared<std::function<void(int)>>();
-        std::weak_ptr<std::function<void(int)>> weak = race;
-        *race = [this, guard, limit, stocks, delay = fault.delayMs, weak](int tries) {
-            if (!guard)
-                return;
-            if (sockets_.isEmpty() && tries < 60) {
-                QTimer::singleShot(50, this, [strong = weak.lock(), tries] {
-                    if (strong)
-                        (*strong)(tries + 1);
-                });
-                return;
-            }
-            emitFills(2);
-            QTimer::singleShot(delay, this, [this, guard, limit, stocks] {
-                if (guard)
-                    reply(guard, 200,
-                          QJsonDocument(market_->tape(limit, stocks)).toJson(QJsonDocument::Compact));
-            });
-        };
-        (*race)(0);
-        log(QStringLiteral("GET ") + QString::fromLatin1(target) + QStringLiteral(" -> socket first"));
-        Q_EMIT requestServed(route, 200);
-        return;
-    }
-    if (route == QLatin1String("/tape")) {
-        body = QJsonDocument(market_->tape(limit, stocks)).toJson(QJsonDocument::Compact);
-    } else if (route == QLatin1String("/radar")) {
-        const double minutes = query.hasQueryItem(QStringLiteral("minutes"))
-                                   ? query.queryItemValue(QStringLiteral("minutes")).toDouble()
-                                   : 120;
-        body = QJsonDocument(market_->radar(now, minutes, limit)).toJson(QJsonDocument::Compact);
-    } else if (route == QLatin1String("/traders")) {
-        body = QJsonDocument(market_->traders(stocks)).toJson(QJsonDocument::Compact);
-    } else if (route == QLatin1String("/tokens")) {
-        body = QJsonDocument(market_->tokens(stocks, limit, now)).toJson(QJsonDocument::Compact);
-    } else if (route.startsWith(QLatin1String("/trader/"))) {
-        const QString handle = QUrl::fromPercentEncoding(route.mid(8).toUtf8());
-        if (const auto detail = market_->traderDetail(handle, now)) {
-            body = QJsonDocument(*detail).toJson(QJsonDocument::Compact);
-        } else {
-            status = 404;
-            body = R"({"error":"unknown trader"})";
-        }
-    } else {
-        status = 404;
-        body = R"({"error":"not found"})";
-    }
-
-    switch (fault.kind) {
-    case EndpointFaultKind::None: break;
-    case EndpointFaultKind::Status500:
-        status = 500;
-        body = R"({"error":"scripted failure"})";
-        break;
-    case EndpointFaultKind::Status204: status = 204; break;
-    case EndpointFaultKind::Status304: status = 304; break;
-    case EndpointFaultKind::BadBody:
-        status = 200;
-        body = R"([{"id":"not a number"}, {"half":)";
-        break;
-    case EndpointFaultKind::Canned:
-        status = 200;
-        body = fault.body;
-        break;
-    case EndpointFaultKind::CutShort:
-        log(QStringLiteral("GET ") + QString::fromLatin1(target) + QStringLiteral(" -> cut short"));
-        Q_EMIT requestServed(route, 200);
-        socket->write("HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nContent-Length: " +
-                      QByteArray::number(body.size() + 4000) + "\r\n\r\n" + body.left(body.size() / 2));
-        socket->disconnectFromHost();
-        return;
-    case EndpointFaultKind::Delay:
-    case EndpointFaultKind::SocketFirst: break;
-    case EndpointFaultKind::Endless:
-    case EndpointFaultKind::Huge:
-    case EndpointFaultKind::Drip: {
-        auto stream = std::make_shared<Stream>();
-        QByteArray head = "HTTP/1.1 200 OK\r\nContent-Type: application/json\r\n";
-        if (fault.kind == EndpointFaultKind::Drip) {
-            stream->kind = Stream::Drip;
-            stream->data = body;
-            stream->frameBytes = fault.delayMs; // the drip's period
-            head += "Content-Length: " + QByteArray::number(body.size()) + "\r\n";
-        } else if (fault.kind == EndpointFaultKind::Huge && fault.declareLength) {
-            stream->kind = Stream::HttpLength;
-            stream->remaining = fault.bytes;
-            stream->data = filler;
-            head += "Content-Length: " + QByteArray::number(fault.bytes) + "\r\n";
-        } else {
-            stream->kind = Stream::HttpChunked;
-            stream->remaining = fault.kind == EndpointFaultKind::Endless ? -1 : fault.bytes;
-            stream->data = filler;
-            head += "Transfer-Encoding: chunked\r\n";
-        }
-        socket->write(head + "Connection: close\r\n\r\n");
-        log(QStringLiteral("GET ") + QString::fromLatin1(target) + QStringLiteral(" -> streamed fault"));
-        Q_EMIT requestServed(route, 200);
-        startStream(socket, stream);
-        return;
-    }
-    }
-    log(QStringLiteral("GET ") + QString::fromLatin1(target) + QStringLiteral(" -> ") +
-        QString::number(status));
-    Q_EMIT requestServed(route, status);
-    if (fault.kind == EndpointFaultKind::Delay) {
-        QTimer::singleShot(fault.delayMs, socket,
-                           [this, socket, status, body] { reply(socket, status, body); });
-        return;
-    }
-    reply(socket, status, body);
+    rest_->serve(socket, target);
 }
 
 // ---- WebSocket ----

@@ -25,6 +25,8 @@ class QWebSocketServer;
 namespace tarnwick {
 
 class Market;
+class SimRest;
+class SimScenario;
 
 struct SimOptions {
     QString host = QStringLiteral("127.0.0.1");
@@ -137,15 +139,14 @@ Q_SIGNALS:
     void requestServed(const QString &path, int status);
 
 private:
+    friend class SimRest;     // the REST side reads the market, counts requests and streams faults
+    friend class SimScenario; // its steps are logged as the service's own lines
     void onConnection();
     void onRequestBytes(QTcpSocket *socket);
-    void serveRest(QTcpSocket *socket, const QByteArray &target, const QByteArray &userAgent);
-    void reply(QTcpSocket *socket, int status, const QByteArray &body);
     void onSocketAccepted();
     void send(QWebSocket *socket, const QByteArray &payload, bool binary);
     void broadcast(const QByteArray &payload, bool binary = false);
     void scheduleNextFill();
-    void applyStep(const QJsonObject &step);
     void log(const QString &line) const;
     double now() const; // the service's clock, skew included
     struct Stream;
@@ -155,6 +156,7 @@ private:
 
     SimOptions options_;
     std::unique_ptr<Market> market_;
+    std::unique_ptr<SimRest> rest_;
     QTcpServer *http_ = nullptr;
     QWebSocketServer *ws_ = nullptr;
     QTimer *tape_ = nullptr;
