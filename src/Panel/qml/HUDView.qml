@@ -209,7 +209,7 @@ Item {
                         wasAtTop = false
                         anchorId = (currentItem as StreamRow).signalId
                         anchorOffset = currentItem.y - contentY
-                        // qmllint 6.4 takes Qt.callLater for a QJSValue property, not a method.
+                        // Qt 6.4's linter takes Qt.callLater for a QJSValue property, not a method.
                         Qt.callLater(restoreReading) // qmllint disable type
                         return
                     }

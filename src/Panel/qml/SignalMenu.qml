@@ -30,7 +30,7 @@ Dialog {
         menu.y = y
         if (!menu.opened)
             menu.open()
-        // qmllint 6.4 takes Qt.callLater for a QJSValue property, not a method.
+        // Qt 6.4's linter takes Qt.callLater for a QJSValue property, not a method.
         Qt.callLater(menu.focusCurrent) // qmllint disable type
     }
     function focusCurrent() {
