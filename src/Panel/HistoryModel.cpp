@@ -2,6 +2,7 @@
 
 #include "Feed/FeedStore.h"
 #include "Panel/Evidence.h"
+#include "Panel/PanelValues.h"
 
 #include <QDateTime>
 
@@ -72,7 +73,7 @@ QVariant HistoryModel::data(const QModelIndex &index, int role) const
     const Signal &s = e.signal;
     switch (role) {
     case IdRole: return s.id;
-    case KindRole: return SignalKinds::rawValue(s.kind);
+    case KindRole: return int(PanelKind::of(s.kind));
     case TickerRole: return s.line.ticker;
     case BodyRole: return s.line.body;
     case FigureRole: return s.line.figure.value_or(QString());

@@ -19,7 +19,8 @@
 PanelModel::PanelModel(FeedStore *store, QObject *parent)
     : QObject(parent), store_(store), minis_(new SignalListModel(store, this)),
       stream_(new SignalListModel(store, this)), settings_(new SettingsModel(store, this)),
-      history_(new HistoryModel(store, nullptr, this))
+      history_(new HistoryModel(store, nullptr, this)),
+      telemetry_(new PanelTelemetry(store, [this] { return now_; }, this))
 {
     now_ = store ? store->now() : 0;
     if (const auto *motion = ReducedMotion::watcher())
@@ -51,7 +52,7 @@ PanelModel::PanelModel(FeedStore *store, QObject *parent)
     connect(store, &FeedStore::linkChanged, this, [this] {
         Q_EMIT linkChanged();
         Q_EMIT emptyChanged();
-        Q_EMIT telemetryChanged();
+        Q_EMIT telemetry_->changed();
     });
     connect(store, &FeedStore::troubleChanged, this, &PanelModel::emptyChanged);
     connect(store, &FeedStore::lastUpdateChanged, this, &PanelModel::linkChanged);
@@ -63,7 +64,6 @@ PanelModel::PanelModel(FeedStore *store, QObject *parent)
         Q_EMIT heroChanged();
         Q_EMIT detailCardChanged();
     });
-    connect(store, &FeedStore::telemetryChanged, this, &PanelModel::telemetryChanged);
     connect(store, &FeedStore::detailsChanged, this, &PanelModel::bumpDetails);
     connect(store, &FeedStore::loadingDetailChanged, this, &PanelModel::bumpDetails);
     connect(store, &FeedStore::failedDetailChanged, this, &PanelModel::bumpDetails);
@@ -84,7 +84,7 @@ void PanelModel::tick(double now)
     Q_EMIT nowChanged();
     Q_EMIT linkChanged();
     Q_EMIT heroChanged();
-    Q_EMIT telemetryChanged();
+    Q_EMIT telemetry_->changed();
     bumpDetails();
 }
 
@@ -184,11 +184,11 @@ QVariantList PanelModel::chips() const
     return out;
 }
 
-QVariantMap PanelModel::hero() const
+SignalCard PanelModel::hero() const
 {
     if (heroes_.isEmpty())
         return {};
-    return SignalListModel::describe(heroes_.first(), now_, store_);
+    return SignalCard::of(heroes_.first(), now_, store_);
 }
 
 QString PanelModel::bundledService()
@@ -217,58 +217,6 @@ QString PanelModel::emptyMessage() const
     return PanelText::emptyState(store_->visibleSignals().isEmpty(), store_->link(), store_->trouble(),
                                  bundledService())
         .message;
-}
-
-QString PanelModel::flowText() const
-{
-    return store_ ? PanelText::flowRate(store_->telemetry().fillsPerMinute) : QString();
-}
-
-QVariantList PanelModel::buckets() const
-{
-    QVariantList out;
-    if (store_)
-        for (double b : store_->telemetry().buckets)
-            out << (std::isfinite(b) ? b : 0.0);
-    return out;
-}
-
-bool PanelModel::hasVolume() const
-{
-    if (!store_)
-        return false;
-    for (double b : store_->telemetry().buckets)
-        if (b > 0)
-            return true;
-    return false;
-}
-
-bool PanelModel::hasFlow() const
-{
-    return store_ && store_->telemetry().buyShare.has_value();
-}
-
-double PanelModel::buyShare() const
-{
-    if (!hasFlow())
-        return 0;
-    const double s = *store_->telemetry().buyShare;
-    return std::isfinite(s) ? std::clamp(s, 0.0, 1.0) : 0.0;
-}
-
-QString PanelModel::buyText() const
-{
-    return hasFlow() ? PanelText::buyText(*store_->telemetry().buyShare) : QString();
-}
-
-QString PanelModel::sellText() const
-{
-    return hasFlow() ? PanelText::sellText(*store_->telemetry().buyShare) : QString();
-}
-
-QStringList PanelModel::counters() const
-{
-    return store_ ? PanelText::counters(store_->telemetry(), store_->link(), now_) : QStringList();
 }
 
 const Signal *PanelModel::findSignal(const QString &id) const
@@ -333,7 +281,7 @@ QString PanelModel::openMiniId() const
     return {};
 }
 
-QVariantMap PanelModel::detailCard() const
+SignalCard PanelModel::detailCard() const
 {
     // A mini hero has no room to unfold: once opened, its evidence shows on
     // the detail card over the content.
@@ -341,7 +289,7 @@ QVariantMap PanelModel::detailCard() const
     if (id.isEmpty())
         return {};
     if (const Signal *s = findSignal(id))
-        return SignalListModel::describe(*s, now_, store_);
+        return SignalCard::of(*s, now_, store_);
     return {};
 }
 
@@ -415,11 +363,12 @@ void PanelModel::quit()
         QCoreApplication::quit();
 }
 
-QVariantMap PanelModel::inspector(const QString &id) const
+InspectorInfo PanelModel::inspector(const QString &id) const
 {
     if (!store_)
-        return {{QStringLiteral("state"), PanelText::inspectorStateName(PanelText::InspectorState::loading)}};
-    return Evidence::inspector(id, store_->details(), store_->failedDetail(), now_);
+        return InspectorInfo::fromMap(
+            {{QStringLiteral("state"), PanelText::inspectorStateName(PanelText::InspectorState::loading)}});
+    return InspectorInfo::fromMap(Evidence::inspector(id, store_->details(), store_->failedDetail(), now_));
 }
 
 namespace {

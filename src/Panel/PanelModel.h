@@ -11,6 +11,8 @@
 #include "Model/Clock.h"
 #include "Model/Signal.h"
 #include "Panel/HistoryModel.h"
+#include "Panel/PanelTelemetry.h"
+#include "Panel/PanelValues.h"
 #include "Panel/SettingsModel.h"
 #include "Panel/SignalListModel.h"
 
@@ -19,7 +21,6 @@
 #include <QPointer>
 #include <QStringList>
 #include <QVariantList>
-#include <QVariantMap>
 
 #include <functional>
 #include <optional>
@@ -43,7 +44,7 @@ class PanelModel : public QObject {
     Q_PROPERTY(bool bloom READ bloom NOTIFY bloomChanged)
     // A stand-alone detail card of one signal over the content (empty: none):
     // the opened mini hero, or one asked for by showDetailCard.
-    Q_PROPERTY(QVariantMap detailCard READ detailCard NOTIFY detailCardChanged)
+    Q_PROPERTY(SignalCard detailCard READ detailCard NOTIFY detailCardChanged)
     // Off for still pictures: every transition jumps to its end.
     Q_PROPERTY(bool animated READ animated NOTIFY animatedChanged)
     // The desktop asks for less motion: slides and springs become short fades.
@@ -51,21 +52,14 @@ class PanelModel : public QObject {
     // Content
     Q_PROPERTY(QVariantList chips READ chips NOTIFY chipsChanged)
     Q_PROPERTY(bool hasHero READ hasHero NOTIFY heroChanged)
-    Q_PROPERTY(QVariantMap hero READ hero NOTIFY heroChanged)
+    Q_PROPERTY(SignalCard hero READ hero NOTIFY heroChanged)
     Q_PROPERTY(SignalListModel *minis READ minis CONSTANT)
     Q_PROPERTY(SignalListModel *stream READ stream CONSTANT)
     Q_PROPERTY(bool streamEmpty READ streamEmpty NOTIFY listsChanged)
     Q_PROPERTY(QString emptySymbol READ emptySymbol NOTIFY emptyChanged)
     Q_PROPERTY(QString emptyMessage READ emptyMessage NOTIFY emptyChanged)
     // Telemetry band
-    Q_PROPERTY(QString flowText READ flowText NOTIFY telemetryChanged)
-    Q_PROPERTY(QVariantList buckets READ buckets NOTIFY telemetryChanged)
-    Q_PROPERTY(bool hasVolume READ hasVolume NOTIFY telemetryChanged)
-    Q_PROPERTY(bool hasFlow READ hasFlow NOTIFY telemetryChanged)
-    Q_PROPERTY(double buyShare READ buyShare NOTIFY telemetryChanged)
-    Q_PROPERTY(QString buyText READ buyText NOTIFY telemetryChanged)
-    Q_PROPERTY(QString sellText READ sellText NOTIFY telemetryChanged)
-    Q_PROPERTY(QStringList counters READ counters NOTIFY telemetryChanged)
+    Q_PROPERTY(PanelTelemetry *telemetry READ telemetry CONSTANT)
     // Inspector: bumps whenever anything an inspector shows may have changed.
     Q_PROPERTY(int detailRevision READ detailRevision NOTIFY detailRevisionChanged)
     // The settings page and the muted and watched lists.
@@ -95,14 +89,14 @@ public:
     bool showSettings() const { return showSettings_; }
     void setShowSettings(bool show);
     bool bloom() const { return bloom_; }
-    QVariantMap detailCard() const;
+    SignalCard detailCard() const;
     bool animated() const { return animated_; }
     void setAnimated(bool on);
     bool reduceMotion() const { return reduceMotion_; }
     void setReduceMotion(bool on);
     QVariantList chips() const;
     bool hasHero() const { return !heroes_.isEmpty(); }
-    QVariantMap hero() const;
+    SignalCard hero() const;
     SignalListModel *minis() { return minis_; }
     SignalListModel *stream() { return stream_; }
     bool streamEmpty() const { return stream_->count() == 0; }
@@ -110,14 +104,7 @@ public:
     QString emptyMessage() const;
     // The bundled tape service's path when it is installed, else empty.
     static QString bundledService();
-    QString flowText() const;
-    QVariantList buckets() const;
-    bool hasVolume() const;
-    bool hasFlow() const;
-    double buyShare() const;
-    QString buyText() const;
-    QString sellText() const;
-    QStringList counters() const;
+    PanelTelemetry *telemetry() const { return telemetry_; }
     int detailRevision() const { return detailRevision_; }
     SettingsModel *settings() const { return settings_; }
     QString siteText() const { return QStringLiteral("LARKPIN.APP"); }
@@ -155,7 +142,7 @@ public:
     bool dismissMenus();
 
     // Everything the inspector shows for one signal (see Evidence::inspector).
-    Q_INVOKABLE QVariantMap inspector(const QString &id) const;
+    Q_INVOKABLE InspectorInfo inspector(const QString &id) const;
 
     // For tests: advance the clock as if the 3 s timer fired.
     void tick(double now);
@@ -175,7 +162,6 @@ Q_SIGNALS:
     void heroChanged();
     void listsChanged();
     void emptyChanged();
-    void telemetryChanged();
     void detailRevisionChanged();
     void dismissMenusRequested();
     void menuRequested(const QString &id, double sceneX, double sceneY);
@@ -205,5 +191,6 @@ private:
     SettingsModel *settings_;
     int openMenus_ = 0;
     HistoryModel *history_;
+    PanelTelemetry *telemetry_;
     std::optional<Signal> menuSignal_; // the signal the menu was last asked for
 };

@@ -1,5 +1,7 @@
 #include "Panel/PanelStyle.h"
 
+#include "Panel/PanelValues.h"
+
 #include "Model/Signal.h"
 #include "Panel/PanelText.h"
 #include "Look/Easing.h"
@@ -53,16 +55,37 @@ QColor PanelStyle::toQColor(const Theme::Rgba &c)
     return QColor::fromRgbF(float(c.r), float(c.g), float(c.b), float(c.a));
 }
 
-QColor PanelStyle::kindColour(const QString &kindRaw) const
+QColor PanelStyle::kindColour(int value) const
 {
-    const auto kind = SignalKinds::fromRaw(kindRaw);
+    const auto kind = PanelKind::toModel(value);
     return toQColor(kind ? Theme::kindColour(*kind) : Theme::ink3);
 }
 
-QString PanelStyle::kindLabel(const QString &kindRaw) const
+QString PanelStyle::kindLabel(int value) const
 {
-    const auto kind = SignalKinds::fromRaw(kindRaw);
+    const auto kind = PanelKind::toModel(value);
     return kind ? SignalKinds::label(*kind) : QString();
+}
+
+QString PanelStyle::kindName(int value) const
+{
+    switch (value) {
+    case PanelKind::Whale: return QStringLiteral("Whale");
+    case PanelKind::Spike: return QStringLiteral("Spike");
+    case PanelKind::Stocks: return QStringLiteral("Stock");
+    default: return {};
+    }
+}
+
+QString PanelStyle::kindWire(int value) const
+{
+    const auto kind = PanelKind::toModel(value);
+    return kind ? SignalKinds::rawValue(*kind) : QString();
+}
+
+int PanelStyle::kindOf(const QString &wire) const
+{
+    return PanelKind::fromRaw(wire);
 }
 
 QColor PanelStyle::alpha(const QColor &c, double a) const

@@ -57,6 +57,35 @@ class PanelStyle : public QObject {
     // The hero's ticker: its full size, and the smallest any text may shrink to.
     Q_PROPERTY(int heroTickerPx READ heroTickerPx CONSTANT)
     Q_PROPERTY(int minLegiblePx READ minLegiblePx CONSTANT)
+    // The panel's measures in logical pixels, shared by every view: corner
+    // radii from the panel's own down to a thin bar's, the gaps of its
+    // rhythm from the tightest to a group's, the side padding of the panel
+    // (edge) and of a page's content (inset), and the command rail's height.
+    Q_PROPERTY(int panelRadius READ panelRadius CONSTANT)
+    Q_PROPERTY(int plateRadius READ plateRadius CONSTANT)
+    Q_PROPERTY(int tileRadius READ tileRadius CONSTANT)
+    Q_PROPERTY(int controlRadius READ controlRadius CONSTANT)
+    Q_PROPERTY(int rowRadius READ rowRadius CONSTANT)
+    Q_PROPERTY(int barRadius READ barRadius CONSTANT)
+    Q_PROPERTY(int gapMicro READ gapMicro CONSTANT)
+    Q_PROPERTY(int gapTiny READ gapTiny CONSTANT)
+    Q_PROPERTY(int gapSmall READ gapSmall CONSTANT)
+    Q_PROPERTY(int gapLabel READ gapLabel CONSTANT)
+    Q_PROPERTY(int gapSnug READ gapSnug CONSTANT)
+    Q_PROPERTY(int gap READ gap CONSTANT)
+    Q_PROPERTY(int gapRow READ gapRow CONSTANT)
+    Q_PROPERTY(int gapSection READ gapSection CONSTANT)
+    Q_PROPERTY(int gapGroup READ gapGroup CONSTANT)
+    Q_PROPERTY(int edge READ edge CONSTANT)
+    Q_PROPERTY(int inset READ inset CONSTANT)
+    Q_PROPERTY(int railHeight READ railHeight CONSTANT)
+    // Durations in milliseconds besides the Motion curves: a hero plate's
+    // colour fade, a menu's fade in, the live dot's breath (each way) and
+    // the loading bar's sweep.
+    Q_PROPERTY(int plateFadeMs READ plateFadeMs CONSTANT)
+    Q_PROPERTY(int menuFadeMs READ menuFadeMs CONSTANT)
+    Q_PROPERTY(int breathMs READ breathMs CONSTANT)
+    Q_PROPERTY(int sweepMs READ sweepMs CONSTANT)
     // The transparent band around the panel its shadow falls into: 0 unless
     // the window that shows the panel has one (a compositor is running).
     Q_PROPERTY(int shadowMargin READ shadowMargin CONSTANT)
@@ -69,9 +98,15 @@ public:
     static void configure(QQmlEngine &engine, double devicePixelRatio, int shadowMargin);
 
     static QColor toQColor(const Theme::Rgba &c);
-    Q_INVOKABLE QColor kindColour(const QString &kindRaw) const;
+    // Kinds are SignalKind values (PanelValues.h).
+    Q_INVOKABLE QColor kindColour(int kind) const;
     // The kind's short label ("WHALE", "SPIKE", "STOCK"); empty for no kind.
-    Q_INVOKABLE QString kindLabel(const QString &kindRaw) const;
+    Q_INVOKABLE QString kindLabel(int kind) const;
+    // The kind as a word for a screen reader ("Whale", "Spike", "Stock").
+    Q_INVOKABLE QString kindName(int kind) const;
+    // The kind's wire name ("whale"), and the kind a wire name stands for.
+    Q_INVOKABLE QString kindWire(int kind) const;
+    Q_INVOKABLE int kindOf(const QString &wire) const;
     Q_INVOKABLE QColor alpha(const QColor &c, double a) const;
     // Wire text for a one-line place (see PanelText::oneLine).
     Q_INVOKABLE QString oneLine(const QString &text) const;
@@ -129,6 +164,30 @@ public:
     // a dark frame.
     static constexpr int shadowMarginWanted = 18;
     static bool compositorRunning();
+    // The panel's measures and durations (see the properties).
+    static constexpr int panelRadius() { return 14; }
+    static constexpr int plateRadius() { return 10; }
+    static constexpr int tileRadius() { return 8; }
+    static constexpr int controlRadius() { return 6; }
+    static constexpr int rowRadius() { return 4; }
+    static constexpr int barRadius() { return 1; }
+    static constexpr int gapMicro() { return 3; }
+    static constexpr int gapTiny() { return 4; }
+    static constexpr int gapSmall() { return 5; }
+    static constexpr int gapLabel() { return 6; }
+    static constexpr int gapSnug() { return 7; }
+    static constexpr int gap() { return 8; }
+    static constexpr int gapRow() { return 9; }
+    static constexpr int gapSection() { return 10; }
+    static constexpr int gapGroup() { return 12; }
+    static constexpr int edge() { return 14; }
+    static constexpr int inset() { return 12; }
+    static constexpr int railHeight() { return 46; }
+    static constexpr int plateFadeMs() { return 260; }
+    static constexpr int menuFadeMs() { return 120; }
+    static constexpr int breathMs() { return 1400; }
+    static constexpr int sweepMs() { return 1100; }
+
     double hairlineWidth() const { return 1.0 / (dpr_ > 0 ? dpr_ : 2.0); }
 
 private:

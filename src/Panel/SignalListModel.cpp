@@ -3,6 +3,7 @@
 #include "Feed/FeedStore.h"
 #include "Panel/Evidence.h"
 #include "Panel/PanelText.h"
+#include "Panel/PanelValues.h"
 #include "Support/Format.h"
 
 #include <algorithm>
@@ -60,7 +61,7 @@ QVariant SignalListModel::value(const Signal &s, int role, double now, const Fee
 {
     switch (role) {
     case IdRole: return s.id;
-    case KindRole: return SignalKinds::rawValue(s.kind);
+    case KindRole: return int(PanelKind::of(s.kind));
     case KindLabelRole: return SignalKinds::label(s.kind);
     case TickerRole: return s.line.ticker;
     case BodyRole: return s.line.body;

@@ -1,6 +1,7 @@
 // The panel's texts and its model over a real store, without a window.
 
 #include "Panel/PanelModel.h"
+#include "Panel/PanelStyle.h"
 #include "Panel/PanelText.h"
 #include "PanelTestSupport.h"
 #include "Table.h"
@@ -172,7 +173,7 @@ private Q_SLOTS:
         QCOMPARE(model.minis()->count(), 2);
         QCOMPARE(model.stream()->count(), streamRows);
         QStringList all = model.stream()->ids() + model.minis()->ids();
-        all << model.hero()[QStringLiteral("signalId")].toString();
+        all << model.hero().signalId;
         QCOMPARE(all.removeDuplicates(), 0);
         QCOMPARE(all.size(), visible);
         QCOMPARE(model.emptyMessage(), QStringLiteral("Nothing in this stream right now."));
@@ -188,7 +189,7 @@ private Q_SLOTS:
 
         QSignalSpy bloom(&model, &PanelModel::bloomChanged);
         store->ingest({whaleFill(201, clock.t, 900000, QStringLiteral("big"), QStringLiteral("BIG"))});
-        QCOMPARE(model.hero()[QStringLiteral("signalId")].toString(), QStringLiteral("tw-fill-201"));
+        QCOMPARE(model.hero().signalId, QStringLiteral("tw-fill-201"));
         QVERIFY(model.bloom());
         QVERIFY(QTest::qWaitFor([&] { return !model.bloom(); }, 30000));
         QCOMPARE(bloom.count(), 2);
@@ -201,16 +202,16 @@ private Q_SLOTS:
     {
         feed(5);
         PanelModel model(store.get());
-        const QString top = model.hero()[QStringLiteral("signalId")].toString();
+        const QString top = model.hero().signalId;
         model.toggle(top);
         QCOMPARE(model.openId(), top);
         store->ingest({whaleFill(201, clock.t, 900000, QStringLiteral("big"), QStringLiteral("BIG"))});
-        QCOMPARE(model.hero()[QStringLiteral("signalId")].toString(), QStringLiteral("tw-fill-201"));
+        QCOMPARE(model.hero().signalId, QStringLiteral("tw-fill-201"));
         QVERIFY(model.minis()->ids().contains(top));
         QVERIFY(model.openId().isEmpty());
-        QVERIFY(model.detailCard().isEmpty());
+        QVERIFY(!model.detailCard().valid);
         model.toggle(top); // asked for: the card shows
-        QCOMPARE(model.detailCard()[QStringLiteral("signalId")].toString(), top);
+        QCOMPARE(model.detailCard().signalId, top);
     }
 
     // Escape steps back one level at a time: settings, detail card, open row.
@@ -225,9 +226,9 @@ private Q_SLOTS:
         model.setShowSettings(true);
         QVERIFY(model.stepBack());
         QVERIFY(!model.showSettings());
-        QVERIFY(!model.detailCard().isEmpty());
+        QVERIFY(model.detailCard().valid);
         QVERIFY(model.stepBack());
-        QVERIFY(model.detailCard().isEmpty());
+        QVERIFY(!model.detailCard().valid);
         QCOMPARE(model.openId(), row);
         QVERIFY(model.stepBack());
         QVERIFY(model.openId().isEmpty());
@@ -260,15 +261,16 @@ private Q_SLOTS:
     {
         store->ingest({whaleFill(1, clock.t - 30, 5000)});
         PanelModel model(store.get());
-        QCOMPARE(model.hero()[QStringLiteral("age")].toString(), QStringLiteral("now"));
+        QCOMPARE(model.hero().age, QStringLiteral("now"));
         QVERIFY(model.clock()->isActive());
         clock.t += 150;
         model.tick(clock.t);
-        QCOMPARE(model.hero()[QStringLiteral("age")].toString(), QStringLiteral("3m"));
+        QCOMPARE(model.hero().age, QStringLiteral("3m"));
     }
 
     // A row and a card of the same signal read one value per role: the win
-    // ring's three fields and every other role agree between data() and describe().
+    // ring's three fields and every other role agree between data() and the
+    // card's field of the same name, the kind as the enum the views compare.
     void rolesAgreeWithTheCard_data() { rows(rings); }
     void rolesAgreeWithTheCard()
     {
@@ -277,16 +279,50 @@ private Q_SLOTS:
         SignalListModel list(nullptr);
         list.setSignals({s}, now);
         const QModelIndex row = list.index(0);
-        const QVariantMap card = SignalListModel::describe(s, now, nullptr);
+        const SignalCard card = SignalCard::of(s, now, nullptr);
+        QVERIFY(card.valid);
+        const QMetaObject &meta_ = SignalCard::staticMetaObject;
         const QHash<int, QByteArray> roles = list.roleNames();
-        QCOMPARE(card.size(), roles.size());
-        for (auto it = roles.cbegin(); it != roles.cend(); ++it)
-            QVERIFY2(list.data(row, it.key()) == card.value(QString::fromLatin1(it.value())),
-                     it.value().constData());
-        QCOMPARE(card.value(QStringLiteral("hasWinRate")).toBool(), hasRing);
-        QCOMPARE(card.value(QStringLiteral("winRate")).toDouble(), ring);
-        QCOMPARE(card.value(QStringLiteral("winRateText")).toString(), QLatin1String(ringText));
-        QCOMPARE(card.value(QStringLiteral("meta")).toString(), QLatin1String(meta));
+        QCOMPARE(meta_.propertyCount(), roles.size() + 1); // and "valid"
+        for (auto it = roles.cbegin(); it != roles.cend(); ++it) {
+            const int at = meta_.indexOfProperty(it.value().constData());
+            QVERIFY2(at >= 0, it.value().constData());
+            QVERIFY2(list.data(row, it.key()) == meta_.property(at).readOnGadget(&card), it.value().constData());
+        }
+        QCOMPARE(card.hasWinRate, hasRing);
+        QCOMPARE(card.winRate, ring);
+        QCOMPARE(card.winRateText, QLatin1String(ringText));
+        QCOMPARE(card.meta, QLatin1String(meta));
+    }
+
+    // Each kind reaches the views as its own enum value and back to its wire
+    // name; an unknown wire name is no kind, drawn in the quiet ink.
+    void kindsReachTheViewsAsEnums_data()
+    {
+        QTest::addColumn<int>("kind");
+        QTest::addColumn<QString>("wire");
+        QTest::addColumn<int>("expected");
+        QTest::newRow("whale") << int(SignalKind::whale) << QStringLiteral("whale") << int(PanelKind::Whale);
+        QTest::newRow("spike") << int(SignalKind::spike) << QStringLiteral("spike") << int(PanelKind::Spike);
+        QTest::newRow("stocks") << int(SignalKind::stocks) << QStringLiteral("stocks") << int(PanelKind::Stocks);
+    }
+    void kindsReachTheViewsAsEnums()
+    {
+        QFETCH(int, kind);
+        QFETCH(QString, wire);
+        QFETCH(int, expected);
+        const Signal s = whale({}, now - 60, SignalKind(kind));
+        SignalListModel list(nullptr);
+        list.setSignals({s}, now);
+        QCOMPARE(list.data(list.index(0), SignalListModel::KindRole).toInt(), expected);
+        QCOMPARE(int(SignalCard::of(s, now, nullptr).kind), expected);
+        const PanelStyle hud(2.0);
+        QCOMPARE(hud.kindOf(wire), expected);
+        QCOMPARE(hud.kindWire(expected), wire);
+        QCOMPARE(hud.kindColour(expected), PanelStyle::toQColor(Theme::kindColour(SignalKind(kind))));
+        QCOMPARE(hud.kindOf(QStringLiteral("krill")), int(PanelKind::NoKind));
+        QCOMPARE(hud.kindColour(PanelKind::NoKind), PanelStyle::toQColor(Theme::ink3));
+        QVERIFY(hud.kindLabel(PanelKind::NoKind).isEmpty());
     }
 };
 

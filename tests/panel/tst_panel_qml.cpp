@@ -76,7 +76,7 @@ const HeroTicker heroTickers[] = {
 
 QString heroId(PanelModel *model)
 {
-    return model->hero()[QStringLiteral("signalId")].toString();
+    return model->hero().signalId;
 }
 } // namespace
 

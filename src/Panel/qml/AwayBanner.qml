@@ -18,7 +18,7 @@ Item {
         y: 6
         width: parent.width - 20
         height: parent.height - 8
-        radius: 8
+        radius: Hud.tileRadius
         color: Hud.alpha(Hud.lark, 0.14)
         border.width: Hud.hairlineWidth
         border.color: Hud.alpha(Hud.lark, 0.45)

@@ -10,7 +10,7 @@ Item {
             model: 3
             Rectangle {
                 required property int index
-                width: 13; height: 2; radius: 1
+                width: 13; height: 2; radius: Hud.barRadius
                 color: Hud.lark
                 opacity: index === 1 ? 1 : 0.55
             }

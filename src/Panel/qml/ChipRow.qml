@@ -10,7 +10,7 @@ Row {
     property string groupName: ""
     Accessible.role: Accessible.Grouping
     Accessible.name: groupName
-    spacing: 5
+    spacing: Hud.gapSmall
     Repeater {
         model: chips.values.length
         HUDChip {

@@ -6,13 +6,13 @@ Item {
     required property PanelModel panel
     signal settingsRequested()
     signal historyRequested()
-    implicitHeight: 46
+    implicitHeight: Hud.railHeight
 
     Row {
         anchors.left: parent.left
-        anchors.leftMargin: 14
+        anchors.leftMargin: Hud.edge
         anchors.verticalCenter: parent.verticalCenter
-        spacing: 8
+        spacing: Hud.gap
         BrandMark { anchors.verticalCenter: parent.verticalCenter }
         LabelText {
             anchors.verticalCenter: parent.verticalCenter
@@ -24,9 +24,9 @@ Item {
     }
     Row {
         anchors.right: parent.right
-        anchors.rightMargin: 12
+        anchors.rightMargin: Hud.inset
         anchors.verticalCenter: parent.verticalCenter
-        spacing: 6
+        spacing: Hud.gapLabel
         LinkPill {
             panel: rail.panel
             anchors.verticalCenter: parent.verticalCenter

@@ -11,7 +11,7 @@ Item {
         id: column
         anchors.horizontalCenter: parent.horizontalCenter
         y: 46
-        spacing: 10
+        spacing: Hud.gapSection
         Glyph {
             objectName: "emptySymbol"
             anchors.horizontalCenter: parent.horizontalCenter

@@ -11,14 +11,14 @@ Item {
     Rectangle {
         visible: width > 0
         width: gauge.width * gauge.share
-        height: 2; radius: 1
+        height: 2; radius: Hud.barRadius
         color: Hud.alpha(Hud.emerald, 0.75)
     }
     Rectangle {
         visible: width > 0
         x: gauge.width * gauge.share
         width: gauge.width - x
-        height: 2; radius: 1
+        height: 2; radius: Hud.barRadius
         color: Hud.alpha(Hud.alert, 0.55)
     }
 }

@@ -12,6 +12,7 @@ Image {
     fillMode: Image.PreserveAspectFit
     smooth: true
     mipmap: true
-    sourceSize: Qt.size(Math.ceil(size * 2), Math.ceil(size * 2))
+    sourceSize.width: Math.ceil(size * 2)
+    sourceSize.height: Math.ceil(size * 2)
     source: name === "" ? "" : "image://glyph/" + name + "/" + colour.toString().substring(1)
 }

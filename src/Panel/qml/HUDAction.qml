@@ -28,17 +28,17 @@ Item {
 
     Rectangle {
         anchors.fill: parent
-        radius: 6
+        radius: Hud.controlRadius
         color: action.primary ? (action.hovering ? action.accent : Hud.alpha(action.accent, 0.88))
                               : (action.hovering ? Hud.float_ : Hud.alpha(Hud.raised, 0.6))
         border.width: Hud.hairlineWidth
         border.color: action.hovering ? Hud.hairlineHot : Hud.hairline
-        Behavior on color { enabled: action.panel.animated; ColorAnimation { duration: Hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: Hud.glideCurve } }
+        Glide on color { enabled: action.panel.animated }
     }
     Row {
         id: row
         anchors.centerIn: parent
-        spacing: 5
+        spacing: Hud.gapSmall
         LabelText {
             anchors.verticalCenter: parent.verticalCenter
             text: action.title

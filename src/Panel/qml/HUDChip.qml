@@ -28,14 +28,14 @@ Item {
 
     Rectangle {
         anchors.fill: parent
-        radius: 6
+        radius: Hud.controlRadius
         color: chip.selected ? Hud.alpha(Hud.ink, 0.92) : chip.hovering ? Hud.float_ : Hud.alpha(Hud.raised, 0.7)
-        Behavior on color { enabled: chip.panel.animated; ColorAnimation { duration: Hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: Hud.glideCurve } }
+        Glide on color { enabled: chip.panel.animated }
     }
     Row {
         id: row
         anchors.centerIn: parent
-        spacing: 4
+        spacing: Hud.gapTiny
         LabelText {
             text: chip.label
             tracking: 0.7

@@ -30,7 +30,7 @@ Item {
         color: button.active ? Hud.alpha(Hud.lark, 0.14) : button.hovering ? Hud.float_ : "transparent"
         border.width: Hud.hairlineWidth
         border.color: button.active ? Hud.alpha(Hud.lark, 0.35) : Hud.hairline
-        Behavior on color { enabled: button.panel.animated; ColorAnimation { duration: Hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: Hud.glideCurve } }
+        Glide on color { enabled: button.panel.animated }
     }
     Glyph {
         anchors.centerIn: parent

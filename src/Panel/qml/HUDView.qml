@@ -34,7 +34,7 @@ Item {
                 y: -spread + 4
                 width: hudView.width + 2 * spread
                 height: hudView.height + 2 * spread - 4
-                radius: 14 + spread
+                radius: Hud.panelRadius + spread
                 color: Qt.rgba(0, 0, 0, 0.032)
             }
         }
@@ -101,11 +101,11 @@ Item {
                 Column {
                     id: heroColumn
                     width: heroFlick.width
-                    spacing: 8
+                    spacing: Hud.gap
                     // Cards drop in from the top as they appear.
                     opacity: hudView.panel.hasHero ? 1 : 0
                     y: hudView.panel.hasHero ? 0 : -14
-                    Behavior on opacity { enabled: hudView.panel.animated; NumberAnimation { duration: Hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: Hud.glideCurve } }
+                    Glide on opacity { enabled: hudView.panel.animated }
                     Behavior on y { enabled: hudView.panel.animated && !hudView.panel.reduceMotion; SpringAnimation { spring: Hud.snapSpring; damping: Hud.snapDamping; epsilon: 0.25 } }
                     HeroCard {
                         panel: hudView.panel
@@ -118,7 +118,7 @@ Item {
                         id: minis
                         visible: hudView.panel.minis.count > 0
                         width: parent.width
-                        spacing: 8
+                        spacing: Hud.gap
                         Repeater {
                             model: hudView.panel.minis
                             MiniHero {
@@ -155,11 +155,11 @@ Item {
             id: chips
             objectName: "filterChips"
             Layout.fillWidth: true
-            Layout.leftMargin: 14
-            Layout.rightMargin: 14
+            Layout.leftMargin: Hud.edge
+            Layout.rightMargin: Hud.edge
             Layout.topMargin: 12
             Layout.bottomMargin: 10
-            spacing: 5
+            spacing: Hud.gapSmall
             // Counted by index so the chips outlive their changing data.
             Repeater {
                 model: hudView.panel.chips.length
@@ -207,9 +207,10 @@ Item {
                     if (activeFocus && currentItem && currentItem.y + currentItem.height > contentY
                             && currentItem.y < contentY + height) {
                         wasAtTop = false
-                        anchorId = currentItem.signalId
+                        anchorId = (currentItem as StreamRow).signalId
                         anchorOffset = currentItem.y - contentY
-                        Qt.callLater(restoreReading)
+                        // Qt 6.4's linter takes Qt.callLater for a QJSValue property, not a method.
+                        Qt.callLater(restoreReading) // qmllint disable type
                         return
                     }
                     wasAtTop = contentY <= originY + 0.5
@@ -239,7 +240,7 @@ Item {
                         positionViewAtIndex(currentIndex, ListView.Contain)
                 }
                 Connections {
-                    target: hudView.panel.stream
+                    target: hudView.panel.stream as QtObject
                     function onRowsAboutToBeInserted() { stream.noteChange() }
                     function onRowsAboutToBeRemoved() { stream.noteChange() }
                     function onModelAboutToBeReset() { stream.noteChange() }
@@ -331,16 +332,16 @@ Item {
     // A stand-alone card of one signal, over the content.
     Item {
         objectName: "detailLayer"
-        visible: hudView.panel.detailCard.signalId !== undefined && !hudView.settingsCover
+        visible: hudView.panel.detailCard.valid && !hudView.settingsCover
         anchors.fill: parent
-        anchors.topMargin: 47
-        Rectangle { anchors.fill: parent; color: Hud.alpha(Hud.abyss, 0.7); radius: 14 }
+        anchors.topMargin: Hud.railHeight + 1
+        Rectangle { anchors.fill: parent; color: Hud.alpha(Hud.abyss, 0.7); radius: Hud.panelRadius }
         MouseArea { anchors.fill: parent; onClicked: hudView.panel.closeDetailCard() }
         Flickable {
-            x: 12
-            y: 12
-            width: parent.width - 24
-            height: parent.height - 24
+            x: Hud.inset
+            y: Hud.inset
+            width: parent.width - 2 * Hud.inset
+            height: parent.height - 2 * Hud.inset
             contentHeight: detailColumn.implicitHeight
             boundsBehavior: Flickable.StopAtBounds
             clip: true
@@ -359,7 +360,7 @@ Item {
                     width: parent.width
                     height: detailEvidence.implicitHeight + 28
                     color: Hud.plate
-                    radius: 10
+                    radius: Hud.plateRadius
                     border.width: Hud.hairlineWidth
                     border.color: Hud.hairline
                     InspectorView {
@@ -368,7 +369,7 @@ Item {
                         x: 27
                         y: 14
                         width: parent.width - 27 - 12
-                        signalId: hudView.panel.detailCard.signalId || ""
+                        signalId: hudView.panel.detailCard.signalId
                         hidesChart: true
                     }
                 }
@@ -379,7 +380,7 @@ Item {
     // The panel's crisp edge.
     Rectangle {
         anchors.fill: parent
-        radius: 14
+        radius: Hud.panelRadius
         color: "transparent"
         border.width: Hud.hairlineWidth
         border.color: Hud.hairlineHot
@@ -393,10 +394,10 @@ Item {
         visible: hudView.panel.history.shown || historyFade.running
         opacity: hudView.panel.history.shown ? 1 : 0
         onBack: hudView.panel.history.shown = false
-        Behavior on opacity { enabled: hudView.panel.animated; NumberAnimation { id: historyFade; duration: Hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: Hud.glideCurve } }
+        Glide on opacity { id: historyFade; enabled: hudView.panel.animated }
         Rectangle {
             anchors.fill: parent
-            radius: 14
+            radius: Hud.panelRadius
             color: "transparent"
             border.width: Hud.hairlineWidth
             border.color: Hud.hairlineHot
@@ -429,10 +430,10 @@ Item {
         onBack: hudView.panel.showSettings = false
         onVisibleChanged: visible && hudView.panel.showSettings ? focusFirst() : hudView.forceActiveFocus()
         Behavior on x { enabled: hudView.panel.animated && !hudView.panel.reduceMotion; SpringAnimation { id: slide; spring: Hud.snapSpring; damping: Hud.snapDamping; epsilon: 0.25 } }
-        Behavior on opacity { enabled: hudView.panel.animated; NumberAnimation { id: fade; duration: Hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: Hud.glideCurve } }
+        Glide on opacity { id: fade; enabled: hudView.panel.animated }
         Rectangle {
             anchors.fill: parent
-            radius: 14
+            radius: Hud.panelRadius
             color: "transparent"
             border.width: Hud.hairlineWidth
             border.color: Hud.hairlineHot

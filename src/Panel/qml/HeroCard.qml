@@ -5,18 +5,18 @@ import Larkpin.Panel
 Item {
     id: card
     required property PanelModel panel
-    property var hero: ({})
+    property signalCard hero
     property bool bloom: false
-    readonly property string signalId: hero.signalId || ""
+    readonly property string signalId: hero.signalId
     readonly property bool isOpen: signalId !== "" && card.panel.openId === signalId
     readonly property bool hovering: hover.hovered
-    readonly property color accent: Hud.kindColour(hero.kind || "whale")
+    readonly property color accent: Hud.kindColour(hero.valid ? hero.kind : SignalKind.Whale)
     implicitHeight: column.implicitHeight + 26
     // The whole card opens and closes it, like a row; its buttons keep their own.
     activeFocusOnTab: visible && signalId !== ""
     Accessible.role: Accessible.Button
-    Accessible.name: [Hud.kindLabel(card.hero.kind || "whale"), Hud.oneLine(card.hero.ticker || ""),
-                      card.hero.amount || "", Hud.oneLine(card.hero.body || "")].filter((s) => s !== "").join(", ")
+    Accessible.name: Array.from([Hud.kindLabel(card.hero.valid ? card.hero.kind : SignalKind.Whale), Hud.oneLine(card.hero.ticker),
+                      card.hero.amount, Hud.oneLine(card.hero.body)]).filter((s) => s !== "").join(", ")
     Accessible.description: card.isOpen ? "Top signal, evidence shown" : "Top signal"
     Accessible.focusable: true
     Accessible.onPressAction: card.panel.toggle(card.signalId)
@@ -52,20 +52,20 @@ Item {
         x: 27
         y: 13
         width: card.width - 27 - 14
-        spacing: 7
+        spacing: Hud.gapSnug
 
         HeroHeader {
             width: parent.width
             height: 18
-            kind: card.hero.kind || "whale"
-            age: card.hero.age || ""
+            kind: card.hero.valid ? card.hero.kind : SignalKind.Whale
+            age: card.hero.age
             WinRing {
                 objectName: "winRing"
                 anchors.right: parent.right
                 anchors.verticalCenter: parent.verticalCenter
-                visible: card.hero.hasWinRate === true
-                ratio: card.hero.winRate || 0
-                label: card.hero.winRateText || ""
+                visible: card.hero.hasWinRate
+                ratio: card.hero.winRate
+                label: card.hero.winRateText
             }
         }
         // Figure lines
@@ -73,7 +73,7 @@ Item {
             id: figureLine
             width: parent.width
             height: 28
-            readonly property string ticker: Hud.oneLine(card.hero.ticker || "")
+            readonly property string ticker: Hud.oneLine(card.hero.ticker)
             readonly property real room: width - (amount.visible ? amount.width + 10 : 0)
             // The ticker shrinks to fit beside the amount, from its full size
             // down to the smallest legible one; past that it is shortened.
@@ -108,10 +108,10 @@ Item {
                 panel: card.panel
                 id: amount
                 objectName: "heroAmount"
-                visible: (card.hero.amount || "") !== ""
+                visible: card.hero.amount !== ""
                 anchors.right: parent.right
                 anchors.verticalCenter: parent.verticalCenter
-                text: card.hero.amount || ""
+                text: card.hero.amount
                 size: 17
                 weight: Font.DemiBold
                 colour: card.accent
@@ -122,23 +122,23 @@ Item {
             width: parent.width
             elide: Text.ElideRight
             maximumLineCount: 1
-            text: Hud.oneLine(card.hero.body || "")
+            text: Hud.oneLine(card.hero.body)
             size: 11.5
         }
         ProseText {
             visible: text !== ""
             width: parent.width
             wrapMode: Text.Wrap
-            text: card.hero.detail || ""
+            text: card.hero.detail
             lineHeight: 1.15
         }
         Row {
-            spacing: 6
+            spacing: Hud.gapLabel
             topPadding: 2
             HUDAction {
                 panel: card.panel
                 objectName: "heroChart"
-                visible: (card.hero.chartUrl || "") !== ""
+                visible: card.hero.chartUrl !== ""
                 title: "CHART"
                 systemName: "arrow.up.forward"
                 accent: card.accent
@@ -160,10 +160,10 @@ Item {
             visible: height > 0
             clip: true
             width: parent.width
-            height: active && item ? item.implicitHeight : 0
+            height: active && item ? (item as Item).implicitHeight : 0
             Behavior on height { enabled: card.panel.animated && !card.panel.reduceMotion; SpringAnimation { spring: Hud.snapSpring; damping: Hud.snapDamping; epsilon: 0.25 } }
             sourceComponent: Column {
-                spacing: 12
+                spacing: Hud.gapGroup
                 topPadding: 4
                 Hairline { width: parent.width }
                 InspectorView {

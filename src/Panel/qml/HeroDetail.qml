@@ -5,9 +5,9 @@ import Larkpin.Panel
 Item {
     id: detail
     required property PanelModel panel
-    property var hero: ({})
+    property signalCard hero
     signal closeRequested()
-    readonly property color accent: Hud.kindColour(hero.kind || "whale")
+    readonly property color accent: Hud.kindColour(hero.valid ? hero.kind : SignalKind.Whale)
     implicitHeight: column.implicitHeight + 26
 
     HeroPlate {
@@ -21,12 +21,12 @@ Item {
         x: 27
         y: 13
         width: detail.width - 27 - 12
-        spacing: 9
+        spacing: Hud.gapRow
         HeroHeader {
             width: parent.width
             height: 24
-            kind: detail.hero.kind || "whale"
-            age: detail.hero.age || ""
+            kind: detail.hero.valid ? detail.hero.kind : SignalKind.Whale
+            age: detail.hero.age
             HUDIconButton {
                 panel: detail.panel
                 objectName: "closeDetail"
@@ -41,7 +41,7 @@ Item {
             width: parent.width
             elide: Text.ElideRight
             maximumLineCount: 1
-            text: Hud.oneLine(detail.hero.headline || "")
+            text: Hud.oneLine(detail.hero.headline)
             size: 13
             font.weight: Font.DemiBold
             color: Hud.ink
@@ -50,11 +50,11 @@ Item {
             visible: text !== ""
             width: parent.width
             wrapMode: Text.Wrap
-            text: detail.hero.detail || ""
+            text: detail.hero.detail
         }
         HUDAction {
             panel: detail.panel
-            visible: (detail.hero.chartUrl || "") !== ""
+            visible: detail.hero.chartUrl !== ""
             title: "CHART"
             systemName: "arrow.up.forward"
             accent: detail.accent

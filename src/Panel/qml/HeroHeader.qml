@@ -5,12 +5,12 @@ import Larkpin.Panel
 // puts inside (a win ring, a close button) anchors itself on the right.
 Item {
     id: header
-    property string kind: "whale"
+    property int kind: SignalKind.Whale
     property string age: ""
 
     Row {
         anchors.verticalCenter: parent.verticalCenter
-        spacing: 8
+        spacing: Hud.gap
         KindLabel { kind: header.kind; size: 9.5 }
         CaptionText {
             text: Hud.oneLine(header.age)

@@ -15,12 +15,12 @@ Item {
 
     Rectangle {
         anchors.fill: parent
-        radius: 10
+        radius: Hud.plateRadius
         color: plate.fill
         border.width: Hud.hairlineWidth
         border.color: plate.edge
-        Behavior on color { enabled: plate.fades; ColorAnimation { duration: 260; easing.type: Easing.OutCubic } }
-        Behavior on border.color { enabled: plate.fades; ColorAnimation { duration: 260; easing.type: Easing.OutCubic } }
+        Behavior on color { enabled: plate.fades; ColorAnimation { duration: Hud.plateFadeMs; easing.type: Easing.OutCubic } }
+        Behavior on border.color { enabled: plate.fades; ColorAnimation { duration: Hud.plateFadeMs; easing.type: Easing.OutCubic } }
     }
     AccentRule {
         x: 12

@@ -8,7 +8,7 @@ Item {
     id: row
     required property PanelModel panel
     property string signalId: ""
-    property string kind: "whale"
+    property int kind: SignalKind.Whale
     property string ticker: ""
     property string body: ""
     property string figure: ""
@@ -24,7 +24,7 @@ Item {
 
     implicitHeight: stack.implicitHeight + 16
     Accessible.role: Accessible.ListItem
-    Accessible.name: [kind, ticker, body, figure, time].filter((s) => s !== "").join(", ")
+    Accessible.name: Array.from([Hud.kindWire(kind), ticker, body, figure, time]).filter((s) => s !== "").join(", ")
     Accessible.selectable: true
     Accessible.selected: isOpen
     Accessible.onPressAction: row.panel.toggle(signalId)
@@ -38,7 +38,7 @@ Item {
     Rectangle {
         anchors.fill: parent
         anchors.margins: 1
-        radius: 4
+        radius: Hud.rowRadius
         color: "transparent"
         border.width: 1.5
         border.color: Hud.lark
@@ -57,7 +57,7 @@ Item {
         x: 14
         y: 8
         width: row.width - 28
-        spacing: 8
+        spacing: Hud.gap
 
         Item {
             id: summary
@@ -143,7 +143,7 @@ Item {
             x: 52
             width: parent.width - x
             sourceComponent: Column {
-                spacing: 8
+                spacing: Hud.gap
                 ProseText {
                     visible: row.detail !== ""
                     width: parent.width

@@ -13,7 +13,7 @@ Item {
 
     Rectangle {
         anchors.fill: parent
-        radius: 14
+        radius: Hud.panelRadius
         gradient: Gradient {
             GradientStop { position: 0; color: Hud.plate }
             GradientStop { position: 1; color: Hud.abyss }
@@ -24,12 +24,12 @@ Item {
     Item {
         id: header
         width: parent.width
-        height: 46
+        height: Hud.railHeight
         Row {
             anchors.left: parent.left
-            anchors.leftMargin: 12
+            anchors.leftMargin: Hud.inset
             anchors.verticalCenter: parent.verticalCenter
-            spacing: 10
+            spacing: Hud.gapSection
             HUDIconButton {
                 panel: view.panel
                 objectName: "historyBackButton"

@@ -10,8 +10,8 @@ Column {
     property bool hidesChart: false
     // The revision is an argument so the binding reads it, and is re-evaluated
     // when the evidence changes (a discarded operand can be compiled away).
-    readonly property var info: inspector.infoAt(inspector.signalId, inspector.panel.detailRevision)
-    function infoAt(id: string, revision: int): var { return inspector.panel.inspector(id) }
+    readonly property inspectorInfo info: inspector.infoAt(inspector.signalId, inspector.panel.detailRevision)
+    function infoAt(id: string, revision: int): inspectorInfo { return inspector.panel.inspector(id) }
     readonly property string state_: info.state
     spacing: 14
 
@@ -23,7 +23,7 @@ Column {
     Row {
         objectName: "inspectorFailed"
         visible: inspector.state_ === "failed"
-        spacing: 10
+        spacing: Hud.gapSection
         ProseText {
             anchors.verticalCenter: parent.verticalCenter
             text: "Couldn't load the details."
@@ -47,8 +47,8 @@ Column {
     Module {
         id: walletM
         objectName: "walletModule"
-        readonly property var w: inspector.info.wallet || ({})
-        visible: inspector.state_ === "details" && inspector.info.wallet !== undefined
+        readonly property var w: inspector.info.wallet
+        visible: inspector.state_ === "details" && inspector.info.hasWallet
         width: parent.width
         eyebrow: w.eyebrow || ""
         title: w.title || ""
@@ -56,7 +56,7 @@ Column {
         StatRow { items: walletM.w.stats || []; availableWidth: inspector.width }
         Row {
             visible: walletM.w.hasDelta === true
-            spacing: 7
+            spacing: Hud.gapSnug
             DeltaTag { text: walletM.w.delta || ""; negative: walletM.w.deltaNegative === true }
             ProseText {
                 anchors.verticalCenter: parent.verticalCenter
@@ -66,7 +66,7 @@ Column {
         }
         Column {
             width: inspector.width
-            spacing: 4
+            spacing: Hud.gapTiny
             Repeater {
                 model: walletM.w.trades || []
                 TradeRow {
@@ -80,8 +80,8 @@ Column {
     Module {
         id: tokenM
         objectName: "tokenModule"
-        readonly property var t: inspector.info.token || ({})
-        visible: inspector.state_ === "details" && inspector.info.token !== undefined
+        readonly property var t: inspector.info.token
+        visible: inspector.state_ === "details" && inspector.info.hasToken
         width: parent.width
         eyebrow: t.eyebrow || ""
         title: t.title || ""
@@ -99,8 +99,8 @@ Column {
     Module {
         id: equityM
         objectName: "equityModule"
-        readonly property var e: inspector.info.equity || ({})
-        visible: inspector.state_ === "details" && inspector.info.equity !== undefined
+        readonly property var e: inspector.info.equity
+        visible: inspector.state_ === "details" && inspector.info.hasEquity
         width: parent.width
         eyebrow: e.eyebrow || ""
         title: e.title || ""
@@ -116,11 +116,11 @@ Column {
     Row {
         objectName: "linkRow"
         readonly property var links: {
-            var all = inspector.info.links || []
+            var all = Array.from(inspector.info.links)
             return inspector.hidesChart ? all.filter(function (l) { return l.title !== "CHART" }) : all
         }
         visible: inspector.state_ === "details" && links.length > 0
-        spacing: 6
+        spacing: Hud.gapLabel
         Repeater {
             model: parent.links
             HUDAction {

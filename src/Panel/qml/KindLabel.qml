@@ -2,7 +2,7 @@ import QtQuick
 import Larkpin.Panel
 
 LabelText {
-    property string kind: "whale"
+    property int kind: SignalKind.Whale
     property string label: Hud.kindLabel(kind)
     size: 9
     tracking: 0.9

@@ -23,7 +23,7 @@ Item {
     Row {
         id: row
         anchors.centerIn: parent
-        spacing: 6
+        spacing: Hud.gapLabel
         PulseDot {
             panel: pill.panel
             anchors.verticalCenter: parent.verticalCenter

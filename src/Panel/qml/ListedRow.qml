@@ -23,7 +23,7 @@ Item {
     LabelText {
         id: tag
         anchors.right: remove.left
-        anchors.rightMargin: 12
+        anchors.rightMargin: Hud.inset
         anchors.verticalCenter: parent.verticalCenter
         text: listed.watching ? "WATCHED" : "MUTED"
         size: 8

@@ -4,7 +4,7 @@ import Larkpin.Panel
 Column {
     id: loading
     required property PanelModel panel
-    spacing: 7
+    spacing: Hud.gapSnug
     ProseText {
         text: "Loading the evidence\u2026"
     }
@@ -13,18 +13,18 @@ Column {
         width: parent.width
         height: 2
         clip: true
-        Rectangle { anchors.fill: parent; radius: 1; color: Hud.alpha(Hud.ink4, 0.45) }
+        Rectangle { anchors.fill: parent; radius: Hud.barRadius; color: Hud.alpha(Hud.ink4, 0.45) }
         Rectangle {
             id: sweep
             width: track.width * 0.28
             height: 2
-            radius: 1
+            radius: Hud.barRadius
             color: Hud.lark
             x: track.width * 0.2
             SequentialAnimation on x {
                 running: loading.panel.animated && track.width > 0
                 loops: Animation.Infinite
-                NumberAnimation { from: -sweep.width; to: track.width; duration: 1100; easing.type: Easing.BezierSpline; easing.bezierCurve: Hud.easeInOutCurve }
+                NumberAnimation { from: -sweep.width; to: track.width; duration: Hud.sweepMs; easing.type: Easing.BezierSpline; easing.bezierCurve: Hud.easeInOutCurve }
             }
         }
     }

@@ -5,7 +5,7 @@ Item {
     id: mini
     required property PanelModel panel
     property string signalId: ""
-    property string kind: "whale"
+    property int kind: SignalKind.Whale
     property string headline: ""
     readonly property bool isOpen: mini.panel.openId === signalId
     readonly property bool hovering: mouse.containsMouse
@@ -41,12 +41,12 @@ Item {
 
     Rectangle {
         anchors.fill: parent
-        radius: 8
+        radius: Hud.tileRadius
         color: mini.hovering ? Hud.float_ : Hud.alpha(Hud.raised, 0.55)
         border.width: Hud.hairlineWidth
         border.color: mini.isOpen ? Hud.alpha(mini.accent, 0.5) : mini.hovering ? Hud.hairlineHot : Hud.hairline
         clip: true
-        Behavior on color { enabled: mini.panel.animated; ColorAnimation { duration: Hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: Hud.glideCurve } }
+        Glide on color { enabled: mini.panel.animated }
     }
     AccentRule {
         x: 8
@@ -58,7 +58,7 @@ Item {
         x: 18
         y: 8
         width: mini.width - 26
-        spacing: 3
+        spacing: Hud.gapMicro
         KindLabel { kind: mini.kind; size: 8 }
         ValueText {
             width: parent.width

@@ -12,7 +12,7 @@ Column {
     property string delta: ""
     property bool deltaNegative: false
     default property alias content: body.data
-    spacing: 7
+    spacing: Hud.gapSnug
 
     Item {
         width: parent.width
@@ -37,7 +37,7 @@ Column {
         width: parent.width
         height: Math.max(titleText.implicitHeight, deltaTag.implicitHeight)
         Row {
-            spacing: 7
+            spacing: Hud.gapSnug
             anchors.verticalCenter: parent.verticalCenter
             ValueText {
                 id: titleText
@@ -72,6 +72,6 @@ Column {
     Column {
         id: body
         width: parent.width
-        spacing: 7
+        spacing: Hud.gapSnug
     }
 }

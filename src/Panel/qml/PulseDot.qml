@@ -9,7 +9,8 @@ Item {
     property color colour: Hud.emerald
     property bool alive: false
     property real size: 6
-    property real breath: 0 // 0 rest, 1 fully breathed in
+    // 0 rest, 1 fully breathed in; no initial binding, the breath animates it.
+    property real breath
     readonly property bool breathing: alive && breath > 0.5
     readonly property real glowRadius: alive ? 2 + 4 * breath : 2
 
@@ -35,8 +36,8 @@ Item {
     SequentialAnimation on breath {
         running: dot.alive && dot.panel.animated
         loops: Animation.Infinite
-        NumberAnimation { from: 0; to: 1; duration: 1400; easing.type: Easing.BezierSpline; easing.bezierCurve: Hud.easeInOutCurve }
-        NumberAnimation { from: 1; to: 0; duration: 1400; easing.type: Easing.BezierSpline; easing.bezierCurve: Hud.easeInOutCurve }
+        NumberAnimation { from: 0; to: 1; duration: Hud.breathMs; easing.type: Easing.BezierSpline; easing.bezierCurve: Hud.easeInOutCurve }
+        NumberAnimation { from: 1; to: 0; duration: Hud.breathMs; easing.type: Easing.BezierSpline; easing.bezierCurve: Hud.easeInOutCurve }
     }
     Component.onCompleted: if (alive && !dot.panel.animated) breath = 1
 }

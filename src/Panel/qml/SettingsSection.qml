@@ -6,7 +6,7 @@ Column {
     property string title: ""
     property string note: ""
     default property alias content: body.data
-    spacing: 8
+    spacing: Hud.gap
 
     LabelText {
         text: section.title

@@ -12,7 +12,7 @@ Item {
 
     Rectangle {
         anchors.fill: parent
-        radius: 14
+        radius: Hud.panelRadius
         gradient: Gradient {
             GradientStop { position: 0; color: Hud.plate }
             GradientStop { position: 1; color: Hud.abyss }
@@ -23,12 +23,12 @@ Item {
     Item {
         id: header
         width: parent.width
-        height: 46
+        height: Hud.railHeight
         Row {
             anchors.left: parent.left
-            anchors.leftMargin: 12
+            anchors.leftMargin: Hud.inset
             anchors.verticalCenter: parent.verticalCenter
-            spacing: 10
+            spacing: Hud.gapSection
             HUDIconButton {
                 id: backButton
                 panel: settings.panel
@@ -90,19 +90,19 @@ Item {
                     title: "STREAMS"
                     width: parent.width
                     Repeater {
-                        model: panel.settings.streamSwitches.length
+                        model: settings.panel.settings.streamSwitches.length
                         Column {
-                            readonly property var modelData: panel.settings.streamSwitches[index]
+                            readonly property var modelData: settings.panel.settings.streamSwitches[index]
                             width: parent.width
                             SwitchRow {
                                 panel: settings.panel
                                 objectName: "stream-" + modelData.kind
                                 width: parent.width
                                 title: modelData.title
-                                titleColour: Hud.kindColour(modelData.kind)
+                                titleColour: Hud.kindColour(Hud.kindOf(modelData.kind))
                                 subtitle: modelData.subtitle
                                 on: modelData.on
-                                onToggled: (value) => panel.settings.setStreamEnabled(modelData.kind, value)
+                                onToggled: (value) => settings.panel.settings.setStreamEnabled(modelData.kind, value)
                             }
                             Hairline { visible: index < 2; width: parent.width }
                         }
@@ -117,8 +117,8 @@ Item {
                         objectName: "minimumChips"
                         groupName: "Minimum size"
                         topPadding: 2
-                        values: panel.settings.minimumChips
-                        onChosen: (value) => panel.settings.setMinimumSize(value)
+                        values: settings.panel.settings.minimumChips
+                        onChosen: (value) => settings.panel.settings.setMinimumSize(value)
                     }
                 }
                 SettingsSection {
@@ -130,8 +130,8 @@ Item {
                         objectName: "focusChips"
                         groupName: "Focus alert"
                         topPadding: 2
-                        values: panel.settings.focusChips
-                        onChosen: (value) => panel.settings.setFocusSize(value)
+                        values: settings.panel.settings.focusChips
+                        onChosen: (value) => settings.panel.settings.setFocusSize(value)
                     }
                 }
                 SettingsSection {
@@ -142,8 +142,8 @@ Item {
                         objectName: "launchAtLogin"
                         width: parent.width
                         title: "Launch at login"
-                        on: panel.settings.launchAtLogin
-                        onToggled: (value) => panel.settings.setLaunchAtLogin(value)
+                        on: settings.panel.settings.launchAtLogin
+                        onToggled: (value) => settings.panel.settings.setLaunchAtLogin(value)
                     }
                     Hairline { width: parent.width }
                     SwitchRow {
@@ -152,8 +152,8 @@ Item {
                         width: parent.width
                         title: "Pause ticker"
                         subtitle: "The panel keeps updating."
-                        on: panel.settings.paused
-                        onToggled: (value) => panel.settings.setPaused(value)
+                        on: settings.panel.settings.paused
+                        onToggled: (value) => settings.panel.settings.setPaused(value)
                     }
                     Hairline { width: parent.width }
                     SwitchRow {
@@ -162,8 +162,8 @@ Item {
                         width: parent.width
                         title: "Notify on focus alerts"
                         subtitle: "A desktop notification when a trade takes the ticker over."
-                        on: panel.settings.notifyTakeovers
-                        onToggled: (value) => panel.settings.setNotifyTakeovers(value)
+                        on: settings.panel.settings.notifyTakeovers
+                        onToggled: (value) => settings.panel.settings.setNotifyTakeovers(value)
                     }
                     Hairline { width: parent.width }
                     SwitchRow {
@@ -172,14 +172,14 @@ Item {
                         width: parent.width
                         title: "Tray icon only"
                         subtitle: "No ticker strip at the top of the screen."
-                        on: panel.settings.trayOnly
-                        onToggled: (value) => panel.settings.setTrayOnly(value)
+                        on: settings.panel.settings.trayOnly
+                        onToggled: (value) => settings.panel.settings.setTrayOnly(value)
                     }
                 }
                 SettingsSection {
                     id: listedSection
                     objectName: "mutedAndWatched"
-                    readonly property var entries: panel.settings.mutedList.concat(panel.settings.watchedList)
+                    readonly property var entries: Array.from(settings.panel.settings.mutedList).concat(Array.from(settings.panel.settings.watchedList))
                     title: "MUTED AND WATCHED"
                     note: entries.length === 0
                           ? "Right-click a trade to mute its token or wallet, or to watch a wallet."
@@ -195,7 +195,7 @@ Item {
                                 width: parent.width
                                 label: modelData.label
                                 kind: modelData.kind
-                                onRemoved: panel.settings.setListed(modelData.kind, modelData.name, false)
+                                onRemoved: settings.panel.settings.setListed(modelData.kind, modelData.name, false)
                             }
                             Hairline { visible: index < listedSection.entries.length - 1; width: parent.width }
                         }
@@ -211,12 +211,12 @@ Item {
                     x: 16
                     y: 12
                     width: parent.width - 32
-                    spacing: 7
+                    spacing: Hud.gapSnug
                     CaptionText {
                         id: version
                         objectName: "versionText"
                         anchors.verticalCenter: parent.verticalCenter
-                        text: panel.settings.versionText
+                        text: settings.panel.settings.versionText
                     }
                     Item {
                         width: Math.max(0, footer.width - version.width - site.width - quit.width - 3 * footer.spacing)
@@ -227,12 +227,12 @@ Item {
                         objectName: "siteLink"
                         activeFocusOnTab: true
                         Accessible.role: Accessible.Link
-                        Accessible.name: panel.siteText
+                        Accessible.name: settings.panel.siteText
                         Accessible.focusable: true
-                        Accessible.onPressAction: panel.openSite()
-                        Keys.onReturnPressed: panel.openSite()
-                        Keys.onEnterPressed: panel.openSite()
-                        Keys.onSpacePressed: panel.openSite()
+                        Accessible.onPressAction: settings.panel.openSite()
+                        Keys.onReturnPressed: settings.panel.openSite()
+                        Keys.onEnterPressed: settings.panel.openSite()
+                        Keys.onSpacePressed: settings.panel.openSite()
                         FocusRing { ringRadius: 4 }
                         anchors.verticalCenter: parent.verticalCenter
                         width: siteRow.implicitWidth
@@ -240,9 +240,9 @@ Item {
                         Row {
                             id: siteRow
                             anchors.verticalCenter: parent.verticalCenter
-                            spacing: 4
+                            spacing: Hud.gapTiny
                             LabelText {
-                                text: panel.siteText
+                                text: settings.panel.siteText
                                 color: Hud.lark
                             }
                             Glyph {
@@ -255,7 +255,7 @@ Item {
                         MouseArea {
                             anchors.fill: parent
                             cursorShape: Qt.PointingHandCursor
-                            onClicked: panel.openSite()
+                            onClicked: settings.panel.openSite()
                         }
                     }
                     HUDAction {
@@ -265,7 +265,7 @@ Item {
                         anchors.verticalCenter: parent.verticalCenter
                         title: "QUIT"
                         accent: Hud.ink2
-                        onClicked: panel.quit()
+                        onClicked: settings.panel.quit()
                     }
                 }
             }

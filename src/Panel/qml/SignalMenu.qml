@@ -30,7 +30,8 @@ Dialog {
         menu.y = y
         if (!menu.opened)
             menu.open()
-        Qt.callLater(menu.focusCurrent)
+        // Qt 6.4's linter takes Qt.callLater for a QJSValue property, not a method.
+        Qt.callLater(menu.focusCurrent) // qmllint disable type
     }
     function focusCurrent() {
         const item = entryRepeater.itemAt(menu.current)
@@ -46,7 +47,7 @@ Dialog {
     dim: false
     focus: true
     closePolicy: Popup.CloseOnEscape | Popup.CloseOnPressOutside
-    enter: Transition { enabled: menu.panel.animated; NumberAnimation { property: "opacity"; from: 0; to: 1; duration: 120 } }
+    enter: Transition { enabled: menu.panel.animated; NumberAnimation { property: "opacity"; from: 0; to: 1; duration: Hud.menuFadeMs } }
 
     // Counted while shown, so the window's Escape closes the menu, not the panel.
     property bool counted: false
@@ -75,8 +76,9 @@ Dialog {
         border.width: 1
         border.color: Hud.hairlineHot
     }
-    contentItem: Column {
-        id: column
+    // The rows name one another by id, which makes this deferred content
+    // immediate: the menu is built once with the panel, so nothing is lost.
+    contentItem: Column { // qmllint disable deferred-property-id
         objectName: "signalMenu"
         readonly property string signalId: menu.signalId
         focus: true
@@ -107,7 +109,7 @@ Dialog {
                 Accessible.onPressAction: menu.choose(entry.index)
                 Rectangle {
                     anchors.fill: parent
-                    radius: 6
+                    radius: Hud.controlRadius
                     color: entry.lit ? Hud.alpha(Hud.raised, 0.95) : "transparent"
                 }
                 FocusRing { ringRadius: 4; anchors.margins: 1 }

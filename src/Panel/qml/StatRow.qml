@@ -12,7 +12,7 @@ Row {
             id: stat
             required property var modelData
             width: stats.availableWidth / Math.max(1, stats.items.length)
-            spacing: 3
+            spacing: Hud.gapMicro
             ValueText {
                 text: stat.modelData.label
                 size: 7.5

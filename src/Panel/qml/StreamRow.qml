@@ -6,7 +6,7 @@ Item {
     id: row
     required property PanelModel panel
     property string signalId: ""
-    property string kind: "whale"
+    property int kind: SignalKind.Whale
     property string ticker: ""
     property string body: ""
     property string figure: ""
@@ -21,7 +21,7 @@ Item {
 
     implicitHeight: stack.implicitHeight + 16
     Accessible.role: Accessible.ListItem
-    Accessible.name: [kindName(kind), ticker, body, figure, meta].filter((s) => s !== "").join(", ")
+    Accessible.name: Array.from([Hud.kindName(kind), ticker, body, figure, meta]).filter((s) => s !== "").join(", ")
     Accessible.selectable: true
     Accessible.selected: isOpen
     Accessible.onPressAction: row.panel.toggle(signalId)
@@ -30,21 +30,20 @@ Item {
     // reader follows the arrows row by row.
     focus: ListView.isCurrentItem
     Accessible.focusable: true
-    function kindName(k) { return k === "whale" ? "Whale" : k === "spike" ? "Spike" : k === "stocks" ? "Stock" : k }
     opacity: isOpen || hovering ? 1.0 : 0.72
-    Behavior on opacity { enabled: row.panel.animated; NumberAnimation { duration: Hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: Hud.glideCurve } }
+    Glide on opacity { enabled: row.panel.animated }
 
     HoverHandler { id: hover }
     Rectangle {
         anchors.fill: parent
         color: row.isOpen ? Hud.alpha(Hud.raised, 0.7) : row.hovering ? Hud.alpha(Hud.raised, 0.45) : "transparent"
-        Behavior on color { enabled: row.panel.animated; ColorAnimation { duration: Hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: Hud.glideCurve } }
+        Glide on color { enabled: row.panel.animated }
     }
     Rectangle {
         objectName: "focusRing"
         anchors.fill: parent
         anchors.margins: 1
-        radius: 4
+        radius: Hud.rowRadius
         color: "transparent"
         border.width: 1.5
         border.color: Hud.lark
@@ -67,7 +66,7 @@ Item {
         x: 14
         y: 8
         width: row.width - 28
-        spacing: 9
+        spacing: Hud.gapRow
 
         Item {
             id: summary
@@ -161,7 +160,7 @@ Item {
             clip: true
             x: 52
             width: parent.width - x
-            height: active && item ? item.implicitHeight + 14 : 0
+            height: active && item ? (item as Item).implicitHeight + 14 : 0
             Behavior on height { enabled: row.panel.animated && !row.panel.reduceMotion; SpringAnimation { spring: Hud.snapSpring; damping: Hud.snapDamping; epsilon: 0.25 } }
             sourceComponent: Item {
                 implicitHeight: inspectorView.implicitHeight

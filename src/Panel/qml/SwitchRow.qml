@@ -15,7 +15,7 @@ Item {
         id: texts
         anchors.verticalCenter: parent.verticalCenter
         width: parent.width - control.width - 12
-        spacing: 3
+        spacing: Hud.gapMicro
         ValueText {
             text: switchRow.title
             font.weight: Font.DemiBold

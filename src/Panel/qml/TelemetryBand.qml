@@ -12,7 +12,7 @@ Item {
     Accessible.role: Accessible.Grouping
     Accessible.name: "Telemetry"
     Accessible.focusable: true
-    Behavior on opacity { enabled: band.panel.animated; NumberAnimation { duration: Hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: Hud.glideCurve } }
+    Glide on opacity { enabled: band.panel.animated }
 
     // Edge to edge, but the band sits in the panel's rounded foot: its lower
     // corners follow the panel's (14 less the 1-pt edge), or they would show
@@ -42,12 +42,12 @@ Item {
         x: 14
         y: 11
         width: parent.width - 28
-        spacing: 9
+        spacing: Hud.gapRow
 
         // Rate row
         Row {
             width: parent.width
-            spacing: 12
+            spacing: Hud.gapGroup
             Item {
                 width: parent.width - 54 - 12
                 height: 26
@@ -55,12 +55,12 @@ Item {
                 Sparkline {
                     objectName: "volumeSparkline"
                     anchors.fill: parent
-                    visible: band.panel.hasVolume
-                    values: band.panel.buckets
+                    visible: band.panel.telemetry.hasVolume
+                    values: band.panel.telemetry.buckets
                     colour: Hud.lark
                 }
                 Hairline {
-                    visible: !band.panel.hasVolume
+                    visible: !band.panel.telemetry.hasVolume
                     anchors.bottom: parent.bottom
                     width: parent.width
                 }
@@ -71,18 +71,18 @@ Item {
                 width: 54
                 anchors.bottom: parent.bottom
                 label: "FLOW"
-                value: band.panel.flowText
+                value: band.panel.telemetry.flowText
                 rolling: true
             }
         }
         // Flow row
         Column {
-            visible: band.panel.hasFlow
+            visible: band.panel.telemetry.hasFlow
             width: parent.width
-            spacing: 5
+            spacing: Hud.gapSmall
             FlowGauge {
                 width: parent.width
-                buyShare: band.panel.buyShare
+                buyShare: band.panel.telemetry.buyShare
             }
             Item {
                 width: parent.width
@@ -90,7 +90,7 @@ Item {
                 ProseText {
                     id: buy
                     objectName: "buyText"
-                    text: band.panel.buyText
+                    text: band.panel.telemetry.buyText
                     size: 8.5
                     font.weight: Font.Medium
                     color: Hud.alpha(Hud.emerald, 0.8)
@@ -98,7 +98,7 @@ Item {
                 ProseText {
                     objectName: "sellText"
                     anchors.right: parent.right
-                    text: band.panel.sellText
+                    text: band.panel.telemetry.sellText
                     size: 8.5
                     font.weight: Font.Medium
                     color: Hud.alpha(Hud.alert, 0.7)
@@ -109,7 +109,7 @@ Item {
         Row {
             objectName: "counterRow"
             Repeater {
-                model: band.panel.counters
+                model: band.panel.telemetry.counters
                 Row {
                     id: counter
                     required property int index

@@ -27,7 +27,7 @@ Item {
         anchors.fill: parent
         radius: height / 2
         color: toggle.on ? Hud.lark : Hud.alpha(Hud.ink4, 0.8)
-        Behavior on color { enabled: toggle.panel.animated; ColorAnimation { duration: Hud.glideMs; easing.type: Easing.BezierSpline; easing.bezierCurve: Hud.glideCurve } }
+        Glide on color { enabled: toggle.panel.animated }
     }
     Rectangle {
         width: toggle.height - 4

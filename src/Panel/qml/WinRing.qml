@@ -7,7 +7,7 @@ Row {
     property real ratio: 0
     property string label: Math.round(clamped * 100) + "% WR"
     readonly property real clamped: Math.max(0, Math.min(1, ratio))
-    spacing: 5
+    spacing: Hud.gapSmall
 
     Shape {
         width: 16; height: 16
