@@ -81,7 +81,7 @@ private Q_SLOTS:
     // redeploy numbering afresh, an absurd id, stamps ahead, a clock off, a flood.
     void bookkeepingFaults()
     {
-        auto sim = started({});
+        auto sim = started(); // no tape of its own: every fill counted below is one this test asked for
         const auto date = [&] {
             QNetworkReply *reply = net_.get(QNetworkRequest(QUrl(sim->httpBase() + u"/radar"_s)));
             (void)QTest::qWaitFor([&] { return reply->isFinished(); }, 30000);
