@@ -86,6 +86,18 @@ QByteArray digest(const QString &path)
     return QCryptographicHash::hash(f.readAll(), QCryptographicHash::Sha256);
 }
 
+// 400 signals with long texts: more than a few pages of the file.
+QList<Signal> bulkyBatch()
+{
+    QList<Signal> out;
+    for (int i = 0; i < 400; ++i) {
+        Signal s = whale(i, T0 + i, "DOGO", "ana", 1000);
+        s.detail = QString(200, QLatin1Char('y'));
+        out << s;
+    }
+    return out;
+}
+
 // A mixed history: four whales, one spike, over ten minutes.
 QList<HistoryEntry> sample()
 {
@@ -389,16 +401,9 @@ private Q_SLOTS:
                             .startDelayMs = 0,
                             .batchIntervalMs = 10,
                             .retryFullMs = 50});
-        QSignalSpy states(&store, &HistoryStore::stateChanged);
         QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("history paused: no room to write")));
-        QList<Signal> big;
-        for (int i = 0; i < 400; ++i) {
-            Signal s = whale(i, T0 + i, "DOGO", "ana", 1000);
-            s.detail = QString(200, QLatin1Char('y'));
-            big << s;
-        }
-        store.notePublished(big);
-        QTRY_COMPARE_WITH_TIMEOUT(store.state(), HistoryDb::State::full, 10000);
+        store.notePublished(bulkyBatch());
+        QTRY_COMPARE_WITH_TIMEOUT(store.state(), HistoryDb::State::full, 30000);
         QCOMPARE(store.pendingCount(), 400); // kept, not lost
         // Later signals still queue while paused.
         store.notePublished({whale(9000, T0 + 9000, "LATE", "ben", 1)});
@@ -425,24 +430,13 @@ private Q_SLOTS:
         while (filler.write(block) == block.size() && filler.flush()) {
         }
         filler.close();
-        HistoryStore::Options o;
-        o.path = path;
-        o.startDelayMs = 0;
-        o.batchIntervalMs = 10;
-        o.retryFullMs = 50;
-        HistoryStore store(o);
+        HistoryStore store({.path = path, .startDelayMs = 0, .batchIntervalMs = 10, .retryFullMs = 50});
         QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("history paused: no room to write")));
-        QList<Signal> big;
-        for (int i = 0; i < 400; ++i) {
-            Signal s = whale(i, T0 + i, "DOGO", "ana", 1000);
-            s.detail = QString(200, QLatin1Char('y'));
-            big << s;
-        }
-        store.notePublished(big);
-        QTRY_COMPARE_WITH_TIMEOUT(store.state(), HistoryDb::State::full, 20000);
+        store.notePublished(bulkyBatch());
+        QTRY_COMPARE_WITH_TIMEOUT(store.state(), HistoryDb::State::full, 30000);
         QCOMPARE(store.pendingCount(), 400);
         QVERIFY(QFile::remove(filler.fileName()));
-        QTRY_COMPARE_WITH_TIMEOUT(store.rowsWritten(), qint64(400), 20000);
+        QTRY_COMPARE_WITH_TIMEOUT(store.rowsWritten(), qint64(400), 30000);
         QCOMPARE(store.pendingCount(), 0);
     }
 
