@@ -183,8 +183,20 @@ gnome_inner() { # monitors (1 or 2); runs inside the private session
         ((colours > 20)) && { shown=1; break; }
         sleep 1
       done
-      ((shown)) && pass "a notification banner from the app: gnome-notification.png" ||
+      if ((shown)); then
+        pass "a notification banner from the app: gnome-notification.png"
+        # The pointer on the banner: it stays and unfolds its actions.
+        echo "move 800 70" >&7
+        sleep 6
+        gshot "$out/gnome-notification-actions.png"
+        local before after
+        before=$(convert "$out/gnome-notification.png" -crop 460x140+570+36 +repage rgb:- | md5sum)
+        after=$(convert "$out/gnome-notification-actions.png" -crop 460x140+570+36 +repage rgb:- | md5sum)
+        [ "$before" != "$after" ] && pass "the banner under the pointer: gnome-notification-actions.png" ||
+          echo "  --   the banner did not change under the pointer"
+      else
         echo "  --   no banner caught on screen (a replaced notification shows none)"
+      fi
       # And in the shell's message list, under the clock.
       echo "move 800 16" >&7
       echo "click" >&7
